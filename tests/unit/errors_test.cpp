@@ -1,0 +1,75 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "errorTable.h"
+#include "kvfError.h"
+#include "kvfUtil.h"
+
+TEST(GetErrorFromNumber, FixedNamesAndFallBacks) {
+  EXPECT_STREQ("zOK", KVF::GetErrorFromNumber(0));
+  EXPECT_STREQ("zFAILURE", KVF::GetErrorFromNumber(-1));
+  EXPECT_STREQ("MM_UNKNOWN_ERROR", KVF::GetErrorFromNumber(2));
+  EXPECT_STREQ("MM_UNKNOWN_ERROR", KVF::GetErrorFromNumber(-5));
+  EXPECT_STREQ("MM_UNKNOWN_ERROR", KVF::GetErrorFromNumber(19999));
+  EXPECT_STREQ("zERR_UNKNOWN_ERROR", KVF::GetErrorFromNumber(24998));
+  EXPECT_STREQ("zERR_UNKNOWN_ERROR", KVF::GetErrorFromNumber(20002));
+  EXPECT_STREQ("zERR_UNKNOWN_ERROR", KVF::GetErrorFromNumber(1 << 30));
+}
+
+TEST(GetErrorFromNumber, EveryNamedRow) {
+  struct { int number; const char* name; } rows[] = {
+      {20000, "zERR_NO_MEMORY"},         {20001, "zERR_BAD_CONNECTION_ID"},
+      {20004, "zERR_BUFFER_TOO_SMALL"},  {20005, "zERR_RETURN_PARA_NULL"},
+      {20006, "zERR_QUAD_TOO_BIG_FOR_LONG"}, {20008, "zERR_BAD_PARAMETER_VALUE"},
+      {20019, "zERR_VALUE_CHANGED"},     {20150, "zERR_BAD_TRANSFORMATION"},
+      {20499, "zERR_INVALID_NAME_TYPE"}, {21209, "zERR_COMPRESSION_NOT_ENABLED"},
+      {21702, "zERR_XML_IS_BAD"},        {21703, "zERR_XML_IS_INCOMPLETE"},
+      {24999, "zERR_GENERIC_KVF_ERROR"},
+  };
+  for (const auto& row : rows) EXPECT_STREQ(row.name, KVF::GetErrorFromNumber(row.number)) << row.number;
+}
+
+TEST(ErrorTable, AscendingZErrRowsInRangeEndedByTerminator) {
+  int previous = 19999;
+  const ErrorRow_s* row = ErrorTable;
+  for (; row->number != 0; ++row) {
+    EXPECT_GT(row->number, previous);
+    EXPECT_LE(row->number, 24999);
+    EXPECT_EQ(0, strncmp(row->name, "zERR_", 5)) << row->name;
+    previous = row->number;
+  }
+  EXPECT_STREQ("End of table", row->name);
+}
+
+TEST(KVFError, StatusAndErrnoAreShownDifferently) {
+  KVFError status("m", 13, "util/x[1]");
+  KVFError sys("m", "util/x[2]", 13);
+  EXPECT_TRUE(status.isKvfCode);
+  EXPECT_EQ(13, status.number());
+  EXPECT_EQ("MM_UNKNOWN_ERROR", status.numberName());
+  EXPECT_FALSE(sys.isKvfCode);
+  EXPECT_EQ(0, sys.code);
+  EXPECT_EQ(13, sys.number());
+  EXPECT_EQ(strerror(13), sys.numberName());
+  EXPECT_EQ(0, status.sysErrno);
+}
+
+TEST(KVFError, CopiesEveryMemberAndAdminErrorIsAKVFError) {
+  try {
+    throw AdminError("Unable to parse XML tag getBeastInfo", 21703, "util/common_cpp/qXML[1244]");
+  } catch (const KVFError& e) {
+    KVFError copy(e);
+    EXPECT_STREQ("Unable to parse XML tag getBeastInfo", copy.what());
+    EXPECT_EQ(21703, copy.code);
+    EXPECT_EQ("util/common_cpp/qXML[1244]", copy.location);
+    EXPECT_TRUE(copy.isKvfCode);
+    EXPECT_NE(nullptr, dynamic_cast<const AdminError*>(&e));
+  }
+}
+
+TEST(KVFError, LocationNamesFileAndLine) {
+  std::string where = KVF_LOCATION("util/velkor/velkorHelper");
+  EXPECT_EQ(0u, where.find("util/velkor/velkorHelper["));
+  EXPECT_EQ(']', where.back());
+}

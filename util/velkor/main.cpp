@@ -1,0 +1,3 @@
+#include "velkor.h"
+
+int main(int argc, char** argv) { return velkorMain(argc, argv); }

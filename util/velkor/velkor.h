@@ -1,0 +1,14 @@
+// The run driver: command line, start-up checks, run log and the order of a run.
+#pragma once
+
+extern const char* appName;
+extern const char* appVersion;
+extern const char* logPath;
+extern const char* VELKOR_ShortOptions;
+
+int velkorMain(int argc, char** argv);
+void VELKOR_Usage(const char* logPath);
+long VELKOR_HaveRights();
+void VELKOR_Cleanup(void*);
+void VELKOR_AtExitCleanup();
+void LetUserRead();
