@@ -1,6 +1,238 @@
+// The run driver: the command line, the start-up checks and the order of a run.
 #include "velkor.h"
+
+#include <curses.h>
+#include <fcntl.h>
+#include <getopt.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <fstream>
+#include <iostream>
+
+#include "runLog.h"
+#include "signals.h"
+#include "velkorClass.h"
+#include "velkorUI.h"
+
 const char* appName = "velkor";
 const char* appVersion = "1.00";
 const char* logPath = "./velkor.log";
 const char* VELKOR_ShortOptions = "bcCdDfFhHIlLp:Sv";
-int velkorMain(int, char**) { return 0; }
+
+namespace {
+
+// The parser accepts -I/--non-interactive, but the run has no case for it.
+const struct option longOptions[] = {
+    {"background", no_argument, nullptr, 'b'},
+    {"clear", no_argument, nullptr, 'c'},
+    {"clear-all", no_argument, nullptr, 'C'},
+    {"delete", no_argument, nullptr, 'd'},
+    {"delete-all", no_argument, nullptr, 'D'},
+    {"fix", no_argument, nullptr, 'f'},
+    {"fix-all", no_argument, nullptr, 'F'},
+    {"help", no_argument, nullptr, 'h'},
+    {"no-header", no_argument, nullptr, 'H'},
+    {"non-interactive", no_argument, nullptr, 'I'},
+    {"list", no_argument, nullptr, 'l'},
+    {"list-all", no_argument, nullptr, 'L'},
+    {"path", required_argument, nullptr, 'p'},
+    {"fix-stats", no_argument, nullptr, 'S'},
+    {"version", no_argument, nullptr, 'v'},
+    {nullptr, 0, nullptr, 0},
+};
+
+// Volume-level codes are below 129; the others take a file name.
+const unsigned int kLastVolumeOperation = 128;
+
+unsigned int operationFor(int option) {
+  switch (option) {
+    case 'C': return 0x1;
+    case 'D': return 0x2;
+    case 'F': return 0x4;
+    case 'L': return 0x8;
+    case 'S': return 0x10;
+    case 'c': return 0x100;
+    case 'd': return 0x200;
+    case 'f': return 0x400;
+    case 'l': return 0x800;
+    case 'b': return 0x1000;
+    default: return 0;
+  }
+}
+
+int failWithTry(const char* message) {
+  if (message) fprintf(stderr, "%s: %s\n", appName, message);
+  fprintf(stderr, "Try '%s --help' for more information.\n", appName);
+  return 1;
+}
+
+}  // namespace
+
+char* formObjectPath(unsigned int operation, const char* argument) {
+  if (operation <= kLastVolumeOperation || argument[0] == '/') {
+    char* copy = strdup(argument);
+    if (!copy && operation > kLastVolumeOperation) fprintf(stderr, "Unable to get the working directory\n");
+    return copy;
+  }
+  char* cwd = getcwd(nullptr, 0);
+  char* path = cwd ? static_cast<char*>(malloc(strlen(cwd) + strlen(argument) + 2)) : nullptr;
+  if (path) sprintf(path, "%s/%s", cwd, argument);
+  free(cwd);
+  if (!path) fprintf(stderr, "Unable to get the working directory\n");
+  return path;
+}
+
+void VELKOR_Usage(const char* currentLogPath) {
+  std::cout.setf(std::ios::showbase);
+  std::cout << "THIS UTILITY WILL ONLY WORK WITH KVF FILE SYSTEM !\n"
+            << "  Usage: " << appName << " [HOPTION]\n"
+            << "  Usage: " << appName << " [GOPTION]... [VOPTION] VOLUMENAME\n"
+            << "  Usage: " << appName << " [GOPTION]... [FOPTION] FILENAME\n"
+            << "\n"
+            << "Mandatory arguments to long options are mandatory for short options too:\n"
+            << " HOPTION:  Help options\n"
+            << "      -h, --help               Displays this help information and exits\n"
+            << "      -v, --version            Displays version information and exits\n"
+            << " GOPTION:  Multiple general options can be selected\n"
+            << "      -H, --no-header          Will not check compression header (This is useful\n"
+            << "                               on volumes restored from scan files that don't\n"
+            << "                               have user data blocks)\n"
+            << "      -p, --logpath=PATH       Specifies log file location (default: \"" << currentLogPath << "\")\n"
+            << " VOPTION:  Only one volume level option can be selected\n"
+            << "      -D, --delete-all         Delete all non-fixable compressed files\n"
+            << "      -F, --fix-all            Fix all repairable compressed files\n"
+            << "      -L, --list-all           List all problematic compressed files\n"
+            << "      -S, --fix-stats          Fix volume compression related statistics\n"
+            << "                               (Volume needs to be in maintenance mode for\n"
+            << "                               accurate results)\n"
+            << "      -C  --clear-all          Clear all files' Cc (Cant_Compress_File) attribute\n"
+            << " FOPTION:  Only one file level option can be selected\n"
+            << "      -b  --background         Check if file is eligible for the next background\n"
+            << "                               compression process\n"
+            << "      -d, --delete             Delete non-fixable compressed file\n"
+            << "      -f, --fix                Try to fix file's compression related problem\n"
+            << "      -l, --list               List file's compression related information\n"
+            << "      -c, --clear              Clear file's Cc (Cant_Compress_File) attribute\n"
+            << "Report bugs to <kvf-tools@localhost>\n"
+            << "\n"
+            << "\n";
+  std::cout.flush();
+}
+
+long VELKOR_HaveRights() {
+  FILE* probe = fopen(managecmd, "rb+");
+  if (!probe) return 0;
+  fclose(probe);
+  return 1;
+}
+
+void VELKOR_Cleanup(void*) { endwin(); }
+
+void VELKOR_AtExitCleanup() { endwin(); }
+
+void LetUserRead() {}
+
+int velkorMain(int argc, char** argv) {
+  std::ofstream logStream;
+  Signals_RegisterForTerminationSignals(VELKOR_Cleanup, nullptr);
+
+  if (VELKOR_HaveRights() == 0) {
+    std::cout << " ERROR Either the Admin volume was not found or you don't have rights to access it." << std::endl;
+    return 1;
+  }
+  if (argc == 1) {
+    VELKOR_Usage(logPath);
+    exit(0);
+  }
+
+  unsigned int operation = 0;
+  bool checkHeader = true;
+  int option;
+  while ((option = getopt_long(argc, argv, VELKOR_ShortOptions, longOptions, nullptr)) != -1) {
+    switch (option) {
+      case 0:
+        break;
+      case ':':
+      case '?':
+        return failWithTry(nullptr);
+      case 'C': case 'D': case 'F': case 'L': case 'S':
+      case 'b': case 'c': case 'd': case 'f': case 'l':
+        operation |= operationFor(option);
+        break;
+      case 'H':
+        checkHeader = false;
+        break;
+      case 'h':
+        VELKOR_Usage(logPath);
+        exit(0);
+      case 'v':
+        std::cout << appName << " (KVF) " << appVersion << "\n"
+                  << "Copyright (C) 2026 The velkor developers. All rights reserved." << std::endl;
+        exit(0);
+      case 'p':
+        logPath = optarg;
+        if (optarg[0] == '-') return failWithTry("option '-p' requires an argument.");
+        break;
+      default: {
+        // The parser leaves optopt at 0 for an option it accepted.
+        fprintf(stderr, "%s: option '-%c' is invalid.\n", appName, optopt ? optopt : '?');
+        return failWithTry(nullptr);
+      }
+    }
+  }
+
+  if (operation == 0) return failWithTry("missing VOPTION or FOPTION argument.");
+  int setBits = 0;
+  for (int bit = 0; bit < 32; ++bit) {
+    if ((operation >> bit) & 1u) {
+      if (++setBits == 2) return failWithTry("more than one VOPTION or FOPTION found.");
+    }
+  }
+  if (optind >= argc) return failWithTry("missing VOLUMENAME or FILENAME argument.");
+
+  char* path = formObjectPath(operation, argv[optind]);
+  if (!path) return 1;
+
+  if (doOpenLogFile(logStream, logPath, 8) != 0) {
+    free(path);
+    return 1;
+  }
+  std::streambuf* savedErr = std::cerr.rdbuf(logStream.rdbuf());
+  std::cerr.setf(std::ios::dec | std::ios::oct | std::ios::hex | std::ios::showbase);
+  // The signal handler writes its messages straight to the log's descriptor.
+  int signalLogFd = open(logPath, O_WRONLY | O_APPEND | O_CLOEXEC);
+  Signals_SetErrorDescriptor(signalLogFd);
+
+  LogDocumentStart(argc, argv);
+  atexit(VELKOR_AtExitCleanup);
+
+  velkor::VELKOR_UserInterface* ui = nullptr;
+  try {
+    ui = new velkor::VELKOR_UserInterface(argc, argv);
+  } catch (const std::exception& e) {
+    std::cerr << "Exception while attempting to create a UserInterface Object:  " << e.what() << "\n"
+              << "util/velkor/velkor[617]" << "\n";
+    std::cerr.flush();
+    Signals_SetErrorDescriptor(-1);
+    if (signalLogFd >= 0) close(signalLogFd);
+    std::cerr.rdbuf(savedErr);
+    free(path);
+    logStream.close();
+    return 1;
+  }
+
+  ui->opDispatcher(static_cast<int>(operation), path, checkHeader ? 0 : 1);
+  delete ui;
+
+  LogDocumentEnd();
+  Signals_SetErrorDescriptor(-1);
+  if (signalLogFd >= 0) close(signalLogFd);
+  std::cerr.rdbuf(savedErr);
+  logStream.close();
+  free(path);
+  return 0;
+}

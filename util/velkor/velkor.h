@@ -12,3 +12,8 @@ long VELKOR_HaveRights();
 void VELKOR_Cleanup(void*);
 void VELKOR_AtExitCleanup();
 void LetUserRead();
+
+// The object path of an operation (a heap copy the caller frees, or null after
+// printing why): a volume name or absolute file path as given, a relative file
+// path joined to the working directory with no normalisation.
+char* formObjectPath(unsigned int operation, const char* argument);

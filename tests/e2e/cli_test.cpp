@@ -1,0 +1,182 @@
+// The command line and the run log, through the real binary in the sandbox.
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <sstream>
+
+#include "process.h"
+
+using testsupport::ProcessResult;
+using testsupport::TempDir;
+
+namespace {
+
+class CommandLine : public ::testing::Test {
+ protected:
+  void SetUp() override { testsupport::writeFile(dir.file("manage.cmd"), ""); }
+
+  // Runs velkor in the sandbox with a plain file as the management file (or
+  // none), in the test's own directory.
+  ProcessResult velkor(std::vector<std::string> args, bool withAdmin = true) {
+    std::vector<std::string> command = {testsupport::sourcePath("scripts/kvf-sandbox"), "--cwd", dir.path()};
+    if (withAdmin) {
+      command.push_back("--manage-file");
+      command.push_back(dir.file("manage.cmd"));
+    }
+    command.push_back("--");
+    command.push_back(testsupport::binaryPath("util/velkor"));
+    command.insert(command.end(), args.begin(), args.end());
+    return testsupport::runProcess(command, "", dir.path());
+  }
+
+  std::string log(const std::string& name = "velkor.log") { return testsupport::readFile(dir.file(name)); }
+
+  TempDir dir;
+};
+
+const char* const kTry = "Try 'velkor --help' for more information.\n";
+
+std::string usageText(const std::string& log) {
+  return "THIS UTILITY WILL ONLY WORK WITH KVF FILE SYSTEM !\n"
+         "  Usage: velkor [HOPTION]\n"
+         "  Usage: velkor [GOPTION]... [VOPTION] VOLUMENAME\n"
+         "  Usage: velkor [GOPTION]... [FOPTION] FILENAME\n"
+         "\n"
+         "Mandatory arguments to long options are mandatory for short options too:\n"
+         " HOPTION:  Help options\n"
+         "      -h, --help               Displays this help information and exits\n"
+         "      -v, --version            Displays version information and exits\n"
+         " GOPTION:  Multiple general options can be selected\n"
+         "      -H, --no-header          Will not check compression header (This is useful\n"
+         "                               on volumes restored from scan files that don't\n"
+         "                               have user data blocks)\n"
+         "      -p, --logpath=PATH       Specifies log file location (default: \"" + log + "\")\n"
+         " VOPTION:  Only one volume level option can be selected\n"
+         "      -D, --delete-all         Delete all non-fixable compressed files\n"
+         "      -F, --fix-all            Fix all repairable compressed files\n"
+         "      -L, --list-all           List all problematic compressed files\n"
+         "      -S, --fix-stats          Fix volume compression related statistics\n"
+         "                               (Volume needs to be in maintenance mode for\n"
+         "                               accurate results)\n"
+         "      -C  --clear-all          Clear all files' Cc (Cant_Compress_File) attribute\n"
+         " FOPTION:  Only one file level option can be selected\n"
+         "      -b  --background         Check if file is eligible for the next background\n"
+         "                               compression process\n"
+         "      -d, --delete             Delete non-fixable compressed file\n"
+         "      -f, --fix                Try to fix file's compression related problem\n"
+         "      -l, --list               List file's compression related information\n"
+         "      -c, --clear              Clear file's Cc (Cant_Compress_File) attribute\n";
+}
+
+// The usage up to the bug-report line, which is checked for its form only.
+void expectUsage(const ProcessResult& r, const std::string& log) {
+  EXPECT_EQ(0, r.exitStatus);
+  std::string expected = usageText(log);
+  ASSERT_EQ(expected, r.out.substr(0, expected.size()));
+  std::string rest = r.out.substr(expected.size());
+  EXPECT_TRUE(std::regex_match(rest, std::regex("Report bugs to <[^>]+>\n\n\n"))) << rest;
+}
+
+}  // namespace
+
+TEST_F(CommandLine, RightsAreCheckedBeforeAnythingElse) {
+  for (auto args : {std::vector<std::string>{}, {"--help"}, {"-v"}, {"-L", "vol"}}) {
+    ProcessResult r = velkor(args, false);
+    EXPECT_EQ(1, r.exitStatus);
+    EXPECT_EQ(" ERROR Either the Admin volume was not found or you don't have rights to access it.\n", r.out);
+    EXPECT_EQ("", r.err);
+  }
+  EXPECT_EQ("", log());
+}
+
+TEST_F(CommandLine, HelpAndVersion) {
+  expectUsage(velkor({}), "./velkor.log");
+  expectUsage(velkor({"-h"}), "./velkor.log");
+  expectUsage(velkor({"--help", "-L"}), "./velkor.log");
+  expectUsage(velkor({"-p", "/tmp/x.log", "-h"}), "/tmp/x.log");
+  expectUsage(velkor({"-h", "-p", "/tmp/x.log"}), "./velkor.log");
+
+  ProcessResult v = velkor({"--version"});
+  EXPECT_EQ(0, v.exitStatus);
+  std::istringstream lines(v.out);
+  std::string first, second, more;
+  std::getline(lines, first);
+  std::getline(lines, second);
+  EXPECT_EQ("velkor (KVF) 1.00", first);
+  EXPECT_NE(std::string::npos, second.find("Copyright"));
+  EXPECT_FALSE(std::getline(lines, more));
+  EXPECT_EQ("", log());
+}
+
+TEST_F(CommandLine, RejectedCommandLines) {
+  struct Case {
+    std::vector<std::string> args;
+    std::string err;  // after the parser's own complaint, if any
+  } cases[] = {
+      {{"-p", "-L", "vol"}, "velkor: option '-p' requires an argument.\n"},
+      {{"-I", "-l", "file"}, "velkor: option '-?' is invalid.\n"},
+      {{"--non-interactive", "-l", "file"}, "velkor: option '-?' is invalid.\n"},
+      {{"-H", "vol"}, "velkor: missing VOPTION or FOPTION argument.\n"},
+      {{"-L", "-l", "x"}, "velkor: more than one VOPTION or FOPTION found.\n"},
+      {{"-F", "-f", "x"}, "velkor: more than one VOPTION or FOPTION found.\n"},
+      {{"--clear-all", "--fix-stats", "x"}, "velkor: more than one VOPTION or FOPTION found.\n"},
+      {{"-L"}, "velkor: missing VOLUMENAME or FILENAME argument.\n"},
+      {{"-x", "-L", "vol"}, ""},
+      {{"--logpath=x.log", "-L", "vol"}, ""},
+      {{"-L", "vol", "-p"}, ""},
+  };
+  for (const Case& c : cases) {
+    ProcessResult r = velkor(c.args);
+    std::string what = c.args[0] + " " + (c.args.size() > 1 ? c.args[1] : "");
+    EXPECT_EQ(1, r.exitStatus) << what;
+    EXPECT_EQ("", r.out) << what;
+    std::string expected = c.err + kTry;
+    ASSERT_GE(r.err.size(), expected.size()) << what;
+    EXPECT_EQ(expected, r.err.substr(r.err.size() - expected.size())) << what;
+    if (c.err.empty()) {
+      EXPECT_GT(r.err.size(), expected.size()) << "the parser complains first: " << what;
+    } else {
+      EXPECT_EQ(expected, r.err) << what;
+    }
+  }
+  EXPECT_EQ("", log()) << "no run log is opened for a rejected command line";
+}
+
+TEST_F(CommandLine, AcceptedCommandLinesWriteTheLog) {
+  EXPECT_EQ(0, velkor({"-L", "-L", "vol"}).exitStatus);
+  EXPECT_EQ(0, velkor({"-H", "--list", "file", "ignored"}).exitStatus);
+  EXPECT_EQ(0, velkor({"--path=x.log", "-S", "VOL"}).exitStatus);
+  EXPECT_EQ(0, velkor({"-p", "y.log", "-S", "VOL"}).exitStatus);
+  EXPECT_NE(std::string::npos, log().find(" <argv index=\"3\" argv=\"vol\" />\n"));
+  EXPECT_NE(std::string::npos, log().find(" <argv index=\"4\" argv=\"ignored\" />\n"));
+  EXPECT_NE(std::string::npos, log("x.log").find(" <argv index=\"1\" argv=\"--path=x.log\" />\n"));
+  EXPECT_NE(std::string::npos, log("y.log").find("<velkor>\n"));
+}
+
+TEST_F(CommandLine, UnopenableLogIsReported) {
+  ProcessResult r = velkor({"-p", "no/such/dir/x.log", "-L", "vol"});
+  EXPECT_EQ(1, r.exitStatus);
+  EXPECT_EQ("no/such/dir/x.log: No such file or directory\n", r.err);
+  EXPECT_EQ("\n", r.out);
+}
+
+// Two runs append two documents; times and the build stamp are masked.
+TEST_F(CommandLine, RunLogDocumentsAppend) {
+  ASSERT_EQ(0, velkor({"-L", "VOL1"}).exitStatus);
+  ASSERT_EQ(0, velkor({"-H", "-p", "velkor.log", "-S", "VOL1"}).exitStatus);
+  std::string text = log();
+  std::regex time(R"(<CurrentTime time="[A-Z][a-z]{2} \d{2}, \d{4}  \d{2}:\d{2}:\d{2} [AP]M  [+-]\d{4}" timeValue="\d+" />)");
+  text = std::regex_replace(text, time, "<CurrentTime T/>");
+  text = std::regex_replace(text, std::regex(R"(  Build: [A-Z][a-z]{2} [ \d]\d \d{4} at \d{2}:\d{2}:\d{2}\n)"), "  Build: B\n");
+  std::string binary = testsupport::binaryPath("util/velkor");
+  auto document = [&](const std::vector<std::string>& args) {
+    std::string d =
+        "<velkor>\n<description>\n  velkor - Validate and fix KVF compression files\n  Version: 1.00\n"
+        "  Build: B\n</description>\n<CommandLine>\n";
+    for (size_t i = 0; i < args.size(); ++i)
+      d += " <argv index=\"" + std::to_string(i) + "\" argv=\"" + args[i] + "\" />\n";
+    return d + "</CommandLine>\n<startTime><CurrentTime T/></startTime>\n"
+               "<endTime><CurrentTime T/></endTime>\n</velkor>\n\n\n\n";
+  };
+  EXPECT_EQ(document({binary, "-L", "VOL1"}) + document({binary, "-H", "-p", "velkor.log", "-S", "VOL1"}), text);
+}
