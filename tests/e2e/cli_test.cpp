@@ -29,6 +29,15 @@ class CommandLine : public ::testing::Test {
     return testsupport::runProcess(command, "", dir.path());
   }
 
+  // A run that gets to its screen: answers the final prompt with a key.
+  ProcessResult velkorRun(std::vector<std::string> args) {
+    std::vector<std::string> command = {testsupport::sourcePath("scripts/kvf-sandbox"), "--cwd", dir.path(),
+                                        "--manage-file", dir.file("manage.cmd"), "--",
+                                        testsupport::binaryPath("util/velkor")};
+    command.insert(command.end(), args.begin(), args.end());
+    return testsupport::runInTerminal(command, {{"Press any key to continue....", "x"}}, dir.path());
+  }
+
   std::string log(const std::string& name = "velkor.log") { return testsupport::readFile(dir.file(name)); }
 
   TempDir dir;
@@ -143,10 +152,10 @@ TEST_F(CommandLine, RejectedCommandLines) {
 }
 
 TEST_F(CommandLine, AcceptedCommandLinesWriteTheLog) {
-  EXPECT_EQ(0, velkor({"-L", "-L", "vol"}).exitStatus);
-  EXPECT_EQ(0, velkor({"-H", "--list", "file", "ignored"}).exitStatus);
-  EXPECT_EQ(0, velkor({"--path=x.log", "-S", "VOL"}).exitStatus);
-  EXPECT_EQ(0, velkor({"-p", "y.log", "-S", "VOL"}).exitStatus);
+  EXPECT_EQ(0, velkorRun({"-L", "-L", "vol"}).exitStatus);
+  EXPECT_EQ(0, velkorRun({"-H", "--list", "file", "ignored"}).exitStatus);
+  EXPECT_EQ(0, velkorRun({"--path=x.log", "-S", "VOL"}).exitStatus);
+  EXPECT_EQ(0, velkorRun({"-p", "y.log", "-S", "VOL"}).exitStatus);
   EXPECT_NE(std::string::npos, log().find(" <argv index=\"3\" argv=\"vol\" />\n"));
   EXPECT_NE(std::string::npos, log().find(" <argv index=\"4\" argv=\"ignored\" />\n"));
   EXPECT_NE(std::string::npos, log("x.log").find(" <argv index=\"1\" argv=\"--path=x.log\" />\n"));
@@ -162,8 +171,8 @@ TEST_F(CommandLine, UnopenableLogIsReported) {
 
 // Two runs append two documents; times and the build stamp are masked.
 TEST_F(CommandLine, RunLogDocumentsAppend) {
-  ASSERT_EQ(0, velkor({"-L", "VOL1"}).exitStatus);
-  ASSERT_EQ(0, velkor({"-H", "-p", "velkor.log", "-S", "VOL1"}).exitStatus);
+  ASSERT_EQ(0, velkorRun({"-L", "VOL1"}).exitStatus);
+  ASSERT_EQ(0, velkorRun({"-H", "-p", "velkor.log", "-S", "VOL1"}).exitStatus);
   std::string text = log();
   std::regex time(R"(<CurrentTime time="[A-Z][a-z]{2} \d{2}, \d{4}  \d{2}:\d{2}:\d{2} [AP]M  [+-]\d{4}" timeValue="\d+" />)");
   text = std::regex_replace(text, time, "<CurrentTime T/>");
@@ -176,7 +185,27 @@ TEST_F(CommandLine, RunLogDocumentsAppend) {
     for (size_t i = 0; i < args.size(); ++i)
       d += " <argv index=\"" + std::to_string(i) + "\" argv=\"" + args[i] + "\" />\n";
     return d + "</CommandLine>\n<startTime><CurrentTime T/></startTime>\n"
+               "<finishStatus>finished successfully</finishStatus>\n"
                "<endTime><CurrentTime T/></endTime>\n</velkor>\n\n\n\n";
   };
   EXPECT_EQ(document({binary, "-L", "VOL1"}) + document({binary, "-H", "-p", "velkor.log", "-S", "VOL1"}), text);
+}
+
+// Without a terminal the interface cannot be made: the log says why and the
+// document stays open (no final status, no end time).
+TEST_F(CommandLine, NoScreenEndsTheRunWithTheReason) {
+  std::vector<std::string> command = {testsupport::sourcePath("scripts/kvf-sandbox"), "--cwd", dir.path(),
+                                      "--manage-file", dir.file("manage.cmd"), "--ro", testsupport::binaryPath("util"),
+                                      "--", "/usr/bin/env", "-u", "TERM",
+                                      testsupport::binaryPath("util/velkor"), "-L", "VOL1"};
+  ProcessResult r = testsupport::runProcess(command, "", dir.path());
+  EXPECT_EQ(1, r.exitStatus);
+  std::string text = log();
+  EXPECT_NE(std::string::npos, text.find("</startTime>\n"
+                                         "Exception while attempting to create a UserInterface Object:  "
+                                         "Could not access VELKOR screen via ScreenInterface\n"
+                                         "util/velkor/velkor[617]\n"))
+      << text;
+  EXPECT_EQ(std::string::npos, text.find("<endTime>"));
+  EXPECT_EQ(std::string::npos, text.find("</velkor>"));
 }

@@ -1,9 +1,294 @@
+// The interface object: screen, counters, status line and the two worker
+// threads (elapsed time, and Escape to abort a volume scan).
 #include "velkorUI.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <stdexcept>
+
+#include "kvfUtil.h"
+#include "screenInterface.h"
+#include "velkor.h"
 
 namespace velkor {
 
-VELKOR_UserInterface::VELKOR_UserInterface(int, char**) {}
-VELKOR_UserInterface::~VELKOR_UserInterface() {}
-void VELKOR_UserInterface::opDispatcher(int, char*, unsigned long) {}
+namespace {
+
+const char kTitle[] = "KVF Compression Validate and Fix Screen\n";
+const char kAbortQuestion[] = "Do you want to abort velkor (y/n)?";
+const int kStatusRow = 23;
+
+// Holds the screen lock for a scope. The worker threads also keep themselves
+// from being cancelled while they hold it, so a cancel never leaves it held.
+class ScreenLock {
+ public:
+  explicit ScreenLock(pthread_mutex_t* m) : m_(m) { pthread_mutex_lock(m_); }
+  ~ScreenLock() { pthread_mutex_unlock(m_); }
+  ScreenLock(const ScreenLock&) = delete;
+  ScreenLock& operator=(const ScreenLock&) = delete;
+
+ private:
+  pthread_mutex_t* m_;
+};
+
+void unlockOnCancel(void* m) { pthread_mutex_unlock(static_cast<pthread_mutex_t*>(m)); }
+
+// The colour of each counter (statsMsgs order) when it is not 0.
+const int kCounterColours[8] = {7, 6, 1, 3, 5, 12, 10, 13};
+
+}  // namespace
+
+int readKeyFromStdin() {
+  unsigned char c;
+  for (;;) {
+    ssize_t n = read(0, &c, 1);
+    if (n == 1) return c;
+    if (n < 0 && errno == EINTR) continue;
+    return EOF;
+  }
+}
+
+VELKOR_UserInterface::VELKOR_UserInterface(int argc, char** argv)
+    : screen(nullptr),
+      error(false),
+      aborted(false),
+      done(false),
+      abortWatch(false),
+      stats(nullptr),
+      operation(0),
+      total(0),
+      processed(0) {
+  try {
+    screen = new ScreenInterface();
+  } catch (const std::exception&) {
+    screen = nullptr;
+  }
+  if (!screen) throw std::runtime_error("Could not access VELKOR screen via ScreenInterface");
+
+  pthread_mutexattr_t attributes;
+  pthread_mutexattr_init(&attributes);
+  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+  pthread_mutex_init(&lock, &attributes);
+  pthread_mutexattr_destroy(&attributes);
+
+  drawAt(0, 20, 2, "%s", kTitle);
+  if (startThread() != 0) {
+    delete screen;
+    screen = nullptr;
+    pthread_mutex_destroy(&lock);
+    throw std::runtime_error("Could not create thread");
+  }
+  KVF::LB_delay(100);
+
+  stats = new CompStats(this);
+  stats->fixable = 0;
+  stats->fixed = 0;
+  stats->deleted = 0;
+  error = false;
+  setStatus(1);
+  displayCommand(argc, argv);
+}
+
+VELKOR_UserInterface::~VELKOR_UserInterface() {
+  if (!screen) return;
+  done = true;
+  {
+    // The run is over: Escape no longer aborts, and keys are the final prompt's.
+    ScreenLock hold(&lock);
+    abortWatch = false;
+  }
+  finished();
+  delete stats;
+  stats = nullptr;
+  pthread_cancel(timerThread);
+  pthread_join(timerThread, nullptr);
+  pthread_cancel(abortThread);
+  pthread_join(abortThread, nullptr);
+  delete screen;
+  screen = nullptr;
+  pthread_mutex_destroy(&lock);
+}
+
+int VELKOR_UserInterface::startThread() {
+  int result = pthread_create(&timerThread, nullptr, runTimerThread, this);
+  if (result != 0) return result;
+  result = pthread_create(&abortThread, nullptr, runCheckAbortThread, this);
+  if (result != 0) {
+    // The timer draws on the screen that the caller is about to destroy.
+    pthread_cancel(timerThread);
+    pthread_join(timerThread, nullptr);
+  }
+  return result;
+}
+
+void VELKOR_UserInterface::drawAt(int row, int col, int attribute, const char* format, ...) {
+  ScreenLock hold(&lock);
+  screen->PositionOutputCursor(row, col);
+  va_list args;
+  va_start(args, format);
+  screen->OutputToScreenWithAttributeV(attribute, format, args);
+  va_end(args);
+}
+
+void VELKOR_UserInterface::displayCommand(int argc, char** argv) {
+  // At most 67 characters: a longer command line is cut to 64 and "...".
+  char line[68];
+  int position = 0;
+  for (int i = 0; i < argc; ++i) {
+    int length = static_cast<int>(strlen(argv[i]));
+    if (length > 67 - position) {
+      if (position < 64) memcpy(line + position, argv[i], 64 - position);
+      memcpy(line + 64, "...", 3);
+      position = 67;
+      break;
+    }
+    memcpy(line + position, argv[i], length);
+    position += length;
+    if (position > 66) break;
+    line[position++] = ' ';
+  }
+  line[position] = '\0';
+  drawAt(2, 2, 2, "%s%s\n", "Command: ", line);
+}
+
+void VELKOR_UserInterface::formatTime(int seconds, char* out) {
+  sprintf(out, "%02d:%02d:%02d", seconds / 3600, (seconds % 3600) / 60, seconds % 60);
+}
+
+void VELKOR_UserInterface::showElapsed(int seconds) {
+  ScreenLock hold(&lock);
+  char elapsed[32];
+  formatTime(seconds, elapsed);
+  screen->PositionOutputCursor(4, 2);
+  uint64_t all = total, done_ = processed;
+  if (!done && all != 0) {
+    int percent = all > done_ ? static_cast<int>(done_ * 100 / all) : 99;
+    // The format ends in a lone '%', which prints as itself.
+    static const char* const format = "Time Elapsed: %s                       Percent finished: %d%\n";
+    screen->OutputToScreenWithAttribute(2, format, elapsed, percent);
+  } else {
+    screen->OutputToScreenWithAttribute(2, "Time Elapsed: %s\n", elapsed);
+  }
+}
+
+void* VELKOR_UserInterface::runTimerThread(void* arg) {
+  auto* self = static_cast<VELKOR_UserInterface*>(arg);
+  for (int seconds = 0;; ++seconds) {
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    self->showElapsed(seconds);
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+    KVF::LB_delay(1000);
+  }
+  return nullptr;
+}
+
+// Drains the keys typed so far; after an Escape asks whether to abort. True
+// when the operator answered y or Y.
+bool VELKOR_UserInterface::watchForAbort() {
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  pthread_mutex_lock(&lock);
+  bool escape = false;
+  nodelay(screen->pad, TRUE);
+  for (int key; (key = wgetch(screen->pad)) != ERR;) {
+    if (key == 27) escape = true;
+  }
+  nodelay(screen->pad, FALSE);
+
+  bool confirmed = false;
+  if (escape) {
+    screen->PositionOutputCursor(kStatusRow, 0);
+    screen->ClearLine();
+    screen->PositionOutputCursor(kStatusRow, 2);
+    screen->OutputToScreenWithAttribute(14, "%s", kAbortQuestion);
+    // The answer is waited for with the lock held: the scan and the timer
+    // stop at their next repaint until the operator answers.
+    int answer;
+    pthread_cleanup_push(unlockOnCancel, &lock);
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+    answer = readKeyFromStdin();
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    pthread_cleanup_pop(0);
+    screen->PositionOutputCursor(kStatusRow, static_cast<int>(strlen(kAbortQuestion)) + 4);
+    if (answer != EOF) screen->OutputToScreenWithAttribute(14, "%c", answer);
+    if (answer != EOF && (answer & ~0x20) == 'Y') {
+      confirmed = true;
+      aborted = true;
+    } else {
+      setStatus(1);
+    }
+  }
+  pthread_mutex_unlock(&lock);
+  pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+  return confirmed;
+}
+
+void* VELKOR_UserInterface::runCheckAbortThread(void* arg) {
+  auto* self = static_cast<VELKOR_UserInterface*>(arg);
+  for (;;) {
+    KVF::LB_delay(100);
+    if (!self->abortWatch) continue;
+    if (self->watchForAbort()) break;
+  }
+  return nullptr;
+}
+
+void VELKOR_UserInterface::setStatus(int state) {
+  ScreenLock hold(&lock);
+  screen->PositionOutputCursor(kStatusRow, 0);
+  screen->ClearLine();
+  screen->PositionOutputCursor(kStatusRow, 2);
+  if (state == 1) {
+    bool noAbort = operation == opFixStats || operation > 127;
+    screen->OutputToScreenWithAttribute(2, "STATUS: %s", noAbort ? "running" : "running, press <ESC> to abort");
+  } else if (state == 2) {
+    const char* text = "finished successfully";
+    int attribute = 2;
+    if (aborted) {
+      text = "user aborted";
+      attribute = 14;
+    } else if (error) {
+      text = "finished with error";
+      attribute = 12;
+    } else if (stats->corrupted != 0 || stats->fixable != 0) {
+      text = "finished with problem files found";
+      attribute = 14;
+    }
+    screen->OutputToScreenWithAttribute(attribute, "STATUS: %s, check %s for details", text, logPath);
+    std::cerr << "<finishStatus>" << text << "</finishStatus>" << "\n";
+  }
+}
+
+void VELKOR_UserInterface::finished() {
+  setStatus(2);
+  letUserView();
+}
+
+int VELKOR_UserInterface::letUserView() {
+  drawAt(24, 2, 11, "Press any key to continue....");
+  return readKeyFromStdin();
+}
+
+void VELKOR_UserInterface::displayCompNotSupported() {
+  drawAt(18, 2, 14, "Volume doesn't have compression feature enabled. Nothing to do.");
+}
+
+void VELKOR_UserInterface::displayStats(unsigned long withLabels) {
+  ScreenLock hold(&lock);
+  const int width = static_cast<int>(strlen(CompStats::statsMsgs[0]));
+  for (int row = 0; withLabels && row < 4; ++row) {
+    screen->PositionOutputCursor(8 + row, 4);
+    screen->OutputToScreenWithAttribute(2, "%s                   %s", CompStats::statsMsgs[2 * row],
+                                        CompStats::statsMsgs[2 * row + 1]);
+  }
+  for (int i = 0; i < 8; ++i) {
+    uint64_t value = stats->counter(i);
+    screen->PositionOutputCursor(8 + i / 2, i % 2 == 0 ? width + 4 : 2 * width + 24);
+    screen->OutputToScreenWithAttribute(value ? kCounterColours[i] : 7, "%15u", static_cast<unsigned int>(value));
+  }
+}
 
 }  // namespace velkor

@@ -1,15 +1,79 @@
 // VELKOR_UserInterface: the run's operator interface. It owns the screen, the
-// counters and the worker threads, and runs the chosen operation.
+// counters and the timer and abort-watch threads, and runs the operation.
 #pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+
+#include "compStats.h"
+#include "velkorTypes.h"
+
+class ScreenInterface;
 
 namespace velkor {
 
+class UncompBeastInfo;
+class CompBeastInfo;
+
+// The per-object routine of the list, fix, delete and clear operations.
+typedef void (*ObjectRoutine)(char* volumeName, char* objectText, OpArgs_s* args, CompStats* stats);
+
 class VELKOR_UserInterface {
  public:
+  // Enters curses mode and starts the threads; throws std::runtime_error.
   VELKOR_UserInterface(int argc, char** argv);
+  // Shows the final status, waits for a key, stops the threads, ends curses.
   ~VELKOR_UserInterface();
+  VELKOR_UserInterface(const VELKOR_UserInterface&) = delete;
+  VELKOR_UserInterface& operator=(const VELKOR_UserInterface&) = delete;
 
+  // Runs the operation; a KVFError becomes an error element in the run log.
   void opDispatcher(int operation, char* path, unsigned long noHeader);
+  void fileOp(char* path, ObjectRoutine routine, OpArgs_s* args);
+  void volumeOp(char* volumeName, ObjectRoutine routine, OpArgs_s* args);
+  void doVolumeStats(char* volumeName);
+  void doFileCompCandidate(char* path);
+
+  void displayCommand(int argc, char** argv);
+  static void formatTime(int seconds, char* out);
+  void setStatus(int state);
+  void finished();
+  int letUserView();
+  void displayCompNotSupported();
+  void displayStats(unsigned long withLabels);
+  void displayFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name, unsigned long problems,
+                       unsigned long noHeader, unsigned long fixed, unsigned long deleted);
+  void logFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name, unsigned long problems,
+                   unsigned long noHeader, unsigned long fixed, unsigned long deleted);
+  static void getTypeStr(char* out, unsigned long deletedFlag, unsigned long typeCode, unsigned long xmlForm);
+
+  // Draws at a position with a display attribute, holding the screen lock.
+  void drawAt(int row, int col, int attribute, const char* format, ...);
+
+  ScreenInterface* screen;
+  pthread_t timerThread;
+  pthread_t abortThread;
+  std::atomic<bool> error;
+  std::atomic<bool> aborted;
+  std::atomic<bool> done;
+  std::atomic<bool> abortWatch;
+  CompStats* stats;
+  uint64_t operation;
+  std::atomic<uint64_t> total;
+  std::atomic<uint64_t> processed;
+  pthread_mutex_t lock;
+
+ private:
+  static void* runTimerThread(void* self);
+  static void* runCheckAbortThread(void* self);
+  int startThread();
+  void showElapsed(int seconds);
+  bool watchForAbort();
 };
+
+// One character from standard input, unbuffered; EOF when there is none.
+int readKeyFromStdin();
 
 }  // namespace velkor

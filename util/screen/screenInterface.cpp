@@ -1,0 +1,224 @@
+#include "screenInterface.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <stdexcept>
+
+namespace {
+
+const char kAnswerLetters[] = "ynYN";
+
+// Pads are copied explicitly; each output ends with a copy to the screen.
+void copyToScreen(WINDOW* w) {
+  int rows = 0, cols = 0;
+  GetTermSize(&rows, &cols);
+  int lastRow = rows - 1 < 0 ? 0 : rows - 1;
+  int lastCol = cols - 1 < 0 ? 0 : cols - 1;
+  prefresh(w, 0, 0, 0, 0, lastRow, lastCol);
+}
+
+}  // namespace
+
+int GetTermSize(int* rows, int* cols) {
+  struct winsize size;
+  *rows = 0;
+  *cols = 0;
+  if (ioctl(0, TIOCGWINSZ, &size) != 0) return -1;
+  *rows = size.ws_row;
+  *cols = size.ws_col;
+  return 0;
+}
+
+ScreenInterface::ScreenInterface() : pad(nullptr), screen_(nullptr), hasColours_(false) {
+  // newterm, unlike initscr, reports a missing terminal instead of exiting.
+  screen_ = newterm(nullptr, stdout, stdin);
+  if (!screen_) throw std::runtime_error("no terminal");
+  pad = newpad(kPadRows, kPadColumns);
+  if (!pad) {
+    endwin();
+    delscreen(screen_);
+    throw std::runtime_error("no pad");
+  }
+  if (has_colors()) {
+    hasColours_ = true;
+    start_color();
+    for (short pair = 0; pair < 8; ++pair) init_pair(pair, COLOR_WHITE, COLOR_BLUE);
+  }
+  curs_set(0);
+  noecho();
+  // Keys arrive one at a time, so "any key" and Escape need no Enter.
+  cbreak();
+  keypad(pad, TRUE);
+  set_escdelay(100);
+  Redraw();
+}
+
+ScreenInterface::~ScreenInterface() {
+  endwin();
+  if (pad) delwin(pad);
+  delscreen(screen_);
+}
+
+attr_t ScreenInterface::AttributesFor(int attribute) const {
+  if (!hasColours_) return A_NORMAL;
+  switch (attribute) {
+    case 0: return A_INVIS;
+    case 1: return COLOR_PAIR(4) | A_BOLD;
+    case 2: return COLOR_PAIR(2);
+    case 4: case 12: return COLOR_PAIR(1);
+    case 5: return COLOR_PAIR(5) | A_BOLD;
+    case 6: return COLOR_PAIR(3);
+    case 7: return A_NORMAL;
+    case 10: return COLOR_PAIR(2) | A_BOLD;
+    case 13: return COLOR_PAIR(5);
+    case 14: return COLOR_PAIR(3) | A_BOLD;
+    default: return COLOR_PAIR(4);
+  }
+}
+
+void ScreenInterface::PositionOutputCursor(int row, int col) { wmove(pad, row, col); }
+
+void ScreenInterface::GetOutputCursor(int& row, int& col) {
+  if (!pad) {
+    row = col = -1;
+    return;
+  }
+  getyx(pad, row, col);
+}
+
+void ScreenInterface::OutputToScreenWithAttribute(int attribute, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  OutputToScreenWithAttributeV(attribute, format, args);
+  va_end(args);
+}
+
+void ScreenInterface::OutputToScreenWithAttributeV(int attribute, const char* format, va_list args) {
+  attr_t attrs = AttributesFor(attribute);
+  if (attrs != A_NORMAL) wattron(pad, attrs);
+  vw_printw(pad, format, args);
+  if (attrs != A_NORMAL) wattroff(pad, attrs);
+  CopyPadToScreen();
+}
+
+void ScreenInterface::CopyPadToScreen() { copyToScreen(pad); }
+
+void ScreenInterface::ClearLine() {
+  int row, col;
+  getyx(pad, row, col);
+  (void)col;
+  wmove(pad, row, 0);
+  wclrtoeol(pad);
+}
+
+void ScreenInterface::ClearScreen() { werase(pad); }
+
+void ScreenInterface::Redraw() {
+  int rows = 0, cols = 0;
+  GetTermSize(&rows, &cols);
+  if (rows > 0 && cols > 0) resizeterm(rows, cols);
+  // Discard a pending key (the resize itself) without waiting for one.
+  nodelay(pad, TRUE);
+  wgetch(pad);
+  nodelay(pad, FALSE);
+  clear();
+  refresh();
+  touchwin(pad);
+  wbkgd(pad, hasColours_ ? COLOR_PAIR(4) : A_NORMAL);
+  CopyPadToScreen();
+}
+
+void ScreenInterface::GetKey(WINDOW* w, int* kind, int* ch, int* extra1, int* extra2, unsigned long) {
+  if (!w) return;
+  int key = wgetch(w);
+  while (key == KEY_RESIZE) {
+    Redraw();
+    key = wgetch(w);
+  }
+  int k = kKeyCharacter;
+  if (key >= KEY_F(0) && key <= KEY_F(63)) k = kKeyFunction;
+  else if (key == KEY_ENTER) k = kKeyEnter;
+  else if (key == 27) k = kKeyEscape;
+  else if (key == KEY_BACKSPACE) k = kKeyBackspace;
+  else if (key == KEY_DC) k = kKeyDelete;
+  else if (key == KEY_IC) k = kKeyInsert;
+  else if (key == KEY_UP) k = kKeyUp;
+  else if (key == KEY_DOWN) k = kKeyDown;
+  else if (key == KEY_RIGHT) k = kKeyRight;
+  else if (key == KEY_LEFT) k = kKeyLeft;
+  else if (key == KEY_HOME) k = kKeyHome;
+  else if (key == KEY_END) k = kKeyEnd;
+  else if (key == KEY_PPAGE) k = kKeyPageUp;
+  else if (key == KEY_NPAGE) k = kKeyPageDown;
+  if (kind) *kind = k;
+  if (ch) *ch = key & 0xff;
+  if (extra1) *extra1 = 0;
+  if (extra2) *extra2 = 0;
+}
+
+int ScreenInterface::GetAKey() {
+  int ch = 0;
+  GetKey(pad, nullptr, &ch, nullptr, nullptr, 0);
+  return ch;
+}
+
+void ScreenInterface::EatAllTypeAhead() {
+  nodelay(pad, TRUE);
+  while (wgetch(pad) != ERR) {
+  }
+  nodelay(pad, FALSE);
+}
+
+int ScreenInterface::PromptForYesOrNo2(unsigned int defaultFlags, const char* prompt) {
+  int defaultAnswer = (defaultFlags & 1) ? 1 : 0;
+  char defaultLetter = kAnswerLetters[defaultAnswer ? 0 : 1];
+  OutputToScreen(pad, "%s", prompt);
+  int row, col;
+  getyx(pad, row, col);
+  OutputToScreen(pad, "%c", defaultLetter);
+  wmove(pad, row, col);
+  for (;;) {
+    int kind = 0, ch = 0;
+    GetKey(pad, &kind, &ch, nullptr, nullptr, 0);
+    if (kind == kKeyEnter || (kind == kKeyCharacter && (ch == '\n' || ch == '\r'))) break;
+    if (kind == kKeyEscape) {
+      if (defaultFlags & ~1u) {
+        OutputToScreen(pad, "y\r\n");
+        return -1;
+      }
+      break;
+    }
+    if (kind == kKeyCharacter && (ch == kAnswerLetters[0] || ch == kAnswerLetters[2])) {
+      OutputToScreen(pad, "y\r\n");
+      return 1;
+    }
+    if (kind == kKeyCharacter && (ch == kAnswerLetters[1] || ch == kAnswerLetters[3])) {
+      OutputToScreen(pad, "n\r\n");
+      return 0;
+    }
+    beep();
+  }
+  OutputToScreen(pad, "%c\r\n", defaultLetter);
+  return defaultAnswer;
+}
+
+bool ScreenInterface::PromptForYesOrNo(bool defaultYes, const char* prompt, bool clearAfter) {
+  EatAllTypeAhead();
+  int answer = PromptForYesOrNo2(defaultYes ? 1u : 0u, prompt);
+  if (clearAfter) ClearLine();
+  return answer != 0;
+}
+
+void OutputToScreen(WINDOW* w, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  OutputToScreenWithPointer(w, format, args);
+  va_end(args);
+}
+
+void OutputToScreenWithPointer(WINDOW* w, const char* format, va_list args) {
+  vw_printw(w, format, args);
+  copyToScreen(w);
+}

@@ -1,0 +1,68 @@
+// ScreenInterface: a thin layer over curses. All drawing goes to one off-screen
+// pad that is copied to the terminal after each write; attributes are numbers.
+#pragma once
+
+#include <curses.h>
+
+#include <cstdarg>
+
+// Logical key kinds returned by ScreenInterface::GetKey.
+enum KeyKind {
+  kKeyCharacter = 0,
+  kKeyFunction = 1,
+  kKeyEnter = 2,
+  kKeyEscape = 3,
+  kKeyBackspace = 4,
+  kKeyDelete = 5,
+  kKeyInsert = 6,
+  kKeyUp = 7,
+  kKeyDown = 8,
+  kKeyRight = 9,
+  kKeyLeft = 10,
+  kKeyHome = 11,
+  kKeyEnd = 12,
+  kKeyPageUp = 13,
+  kKeyPageDown = 14,
+};
+
+class ScreenInterface {
+ public:
+  static const int kPadRows = 100;
+  static const int kPadColumns = 320;
+
+  // Enters curses mode; throws std::runtime_error when no screen can be had.
+  ScreenInterface();
+  ~ScreenInterface();
+  ScreenInterface(const ScreenInterface&) = delete;
+  ScreenInterface& operator=(const ScreenInterface&) = delete;
+
+  void PositionOutputCursor(int row, int col);
+  void GetOutputCursor(int& row, int& col);
+  void OutputToScreenWithAttribute(int attribute, const char* format, ...);
+  void OutputToScreenWithAttributeV(int attribute, const char* format, va_list args);
+  void ClearLine();
+  void ClearScreen();
+  void Redraw();
+  void GetKey(WINDOW* w, int* kind, int* ch, int* extra1, int* extra2, unsigned long flags);
+  int GetAKey();
+  void EatAllTypeAhead();
+  bool PromptForYesOrNo(bool defaultYes, const char* prompt, bool clearAfter);
+
+  // Copies the pad's top-left corner, as large as the terminal, to the screen.
+  void CopyPadToScreen();
+
+  WINDOW* pad;
+
+ private:
+  int PromptForYesOrNo2(unsigned int defaultFlags, const char* prompt);
+  attr_t AttributesFor(int attribute) const;
+
+  SCREEN* screen_;
+  bool hasColours_;
+};
+
+// The terminal's size from descriptor 0; -1 (and 0 x 0) when it can't be read.
+int GetTermSize(int* rows, int* cols);
+
+void OutputToScreen(WINDOW* w, const char* format, ...);
+void OutputToScreenWithPointer(WINDOW* w, const char* format, va_list args);

@@ -1,0 +1,17 @@
+// Operations that are not built yet: they do nothing. Each moves to its own
+// file when it is built.
+#include "velkorHelper.h"
+#include "velkorUI.h"
+
+namespace velkor {
+
+void checkCompressionStatus(char*, char*, OpArgs_s*, CompStats*) {}
+void checkCCBit(char*, char*, OpArgs_s*, CompStats*) {}
+void VELKOR_UserInterface::fileOp(char*, ObjectRoutine, OpArgs_s*) {}
+void VELKOR_UserInterface::volumeOp(char*, ObjectRoutine, OpArgs_s*) {}
+void VELKOR_UserInterface::doVolumeStats(char*) {}
+void VELKOR_UserInterface::doFileCompCandidate(char*) {}
+void VELKOR_UserInterface::displayFileInfo(UncompBeastInfo*, CompBeastInfo*, char*, unsigned long, unsigned long,
+                                           unsigned long, unsigned long) {}
+
+}  // namespace velkor

@@ -1,0 +1,37 @@
+// The dispatch of the run's one operation, and the single-file operation.
+#include <iostream>
+
+#include "kvfError.h"
+#include "velkorHelper.h"
+#include "velkorUI.h"
+
+namespace velkor {
+
+void VELKOR_UserInterface::opDispatcher(int op, char* path, unsigned long noHeader) {
+  operation = static_cast<unsigned int>(op);
+  // The status line's Escape hint depends on the operation.
+  setStatus(1);
+  OpArgs_s args = {noHeader, 0, 0};
+  try {
+    switch (static_cast<unsigned int>(op)) {
+      case opClearAll: volumeOp(path, checkCCBit, nullptr); break;
+      case opDeleteAll: args.delete_ = 1; volumeOp(path, checkCompressionStatus, &args); break;
+      case opFixAll: args.fix = 1; volumeOp(path, checkCompressionStatus, &args); break;
+      case opListAll: volumeOp(path, checkCompressionStatus, &args); break;
+      case opFixStats: doVolumeStats(path); break;
+      case opClear: fileOp(path, checkCCBit, nullptr); break;
+      case opDelete: args.delete_ = 1; fileOp(path, checkCompressionStatus, &args); break;
+      case opFix: args.fix = 1; fileOp(path, checkCompressionStatus, &args); break;
+      case opList: fileOp(path, checkCompressionStatus, &args); break;
+      case opBackground: doFileCompCandidate(path); break;
+      default: break;
+    }
+  } catch (const KVFError& e) {
+    std::cerr << "<error>" << "util/velkor/velkorUI" << "[" << 994 << "] originated from:" << e.location
+              << " error: " << e.number() << " " << e.numberName() << " message: " << e.what() << "</error>"
+              << "\n";
+    error = true;
+  }
+}
+
+}  // namespace velkor

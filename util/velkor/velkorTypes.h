@@ -1,0 +1,54 @@
+// Small records shared by the operations: the per-operation arguments, the
+// volume's information, the problem codes of a file and the operation codes.
+#pragma once
+
+#include <cstdint>
+
+namespace velkor {
+
+// Arguments of one list, fix or delete operation.
+struct OpArgs_s {
+  uint64_t flags;   // the run's no-header switch: not 0 skips the header check
+  uint64_t fix;     // not 0: repair fixable files
+  uint64_t delete_; // not 0: delete corrupted files
+};
+
+struct VolumeInfo_s {
+  char volumeState[32];
+  uint64_t compressionEnabled;
+  char* mountPoint;  // owned
+};
+
+// Problem codes: one bit each; a file is corrupted when any corrupted bit is
+// set, else fixable when any fixable bit is set.
+enum ProblemCode : unsigned long {
+  good = 1,
+  skippedChecking = 2,
+  invalidAttribute = 4,
+  invalidState = 8,
+  mismatchedDeletedFlag = 16,
+  invalidZid = 32,
+  compBeastNotFound = 64,
+  compBeastEOFZero = 128,
+  badCompHeader = 256,
+  mismatchedZid = 512,
+  noPhysicalData = 1024,
+};
+const unsigned long kCorruptedProblems = 0x7E0;
+const unsigned long kFixableProblems = 0x1C;
+
+// Operation codes: volume-level codes are below 128, file-level codes above.
+enum OperationCode : unsigned int {
+  opClearAll = 0x1,
+  opDeleteAll = 0x2,
+  opFixAll = 0x4,
+  opListAll = 0x8,
+  opFixStats = 0x10,
+  opClear = 0x100,
+  opDelete = 0x200,
+  opFix = 0x400,
+  opList = 0x800,
+  opBackground = 0x1000,
+};
+
+}  // namespace velkor
