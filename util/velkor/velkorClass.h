@@ -2,8 +2,48 @@
 // request envelope, and (below) the reply buffer and command-file exchange.
 #pragma once
 
+#include <cstdint>
+#include <ostream>
+
 // Management command files and the request envelope. Plain globals, so that
 // tests can point the program at a simulator's mount.
 extern const char* managecmd;
 extern const char* filecmd;
 extern const char* cmdHeader;
+
+namespace velkor {
+
+// The reply text of one exchange: a heap block that starts at 4096 zeroed
+// bytes, grows by 4096 and is NUL-terminated after an exchange.
+class ReplyBuf {
+ public:
+  ReplyBuf();  // throws KVFError "Out of memory"
+  ~ReplyBuf();
+  ReplyBuf(const ReplyBuf&) = delete;
+  ReplyBuf& operator=(const ReplyBuf&) = delete;
+
+  // Grows the block to used + extra bytes with `free` = extra; throws on failure.
+  void grow(int32_t extra);
+
+  char* data;    // owned; released with free()
+  int32_t free;  // bytes free after the used part
+  int32_t used;  // bytes of reply held
+};
+
+// Writes the reply as a C string; a null block sets the stream's bad bit.
+std::ostream& operator<<(std::ostream& os, ReplyBuf& reply);
+
+// One open management command file, for one request/reply exchange. The caller
+// closes `fd` after the exchange, also when readWrite throws.
+class CmdFile {
+ public:
+  explicit CmdFile(const char* path);  // throws "Unable to open the admin file"
+
+  // Writes `request` (envelope included) at offset 0, reads the whole reply from
+  // offset 0, appending it to `reply`, and checks the status of element `tag`.
+  void readWrite(char* request, const char* tag, ReplyBuf* reply);
+
+  int32_t fd;
+};
+
+}  // namespace velkor
