@@ -1,0 +1,368 @@
+#define FUSE_USE_VERSION 312
+#include "fs.h"
+
+#include <fuse3/fuse.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <mutex>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "fixture.h"
+
+namespace kvfsim {
+
+namespace {
+
+SimContext& context() { return *static_cast<SimContext*>(fuse_get_context()->private_data); }
+
+enum class Node { kNone, kDir, kCmd, kState, kLog, kFaults, kVolumeDir, kVolumeFile };
+
+// A path of the mount split into what it names.
+struct Where {
+  Node node = Node::kNone;
+  CmdFile cmd = CmdFile::kManage;
+  std::string volume;    // for the volume tree
+  std::string fullName;  // inside the volume: "/dir/file", "" for its root
+};
+
+Where locate(const char* path) {
+  std::string p(path);
+  Where w;
+  static const struct {
+    const char* path;
+    Node node;
+  } fixed[] = {{"/", Node::kDir},
+               {"/Manage_KVF", Node::kDir},
+               {"/control", Node::kDir},
+               {"/volumes", Node::kDir},
+               {"/Manage_KVF/manage.cmd", Node::kCmd},
+               {"/Manage_KVF/files.cmd", Node::kCmd},
+               {"/control/state.json", Node::kState},
+               {"/control/requests.jsonl", Node::kLog},
+               {"/control/faults", Node::kFaults}};
+  for (const auto& f : fixed)
+    if (p == f.path) {
+      w.node = f.node;
+      if (p == "/Manage_KVF/files.cmd") w.cmd = CmdFile::kFiles;
+      return w;
+    }
+  const std::string root = "/volumes/";
+  if (p.compare(0, root.size(), root) != 0) return w;
+  size_t slash = p.find('/', root.size());
+  w.volume = p.substr(root.size(), slash == std::string::npos ? std::string::npos : slash - root.size());
+  w.fullName = slash == std::string::npos ? "" : p.substr(slash);
+  w.node = w.fullName.empty() ? Node::kVolumeDir : Node::kVolumeFile;
+  return w;
+}
+
+// What one open file holds.
+struct Handle {
+  Node node;
+  CmdFile cmd = CmdFile::kManage;
+  std::mutex mutex;
+  std::string request;  // management files: the request written; faults: text written
+  std::string data;     // management files: the reply; state and faults: the snapshot
+  bool eioRead = false;
+};
+
+Handle* handleOf(fuse_file_info* fi) { return reinterpret_cast<Handle*>(fi->fh); }
+
+time_t startTime = time(nullptr);
+
+void fillStat(struct stat* st, bool dir, mode_t mode, off_t size) {
+  memset(st, 0, sizeof *st);
+  st->st_mode = (dir ? S_IFDIR : S_IFREG) | mode;
+  st->st_nlink = dir ? 2 : 1;
+  st->st_size = size;
+  st->st_uid = getuid();
+  st->st_gid = getgid();
+  st->st_atime = st->st_mtime = st->st_ctime = startTime;
+}
+
+int simGetattr(const char* path, struct stat* st, fuse_file_info*) {
+  Where w = locate(path);
+  SimContext& c = context();
+  switch (w.node) {
+    case Node::kNone: return -ENOENT;
+    case Node::kDir: fillStat(st, true, 0755, 0); return 0;
+    case Node::kCmd:
+    case Node::kFaults: fillStat(st, false, 0666, 0); return 0;
+    case Node::kState: fillStat(st, false, 0444, 0); return 0;
+    case Node::kLog: fillStat(st, false, 0444, c.log.size()); return 0;
+    default: break;
+  }
+  std::shared_lock lock(c.model.mutex);
+  Volume* v = c.model.findVolume(w.volume);
+  if (!v) return -ENOENT;
+  if (w.node == Node::kVolumeDir) {
+    fillStat(st, true, 0755, 0);
+    return 0;
+  }
+  if (const Beast* b = v->findByName(w.fullName)) {
+    fillStat(st, b->isDirectory(), b->isDirectory() ? 0755 : 0644, b->isDirectory() ? 0 : off_t(b->eof));
+    st->st_ino = b->zid;
+    st->st_mtime = b->accessedUtc;
+    return 0;
+  }
+  if (v->isImplicitDirectory(w.fullName)) {
+    fillStat(st, true, 0755, 0);
+    return 0;
+  }
+  return -ENOENT;
+}
+
+int simReaddir(const char* path, void* buf, fuse_fill_dir_t fill, off_t, fuse_file_info*, fuse_readdir_flags) {
+  Where w = locate(path);
+  std::set<std::string> entries;
+  SimContext& c = context();
+  std::string p(path);
+  if (p == "/") entries = {"Manage_KVF", "control", "volumes"};
+  else if (p == "/Manage_KVF") entries = {"manage.cmd", "files.cmd"};
+  else if (p == "/control") entries = {"state.json", "requests.jsonl", "faults"};
+  else if (p == "/volumes") {
+    std::shared_lock lock(c.model.mutex);
+    for (const auto& v : c.model.volumes) entries.insert(v->name);
+  } else if (w.node == Node::kVolumeDir || w.node == Node::kVolumeFile) {
+    std::shared_lock lock(c.model.mutex);
+    Volume* v = c.model.findVolume(w.volume);
+    if (!v) return -ENOENT;
+    std::string prefix = w.fullName + "/";
+    bool any = false;
+    for (auto it = v->names.lower_bound(prefix); it != v->names.end() && it->first.substr(0, prefix.size()) == prefix; ++it) {
+      std::string_view rest = it->first.substr(prefix.size());
+      entries.emplace(rest.substr(0, rest.find('/')));
+      any = true;
+    }
+    if (!any && w.node == Node::kVolumeFile) {
+      const Beast* b = v->findByName(w.fullName);
+      if (!b) return -ENOENT;
+      if (!b->isDirectory()) return -ENOTDIR;
+    }
+  } else {
+    return -ENOTDIR;
+  }
+  fill(buf, ".", nullptr, 0, fuse_fill_dir_flags(0));
+  fill(buf, "..", nullptr, 0, fuse_fill_dir_flags(0));
+  for (const std::string& e : entries) fill(buf, e.c_str(), nullptr, 0, fuse_fill_dir_flags(0));
+  return 0;
+}
+
+int simOpen(const char* path, fuse_file_info* fi) {
+  Where w = locate(path);
+  SimContext& c = context();
+  bool writing = (fi->flags & O_ACCMODE) != O_RDONLY;
+  auto h = std::make_unique<Handle>();
+  h->node = w.node;
+  h->cmd = w.cmd;
+  switch (w.node) {
+    case Node::kCmd: break;
+    case Node::kState: {
+      if (writing) return -EACCES;
+      std::ostringstream out;
+      std::shared_lock lock(c.model.mutex);
+      writeState(c.model, out);
+      h->data = out.str();
+      break;
+    }
+    case Node::kLog:
+      if (writing) return -EACCES;
+      break;
+    case Node::kFaults: h->data = c.faults.dump(); break;
+    case Node::kVolumeFile: {
+      struct stat st;
+      if (int r = simGetattr(path, &st, nullptr)) return r;
+      if (S_ISDIR(st.st_mode)) return -EISDIR;
+      if (writing) return -EACCES;
+      break;
+    }
+    case Node::kNone: return -ENOENT;
+    default: return -EISDIR;
+  }
+  // Replies and snapshots have no size the kernel could know in advance.
+  fi->direct_io = w.node != Node::kVolumeFile;
+  fi->fh = reinterpret_cast<uint64_t>(h.release());
+  return 0;
+}
+
+int simRelease(const char*, fuse_file_info* fi) {
+  delete handleOf(fi);
+  return 0;
+}
+
+int readFrom(const std::string& data, char* buf, size_t size, off_t offset) {
+  if (offset < 0 || size_t(offset) >= data.size()) return 0;
+  size_t n = std::min(size, data.size() - size_t(offset));
+  memcpy(buf, data.data() + offset, n);
+  return int(n);
+}
+
+int simRead(const char* path, char* buf, size_t size, off_t offset, fuse_file_info* fi) {
+  Handle* h = handleOf(fi);
+  SimContext& c = context();
+  std::lock_guard lock(h->mutex);
+  switch (h->node) {
+    case Node::kCmd:
+      if (h->eioRead) return -EIO;
+      return readFrom(h->data, buf, size, offset);
+    case Node::kLog: return int(c.log.read(buf, size, offset));
+    case Node::kVolumeFile: {
+      struct stat st;
+      if (simGetattr(path, &st, nullptr) || offset >= st.st_size) return 0;
+      size_t n = std::min<off_t>(size, st.st_size - offset);
+      memset(buf, 0, n);
+      return int(n);
+    }
+    default: return readFrom(h->data, buf, size, offset);
+  }
+}
+
+// Runs the request written into a management file, faults included;
+// returns 0 or a negative errno for the write.
+int exchange(SimContext& c, Handle& h) {
+  RequestPtr request = c.handler.parse(h.cmd, h.request);
+  const RequestKey& key = c.handler.key(*request);
+  std::optional<FaultRule> rule = c.faults.match(key.kind, key.volume, key.zid);
+  h.eioRead = false;
+  if (rule && rule->action == "delay") std::this_thread::sleep_for(std::chrono::milliseconds(rule->ms));
+  std::string reply = !rule || rule->apply ? c.handler.execute(*request) : "";
+  int status = 0;
+  if (rule) {
+    const std::string& a = rule->action;
+    if (a == "result") reply = c.handler.resultReply(*request, rule->value);
+    else if (a == "raw") reply = rule->text;
+    else if (a == "empty") reply.clear();
+    else if (a == "cut" || a == "pad") reply = reshapeReply(*rule, std::move(reply));
+    else if (a == "eio_read") h.eioRead = true;
+    else if (a == "eio_write") reply.clear(), status = -EIO;
+  }
+  h.data = std::move(reply);
+  c.log.append(cmdFileName(h.cmd), h.request, h.data, rule ? rule->action : "");
+  return status;
+}
+
+int simWrite(const char*, const char* buf, size_t size, off_t offset, fuse_file_info* fi) {
+  Handle* h = handleOf(fi);
+  SimContext& c = context();
+  std::lock_guard lock(h->mutex);
+  if (h->node == Node::kCmd) {
+    // A write at offset 0 starts a request; a write right after it continues it.
+    if (offset == 0) h->request.assign(buf, size);
+    else if (size_t(offset) == h->request.size()) h->request.append(buf, size);
+    else return -EINVAL;
+    int status = exchange(c, *h);
+    return status ? status : int(size);
+  }
+  if (h->node == Node::kFaults) {
+    h->request.append(buf, size);
+    try {
+      c.faults.load(h->request);
+      h->request.clear();
+    } catch (const std::exception&) {
+      // Not complete yet; flush reports text that never became a rule.
+    }
+    return int(size);
+  }
+  return -EACCES;
+}
+
+int simFlush(const char*, fuse_file_info* fi) {
+  Handle* h = handleOf(fi);
+  std::lock_guard lock(h->mutex);
+  if (h->node != Node::kFaults || h->request.find_first_not_of(" \t\r\n") == std::string::npos) return 0;
+  try {
+    context().faults.load(h->request);
+    h->request.clear();
+    return 0;
+  } catch (const std::exception& e) {
+    fprintf(stderr, "kvfsim: control/faults: %s\n", e.what());
+    h->request.clear();
+    return -EINVAL;
+  }
+}
+
+int simTruncate(const char* path, off_t, fuse_file_info*) {
+  Node node = locate(path).node;
+  return node == Node::kCmd || node == Node::kFaults ? 0 : -EACCES;
+}
+
+int simUnlink(const char* path) {
+  Where w = locate(path);
+  if (w.node != Node::kVolumeFile) return w.node == Node::kNone ? -ENOENT : -EACCES;
+  SimContext& c = context();
+  std::string zid;
+  {
+    std::shared_lock lock(c.model.mutex);
+    Volume* v = c.model.findVolume(w.volume);
+    const Beast* b = v ? v->findByName(w.fullName) : nullptr;
+    if (!b) return -ENOENT;
+    if (b->isDirectory()) return -EISDIR;
+    zid = std::to_string(b->zid);
+  }
+  std::optional<FaultRule> rule = c.faults.match("unlink", w.volume, zid);
+  if (rule && rule->action == "delay") std::this_thread::sleep_for(std::chrono::milliseconds(rule->ms));
+  int status = 0;
+  if (rule && rule->action != "delay") status = rule->action == "result" && rule->value > 0 ? -int(rule->value) : -EIO;
+  if (status == 0) {
+    std::unique_lock lock(c.model.mutex);
+    Volume* v = c.model.findVolume(w.volume);
+    Beast* b = v ? v->findByName(w.fullName) : nullptr;
+    if (!b) status = -ENOENT;
+    else v->removeBeast(*b);
+  }
+  c.log.append("volumes/" + w.volume, "unlink " + w.fullName, std::to_string(-status), rule ? rule->action : "");
+  return status;
+}
+
+void* simInit(fuse_conn_info*, fuse_config* cfg) {
+  // Deletions through the management files must show in the name tree at once.
+  cfg->entry_timeout = 0;
+  cfg->negative_timeout = 0;
+  cfg->attr_timeout = 0;
+  cfg->use_ino = 0;
+  return fuse_get_context()->private_data;
+}
+
+}  // namespace
+
+int serve(SimContext& context, const std::string& mountDir) {
+  fuse_operations ops{};
+  ops.init = simInit;
+  ops.getattr = simGetattr;
+  ops.readdir = simReaddir;
+  ops.open = simOpen;
+  ops.release = simRelease;
+  ops.read = simRead;
+  ops.write = simWrite;
+  ops.flush = simFlush;
+  ops.truncate = simTruncate;
+  ops.unlink = simUnlink;
+
+  std::vector<std::string> args = {"kvfsim", "-o", "fsname=kvfsim,subtype=kvfsim,auto_unmount"};
+  if (geteuid() == 0) args.back() += ",allow_other";
+  std::vector<char*> argv;
+  for (std::string& a : args) argv.push_back(a.data());
+  fuse_args fargs = FUSE_ARGS_INIT(int(argv.size()), argv.data());
+  fuse* f = fuse_new(&fargs, &ops, sizeof ops, &context);
+  if (!f) return 1;
+  int status = 1;
+  if (fuse_mount(f, mountDir.c_str()) == 0) {
+    if (fuse_set_signal_handlers(fuse_get_session(f)) == 0) {
+      fuse_loop_mt(f, nullptr);  // ends on unmount or a termination signal
+      status = 0;
+      fuse_remove_signal_handlers(fuse_get_session(f));
+    }
+    fuse_unmount(f);
+  } else {
+    fprintf(stderr, "kvfsim: cannot mount on %s\n", mountDir.c_str());
+  }
+  fuse_destroy(f);
+  fuse_opt_free_args(&fargs);
+  return status;
+}
+
+}  // namespace kvfsim

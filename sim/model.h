@@ -1,0 +1,116 @@
+// The simulated file system's objects: volumes, their beasts and the beasts
+// that hold compressed data. One Model is shared by all request threads.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <shared_mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kvfsim {
+
+// Tag-name tables: a tag's index is its bit number; "" marks an unused bit.
+extern const char* const kAttrTags[32];
+extern const char* const kStatusTags[4];
+extern const char* const kActionTags[2];
+
+enum AttrBit : uint32_t {
+  kSubdirectory = 1u << 4,
+  kDataStreamCompress = 1u << 26,
+  kNoStreamCompress = 1u << 29,
+};
+enum StatusBit : uint32_t { kUncompressed = 1, kCompressed = 2, kFailure = 4, kClean = 8 };
+enum ActionBit : uint32_t { kAddCompLog = 1, kEnableIOWrite = 2 };
+
+// Converts tag names to bits over `table`; false when a name is not in it.
+bool tagsToBits(const std::vector<std::string>& names, const char* const* table, int size, uint32_t* bits);
+std::vector<std::string> bitsToTags(uint32_t bits, const char* const* table, int size);
+
+// Parent name types, one byte each in Beast::parents.
+enum NameType : char { kFile = 0, kDataStream = 1, kExtendedAttribute = 2, kDeletedFile = 3 };
+const char* nameTypeText(char type);
+bool nameTypeFromText(const std::string& text, char* type);
+
+// A file's compression record.
+struct CompRecord {
+  uint64_t compZid = 0;
+  uint32_t chunkSize = 0, ucPrecious = 0, cPrecious = 0, purgeableBlks = 0, algoID = 0, algoVersion = 0;
+  uint32_t status = 0, action = 0;
+};
+
+struct Beast {
+  uint64_t zid = 0;
+  uint32_t classId = 3;  // 1 data stream, 12 extended attribute, 3 file or directory
+  uint32_t attributes = 0;
+  uint64_t eof = 0, physSize = 0;
+  int32_t openCount = 0;
+  std::string parents{char(kFile)};  // name type of each parent, first parent first
+  std::string fullName;              // Unix full name inside the volume, "/dir/file"
+  int64_t createdUtc = 0, accessedUtc = 0;
+  std::string createdText, accessedText;  // empty: written from the utc value
+  bool hasComp = false;
+  CompRecord comp;
+  bool removed = false;
+
+  bool allNamesDeleted() const;
+  bool isDirectory() const { return attributes & kSubdirectory; }
+  // A file or directory that can be reached by its name in the volume's tree.
+  bool named() const { return classId == 3 && !allNamesDeleted() && !fullName.empty(); }
+};
+
+// The beast that holds a file's compressed data.
+struct CompBeast {
+  uint64_t zid = 0, owner = 0;
+  uint64_t eof = 0, physSize = 0;
+  bool deleted = false;       // the owner's names are all deleted
+  bool variableData = true;   // false: the beast carries no variable data at all
+  uint32_t compressCode = 0, majorVersion = 1, minorVersion = 0;
+  uint64_t originalLength = 0, compressedLength = 0;
+  bool removed = false;
+};
+
+struct VolumeStats {
+  uint64_t compressedFiles = 0, compressedDeletedFiles = 0, uncompressibleFiles = 0;
+  uint64_t preCompressionBlocks = 0, compressedBlocks = 0;
+};
+
+struct Volume {
+  std::string name, state = "active", mountPoint, id = "1";
+  bool compression = true;
+  uint32_t blockSize = 4096;
+  std::vector<std::string> enabledAttributes{"salvage"};
+  VolumeStats stats;
+  std::vector<Beast> beasts;          // ascending zids, never reallocated after loading
+  std::vector<CompBeast> compBeasts;  // ascending zids
+  std::map<std::string_view, size_t> names;  // live full name -> index in beasts
+  size_t liveBeasts = 0;
+
+  Beast* findBeast(uint64_t zid);
+  CompBeast* findCompBeast(uint64_t zid);
+  // Index of the first live beast above zid, beasts.size() when none.
+  size_t firstLiveAbove(uint64_t zid) const;
+  Beast* findByName(std::string_view fullName);
+  // True when some live name lies below dir ("/a" for "/a/b").
+  bool isImplicitDirectory(std::string_view dir) const;
+  // Removes the beast and the compressed-data beast it names.
+  void removeBeast(Beast& beast);
+  // Sorts the objects and builds the name index; call once after filling.
+  void index();
+  // The statistics recounted from the objects.
+  VolumeStats recount() const;
+};
+
+struct Model {
+  std::vector<std::unique_ptr<Volume>> volumes;
+  mutable std::shared_mutex mutex;  // shared for reading, exclusive for changes
+
+  Volume* findVolume(std::string_view name);
+};
+
+// The text of a utc time as replies carry it: "YYYY/MM/DD hh:mm:ss".
+std::string timeText(int64_t utc);
+
+}  // namespace kvfsim
