@@ -5,7 +5,6 @@
 
 namespace velkor {
 
-void checkCompressionStatus(char*, char*, OpArgs_s*, CompStats*) {}
 void checkCCBit(char*, char*, OpArgs_s*, CompStats*) {}
 void VELKOR_UserInterface::fileOp(char*, ObjectRoutine, OpArgs_s*) {}
 void VELKOR_UserInterface::volumeOp(char*, ObjectRoutine, OpArgs_s*) {}

@@ -1,0 +1,179 @@
+#include "beastQueries.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "kvfError.h"
+#include "lbString.h"
+#include "requestText.h"
+
+namespace velkor {
+
+using QXML::TagContent_s;
+using QXML::TagRequest_s;
+using QXML::XML_ElementInfo_s;
+
+namespace {
+
+const char kSource[] = "util/velkor/velkorHelper";
+
+std::string here(int line) { return std::string(kSource) + "[" + std::to_string(line) + "]"; }
+
+// Copies a value into the caller's buffer of `size` bytes, or refuses it.
+void copyOut(char* out, size_t size, const char* value, int line) {
+  size_t length = value ? strlen(value) : 0;
+  if (length >= size) throw KVFError("Value does not fit its buffer", zERR_BUFFER_TOO_SMALL, here(line));
+  memcpy(out, value ? value : "", length + 1);
+}
+
+}  // namespace
+
+int getTagContentFromReply(ReplyBuf* reply, const char* tag, const TagRequest_s* requests, TagContent_s* contents) {
+  XML_ElementInfo_s element;
+  const char* end = reply->data + (reply->used > 0 ? reply->used - 1 : 0);
+  int result = QXML::XML_GetTagElement(tag, reply->data, end, &element);
+  if (result != 0) throw KVFError(tag, result, here(__LINE__));
+  result = QXML::MKVF_GetTagContents(&element, requests, contents);
+  if (result != 0) throw KVFError("Error getting tag content", result, here(__LINE__));
+  return 0;
+}
+
+void getBeastInfo(ReplyBuf* reply, char* volume, char* zid, unsigned long infoMask, unsigned long getComp,
+                  const char* tag, const TagRequest_s* requests, TagContent_s* contents) {
+  static const char* const typeElements[] = {"<rootBeastInfo/>",          "<namedBeastInfo/>",
+                                             "<fileBeastInfo/>",          "<compBeastInfo/>",
+                                             "<volumeBeastInfoSimple/>", "<volumeBeastInfoFull/>"};
+  OpenCmdFile channel(managecmd);
+  RequestText request;
+  request.append(kSource, __LINE__,
+                 "%s<kvfRequest><beast><getBeastInfo getCompBeastInfo=\"%s\"><volumeName><![CDATA[%s]]></volumeName>"
+                 "<id><![CDATA[%s]]></id><typeOfInfo>",
+                 cmdHeader, getComp == 1 ? "true" : "false", volume, zid ? zid : "0");
+  for (int bit = 0; bit < 6; ++bit) {
+    if (infoMask & (1ul << bit)) request.append(kSource, __LINE__, "%s", typeElements[bit]);
+  }
+  request.append(kSource, __LINE__, "</typeOfInfo></getBeastInfo></beast></kvfRequest>");
+  channel.file.readWrite(request.text(), "getBeastInfo", reply);
+  getTagContentFromReply(reply, tag, requests, contents);
+}
+
+void getCompUncompInfo(char* volume, char* zid, UncompBeastInfo** file, CompBeastInfo** compData) {
+  ReplyBuf reply;
+  const TagRequest_s rows[] = {{"beastInfo", 0}, {"compressionInfo", QXML::TAG_OPTIONAL}, {nullptr, 0}};
+  TagContent_s contents[2];
+  getBeastInfo(&reply, volume, zid, infoRoot | infoNamed | infoFile | infoCompBeast, 1, "getBeastInfo", rows,
+               contents);
+  UncompBeastInfo* record = new UncompBeastInfo(volume, &contents[0].element);
+  if (contents[1].status & QXML::TAG_HAS_CONTENT) {
+    try {
+      *compData = new CompBeastInfo(&contents[1].element);
+    } catch (...) {
+      delete record;
+      throw;
+    }
+  }
+  *file = record;
+}
+
+void getFileStdInfoByPath(ReplyBuf* reply, char* path, const TagRequest_s* requests, TagContent_s* contents) {
+  OpenCmdFile channel(filecmd);
+  RequestText request;
+  request.append(kSource, __LINE__,
+                 "%s<fileRequest><fileInfo><getFileInfo><fileName><![CDATA[%s]]></fileName><typeOfInfo>"
+                 "<standardInfo/></typeOfInfo></getFileInfo></fileInfo></fileRequest>",
+                 cmdHeader, path);
+  channel.file.readWrite(request.text(), "getFileInfo", reply);
+  getTagContentFromReply(reply, "standardInfo", requests, contents);
+}
+
+void getFileZidByPath(char* path, char* volumeOut, char* zidOut, size_t volumeSize, size_t zidSize) {
+  ReplyBuf reply;
+  const TagRequest_s rows[] = {{"id", 0}, {"volumeName", 0}, {nullptr, 0}};
+  TagContent_s contents[2];
+  getFileStdInfoByPath(&reply, path, rows, contents);
+  copyOut(volumeOut, volumeSize, contents[1].value, __LINE__);
+  copyOut(zidOut, zidSize, contents[0].value, __LINE__);
+}
+
+void getFileName(char* volume, char* zid, CompStats* stats) {
+  ReplyBuf reply;
+  OpenCmdFile channel(managecmd);
+  RequestText request;
+  request.append(kSource, __LINE__,
+                 "%s<kvfRequest><beast><getBeastFullName><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]>"
+                 "</id><onlineOnly/><nameSpace>%s</nameSpace></getBeastFullName></beast></kvfRequest>",
+                 cmdHeader, volume, zid, "Unix");
+  channel.file.readWrite(request.text(), "getBeastFullName", &reply);
+  const TagRequest_s rows[] = {{"name", 0}, {nullptr, 0}};
+  TagContent_s contents[1];
+  getTagContentFromReply(&reply, "getBeastFullName", rows, contents);
+  const char* name = contents[0].value ? contents[0].value : "";
+  char* copy = static_cast<char*>(calloc(strlen(name) + 1, 1));
+  if (!copy) throw KVFError("Can't allocate memory", zERR_NO_MEMORY, here(__LINE__));
+  memcpy(copy, name, strlen(name));
+  free(stats->fileName);
+  stats->fileName = copy;
+}
+
+void getVolumeInfo(char* volumeName, VolumeInfo_s* info) {
+  ReplyBuf reply;
+  OpenCmdFile channel(managecmd);
+  RequestText request;
+  request.append(kSource, __LINE__,
+                 "%s<kvfRequest><volume><getVolumeInfo><volumeName><![CDATA[%s]]></volumeName><basicInfo/>"
+                 "<attributes/></getVolumeInfo></volume></kvfRequest>",
+                 cmdHeader, volumeName);
+  channel.file.readWrite(request.text(), "getVolumeInfo", &reply);
+
+  const TagRequest_s parts[] = {{"basicInfo", QXML::TAG_CONTENT_REQUIRED},
+                                {"enabledAttributes", QXML::TAG_CONTENT_REQUIRED},
+                                {nullptr, 0}};
+  TagContent_s part[2];
+  getTagContentFromReply(&reply, "getVolumeInfo", parts, part);
+
+  const TagRequest_s basicRows[] = {{"volumeState", QXML::TAG_CONTENT_REQUIRED},
+                                    {"mountPoint", QXML::TAG_CONTENT_REQUIRED},
+                                    {nullptr, 0}};
+  TagContent_s basic[2];
+  int result = QXML::MKVF_GetTagContents(&part[0].element, basicRows, basic);
+  if (result != 0) throw KVFError("Error getting basic tag content", result, "util/velkor/velkorHelper[1360]");
+
+  // The state fills at most its 32 bytes (a 32-byte state has no terminator).
+  size_t stateLength = strlen(basic[0].value);
+  if (stateLength > sizeof info->volumeState)
+    throw KVFError("Volume state does not fit its field", zERR_BUFFER_TOO_SMALL, here(__LINE__));
+  memset(info->volumeState, 0, sizeof info->volumeState);
+  memcpy(info->volumeState, basic[0].value, stateLength);
+
+  size_t mountLength = strlen(basic[1].value);
+  char* mountPoint = static_cast<char*>(calloc(mountLength + 1, 1));
+  if (!mountPoint) throw KVFError("Can't allocate memory", zERR_NO_MEMORY, "util/velkor/velkorHelper[1370]");
+  memcpy(mountPoint, basic[1].value, mountLength);
+  // A record filled again takes the new mount point; the old one is released.
+  free(info->mountPoint);
+  info->mountPoint = mountPoint;
+
+  const TagRequest_s attributeRows[] = {{"compression", QXML::TAG_OPTIONAL}, {nullptr, 0}};
+  TagContent_s attribute[1];
+  result = QXML::MKVF_GetTagContents(&part[1].element, attributeRows, attribute);
+  if (result != 0) throw KVFError("Error getting attributes tag content", result, "util/velkor/velkorHelper[1378]");
+  if (attribute[0].status & QXML::TAG_FOUND) info->compressionEnabled = 1;
+}
+
+unsigned long getVolumeTotalObjects(char* volumeName) {
+  ReplyBuf reply;
+  OpenCmdFile channel(managecmd);
+  RequestText request;
+  request.append(kSource, __LINE__,
+                 "%s<kvfRequest><volume><getVolumeInfo><volumeName><![CDATA[%s]]></volumeName><basicInfo/>"
+                 "</getVolumeInfo></volume></kvfRequest>",
+                 cmdHeader, volumeName);
+  channel.file.readWrite(request.text(), "getVolumeInfo", &reply);
+  const TagRequest_s rows[] = {{"totalObjects", QXML::TAG_CONTENT_REQUIRED}, {nullptr, 0}};
+  TagContent_s contents[1];
+  getTagContentFromReply(&reply, "getVolumeInfo", rows, contents);
+  return KVF::LB_strtouq(contents[0].value, nullptr, 10);
+}
+
+}  // namespace velkor

@@ -1,0 +1,292 @@
+#include "fileCheck.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "beastQueries.h"
+#include "kvfError.h"
+#include "requestText.h"
+#include "velkorHelper.h"
+
+namespace velkor {
+
+namespace {
+
+const char kSource[] = "util/velkor/velkorHelper";
+
+std::string here(int line) { return std::string(kSource) + "[" + std::to_string(line) + "]"; }
+
+bool isZeroZid(const char* zid) { return strcmp(zid, "0") == 0; }
+
+// The problem word: setting a problem clears "good".
+void setProblem(CompStats* stats, unsigned long code) { stats->problemFlags = (stats->problemFlags & ~1ul) | code; }
+
+// A flag set as tag text, in a buffer of the set requests' size.
+struct TagText {
+  TagText(unsigned long long bits, unsigned long long mask, const char** tags, int line) {
+    unsigned long length;
+    if (convertBitsToTags(bits, mask, tags, sizeof text, text, &length) != 0)
+      throw KVFError("Tag text does not fit its buffer", zERR_BUFFER_TOO_SMALL, here(line));
+  }
+  char text[512];
+};
+
+const char kSetOpening[] =
+    "%s<kvfRequest><beast><setBeastInfo><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]></id>"
+    "<onlineOnly/><ignoreOpenFile/><info>";
+const char kSetClosing[] = "</info></setBeastInfo></beast></kvfRequest>";
+
+void sendSet(OpenCmdFile& channel, ReplyBuf& reply, RequestText& request) {
+  reply.free += reply.used;
+  reply.used = 0;
+  channel.file.readWrite(request.text(), "setBeastInfo", &reply);
+}
+
+// The set requests go through one open command file, one exchange each.
+class Repair {
+ public:
+  Repair(char* volume, char* zid) : volume_(volume), zid_(zid), channel_(managecmd) {}
+
+  void status(uint32_t oldStatus, uint32_t newStatus, bool setCPrecious) {
+    TagText before(oldStatus, compStatusBitsToCheck, compStatusTags, __LINE__);
+    TagText after(newStatus, compStatusBitsToCheck, compStatusTags, __LINE__);
+    RequestText request;
+    request.append(kSource, __LINE__, kSetOpening, cmdHeader, volume_, zid_);
+    request.append(kSource, __LINE__, "<rootBeastInfo><variableData><variableDataComp>");
+    if (setCPrecious) request.append(kSource, __LINE__, "<cPrecious><oldValue>0</oldValue><newValue>1</newValue></cPrecious>");
+    request.append(kSource, __LINE__,
+                   "<status><oldValue>%s</oldValue><newValue>%s</newValue></status></variableDataComp>"
+                   "</variableData></rootBeastInfo>%s",
+                   before.text, after.text, kSetClosing);
+    sendSet(channel_, reply_, request);
+  }
+
+  // Attributes and action in one request; either part only when asked for.
+  void combined(bool withAttributes, uint64_t oldAttributes, uint64_t newAttributes, bool withAction,
+                uint32_t oldAction, uint32_t newAction) {
+    RequestText request;
+    request.append(kSource, __LINE__, kSetOpening, cmdHeader, volume_, zid_);
+    if (withAttributes) {
+      TagText before(oldAttributes, attrBitsToCheck, attrTags, __LINE__);
+      TagText after(newAttributes, attrBitsToCheck, attrTags, __LINE__);
+      request.append(kSource, __LINE__,
+                     "<namedBeastInfo><persistentNamed><attributes><oldValue>%s</oldValue><newValue>%s</newValue>"
+                     "</attributes></persistentNamed></namedBeastInfo>",
+                     before.text, after.text);
+    }
+    if (withAction) {
+      TagText before(oldAction, compActionBitsToCheck, compActionTags, __LINE__);
+      TagText after(newAction, compActionBitsToCheck, compActionTags, __LINE__);
+      request.append(kSource, __LINE__,
+                     "<rootBeastInfo><variableData><variableDataComp><action><oldValue>%s</oldValue><newValue>%s"
+                     "</newValue></action></variableDataComp></variableData></rootBeastInfo>",
+                     before.text, after.text);
+    }
+    request.append(kSource, __LINE__, "%s", kSetClosing);
+    sendSet(channel_, reply_, request);
+  }
+
+  void deletedFlag(bool oldValue, bool newValue) {
+    RequestText request;
+    request.append(kSource, __LINE__,
+                   "%s<kvfRequest><beast><setBeastInfo><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]>"
+                   "</id><ignoreOpenFile/><info><rootBeastInfo><variableData><variableDataUncomp>"
+                   "<uncompBeastDeleted><oldValue>%s</oldValue><newValue>%s</newValue></uncompBeastDeleted>"
+                   "</variableDataUncomp></variableData></rootBeastInfo></info></setBeastInfo></beast></kvfRequest>",
+                   cmdHeader, volume_, zid_, oldValue ? "true" : "false", newValue ? "true" : "false");
+    sendSet(channel_, reply_, request);
+  }
+
+ private:
+  char* volume_;
+  char* zid_;
+  ReplyBuf reply_;
+  OpenCmdFile channel_;
+};
+
+}  // namespace
+
+void hasProblem(char* volume, char* zid, UncompBeastInfo** file, CompBeastInfo** compData,
+                unsigned long skipHeaderCheck, CompStats* stats) {
+  getCompUncompInfo(volume, zid, file, compData);
+  const UncompBeastInfo* f = *file;
+  const CompBeastInfo* c = *compData;
+
+  if (!f->valid || (f->attributes & attrSubdirectory)) return;
+  if (f->openCount != 0) {
+    setProblem(stats, skippedChecking);
+    return;
+  }
+  const bool streamCompressed = f->attributes & attrDataStreamCompress;
+  const CompInfo* info = f->compInfo;
+  if (!info) {
+    if (streamCompressed) setProblem(stats, invalidAttribute);
+    if (f->eof != 0 && f->physSize == 0) setProblem(stats, noPhysicalData);
+    return;
+  }
+  const bool zeroZid = isZeroZid(info->compZid);
+  if (!zeroZid && !c) {
+    setProblem(stats, compBeastNotFound);
+    return;
+  }
+
+  if (info->ucPrecious == 1 && info->cPrecious == 0) {
+    if ((info->status & 3) != statusUncompressed) {
+      setProblem(stats, invalidState);
+    } else if (info->status & statusClean) {
+      if ((info->action & actionAddCompLog) || streamCompressed) setProblem(stats, invalidState);
+    } else {
+      if (!(info->action & actionAddCompLog) || streamCompressed) setProblem(stats, invalidState);
+    }
+  } else if (info->ucPrecious == 1 && info->cPrecious == 1) {
+    setProblem(stats, invalidState);
+    if (zeroZid) {
+      setProblem(stats, invalidZid);
+      return;
+    }
+  } else if (info->ucPrecious == 0 && info->cPrecious == 1) {
+    if ((info->status & 0xB) != (statusCompressed | statusClean) || !streamCompressed) setProblem(stats, invalidState);
+    if (zeroZid) {
+      setProblem(stats, invalidZid);
+      return;
+    }
+  } else {
+    setProblem(stats, invalidState);
+  }
+
+  if (zeroZid) return;
+  if (!c) {
+    setProblem(stats, compBeastNotFound);
+    return;
+  }
+  if (c->hasVariableData && (c->uncompBeastDeleted != 0) != (f->allNamesDeleted != 0))
+    setProblem(stats, mismatchedDeletedFlag);
+  if (info->cPrecious == 0) return;
+  if (c->eof == 0) {
+    setProblem(stats, compBeastEOFZero);
+    return;
+  }
+  if (c->found && strcmp(c->uncompZid, f->zid) != 0) setProblem(stats, mismatchedZid);
+  if (!skipHeaderCheck) {
+    bool headerGood = c->compressCode <= 2 && c->compressMajorVersion == 1 && c->compressMinorVersion == 0 &&
+                      c->originalFileLength == f->eof && c->compressedFileLength != 0;
+    if (!headerGood) setProblem(stats, badCompHeader);
+  }
+}
+
+int fixProblem(char* volume, char* zid, UncompBeastInfo* file, CompBeastInfo* compData, CompStats* stats) {
+  if ((file->attributes & attrSubdirectory) || (stats->problemFlags & skippedChecking) || !file->compInfo) return 0;
+  const CompInfo* info = file->compInfo;
+  const uint64_t attributes = file->attributes;
+  const bool streamCompressed = attributes & attrDataStreamCompress;
+  const bool addCompLog = info->action & actionAddCompLog;
+  Repair repair(volume, zid);
+
+  if (info->ucPrecious == 1 && info->cPrecious == 1) {
+    repair.status(info->status, info->status & ~statusClean, false);
+  } else if (info->ucPrecious == 1 && info->cPrecious == 0 && (info->status & 3) == statusUncompressed) {
+    if (!((info->status & statusClean) && !streamCompressed && !addCompLog)) {
+      // Sent even when neither part is needed (an empty info element).
+      repair.combined(streamCompressed, attributes, attributes & ~attrDataStreamCompress, addCompLog, info->action,
+                      info->action & ~actionAddCompLog);
+    }
+  } else if (info->ucPrecious == 1 && info->cPrecious == 0 && (info->status & 0xB) == (statusCompressed | statusClean) &&
+             !isZeroZid(info->compZid)) {
+    if (!compData) return 1;
+    if (compData->physSize != 0)
+      repair.status(info->status, (info->status & ~statusClean) | statusUncompressed, true);
+  } else if (info->ucPrecious == 0 && info->cPrecious == 1 && (info->status & 0xB) == (statusCompressed | statusClean)) {
+    if (!(streamCompressed && !addCompLog)) {
+      repair.combined(!streamCompressed, attributes, (attributes | attrDataStreamCompress) & ~attrNoStreamCompress,
+                      addCompLog, info->action, info->action & ~actionAddCompLog);
+    }
+  }
+
+  if (compData && compData->hasVariableData && (compData->uncompBeastDeleted != 0) != (file->allNamesDeleted != 0))
+    repair.deletedFlag(compData->uncompBeastDeleted == 1, file->allNamesDeleted == 1);
+  return 1;
+}
+
+void deleteCorruptedFile(char* volume, char* zid, UncompBeastInfo* file, CompBeastInfo*, CompStats* stats) {
+  ReplyBuf reply;
+  OpenCmdFile channel(managecmd);
+  if (file->beastType == 3 && file->allNamesDeleted == 0) {
+    const char* mountPoint = stats->volumeInfo.mountPoint ? stats->volumeInfo.mountPoint : "";
+    const char* name = stats->fileName ? stats->fileName : "";
+    char* path = static_cast<char*>(malloc(strlen(mountPoint) + strlen(name) + 1));
+    if (!path) throw KVFError("Can't allocate memory", zERR_NO_MEMORY, here(__LINE__));
+    strcpy(path, mountPoint);
+    strcat(path, name);
+    if (unlink(path) != 0) {
+      int error = errno;
+      free(path);
+      throw KVFError(strerror(error), error, here(__LINE__));
+    }
+    free(path);
+    return;
+  }
+  RequestText request;
+  request.append(kSource, __LINE__,
+                 "%s<kvfRequest><beast><deleteBeast><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]></id>"
+                 "<onlineOnly/></deleteBeast></beast></kvfRequest>",
+                 cmdHeader, volume, zid);
+  channel.file.readWrite(request.text(), "deleteBeast", &reply);
+}
+
+void checkCompressionStatus(char* volume, char* zid, OpArgs_s* args, CompStats* stats) {
+  for (int attempt = 0;; ++attempt) {
+    UncompBeastInfo* file = nullptr;
+    CompBeastInfo* compData = nullptr;
+    try {
+      hasProblem(volume, zid, &file, &compData, args->flags, stats);
+      if (!file->valid) {
+        delete file;
+        delete compData;
+        return;
+      }
+      if (!stats->fileName) getFileName(volume, file->zid, stats);
+
+      unsigned long fixed = 0, deleted = 0;
+      const unsigned long problems = stats->problemFlags;
+      if (problems & kCorruptedProblems) {
+        ++stats->corrupted;
+        if (args->delete_) {
+          deleteCorruptedFile(volume, zid, file, compData, stats);
+          ++stats->deleted;
+          deleted = 1;
+        }
+      } else if (problems & kFixableProblems) {
+        if (args->fix) {
+          if (fixProblem(volume, zid, file, compData, stats)) {
+            ++stats->fixable;
+            ++stats->fixed;
+            fixed = 1;
+          }
+        } else {
+          ++stats->fixable;
+        }
+      } else if (problems & skippedChecking) {
+        ++stats->openSkipped;
+      } else if (problems & good) {
+        ++stats->good;
+      }
+      ++stats->processed;
+      stats->msgReady(file, compData, args->flags, fixed, deleted);
+      delete file;
+      delete compData;
+      return;
+    } catch (const KVFError& e) {
+      delete file;
+      delete compData;
+      if (!(e.isKvfCode && e.code == zERR_VALUE_CHANGED) || attempt >= kMaxValueChangedRetries) throw KVFError(e);
+      // The file changed between the read and the set: check it afresh.
+      stats->problemFlags = good;
+    }
+  }
+}
+
+}  // namespace velkor

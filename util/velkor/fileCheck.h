@@ -1,0 +1,28 @@
+// The per-file check of the list, fix and delete operations: problem
+// detection, repair of fixable files and deletion of corrupted ones.
+#pragma once
+
+#include "beastRecords.h"
+#include "compStats.h"
+#include "velkorTypes.h"
+
+namespace velkor {
+
+// Fetches the file's records (handed back, owned by the caller) and sets a bit
+// in stats->problemFlags for every inconsistency found.
+void hasProblem(char* volume, char* zid, UncompBeastInfo** file, CompBeastInfo** compData,
+                unsigned long skipHeaderCheck, CompStats* stats);
+
+// Sends the set requests that make the file's compression state consistent;
+// 1 when it did, 0 when there was nothing it could do.
+int fixProblem(char* volume, char* zid, UncompBeastInfo* file, CompBeastInfo* compData, CompStats* stats);
+
+// Removes a corrupted file: by unlinking its path when it is a file with a
+// live name, else by the file system's delete request.
+void deleteCorruptedFile(char* volume, char* zid, UncompBeastInfo* file, CompBeastInfo* compData, CompStats* stats);
+
+// A concurrent change (20019) makes the check start again with fresh records,
+// this many times at most before the error is passed on.
+const int kMaxValueChangedRetries = 1000;
+
+}  // namespace velkor

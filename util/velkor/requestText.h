@@ -1,0 +1,43 @@
+// RequestText: a request being formatted into its fixed-size buffer. Text that
+// would not fit is refused with a KVFError (buffer too small), never cut.
+#pragma once
+
+#include <unistd.h>
+
+#include <cstddef>
+
+#include "velkorClass.h"
+
+namespace velkor {
+
+class RequestText {
+ public:
+  static const size_t kMaxCapacity = 1024;
+
+  explicit RequestText(size_t capacity = kMaxCapacity) : capacity_(capacity), length_(0) { text_[0] = '\0'; }
+
+  // Appends printf-style text; `source` names the requesting file for the error.
+  void append(const char* source, int line, const char* format, ...) __attribute__((format(printf, 4, 5)));
+
+  char* text() { return text_; }
+  size_t length() const { return length_; }
+
+ private:
+  size_t capacity_;
+  size_t length_;
+  char text_[kMaxCapacity];
+};
+
+// An open management command file that is closed when the scope ends, also
+// when the exchange throws.
+class OpenCmdFile {
+ public:
+  explicit OpenCmdFile(const char* path) : file(path) {}
+  ~OpenCmdFile() { close(file.fd); }
+  OpenCmdFile(const OpenCmdFile&) = delete;
+  OpenCmdFile& operator=(const OpenCmdFile&) = delete;
+
+  CmdFile file;
+};
+
+}  // namespace velkor
