@@ -6,11 +6,8 @@
 namespace velkor {
 
 void checkCCBit(char*, char*, OpArgs_s*, CompStats*) {}
-void VELKOR_UserInterface::fileOp(char*, ObjectRoutine, OpArgs_s*) {}
 void VELKOR_UserInterface::volumeOp(char*, ObjectRoutine, OpArgs_s*) {}
 void VELKOR_UserInterface::doVolumeStats(char*) {}
 void VELKOR_UserInterface::doFileCompCandidate(char*) {}
-void VELKOR_UserInterface::displayFileInfo(UncompBeastInfo*, CompBeastInfo*, char*, unsigned long, unsigned long,
-                                           unsigned long, unsigned long) {}
 
 }  // namespace velkor

@@ -1,6 +1,7 @@
 // The dispatch of the run's one operation, and the single-file operation.
 #include <iostream>
 
+#include "beastQueries.h"
 #include "kvfError.h"
 #include "velkorHelper.h"
 #include "velkorUI.h"
@@ -32,6 +33,20 @@ void VELKOR_UserInterface::opDispatcher(int op, char* path, unsigned long noHead
               << "\n";
     error = true;
   }
+}
+
+void VELKOR_UserInterface::fileOp(char* path, ObjectRoutine routine, OpArgs_s* args) {
+  char volumeName[64];
+  char objectText[104];
+  getFileZidByPath(path, volumeName, objectText, sizeof volumeName, sizeof objectText);
+  getVolumeInfo(volumeName, &stats->volumeInfo);
+  if (stats->volumeInfo.compressionEnabled == 0) {
+    displayCompNotSupported();
+    return;
+  }
+  drawAt(6, 2, 2, "Summary:\n");
+  displayStats(1);
+  routine(volumeName, objectText, args, stats);
 }
 
 }  // namespace velkor
