@@ -1,0 +1,114 @@
+// Fault rules loaded through control/faults, one action at a time.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+
+#include "simtest.h"
+
+using namespace simtest;
+using testsupport::Simulator;
+
+namespace {
+
+class Faults : public ::testing::Test {
+ protected:
+  Simulator sim = Simulator::withFixture(kFixture);
+  std::string info101() { return sim.manage(getBeastInfo("VOL1", "101", 15, true)); }
+  std::string status101() {
+    return sim.state()["volumes"][0]["beasts"][1]["comp"]["status"].dump();
+  }
+};
+
+TEST_F(Faults, ResultValueForChosenOccurrences) {
+  std::string normal = info101();
+  sim.setFaults(R"({"request":"getBeastInfo","nth":2,"count":2,"action":"result","value":20400})");
+  EXPECT_EQ(info101(), normal);
+  EXPECT_EQ(info101(), "<kvfReply><beast><getBeastInfo><result value=\"20400\"/></getBeastInfo></beast></kvfReply>");
+  EXPECT_EQ(resultOf(info101(), "getBeastInfo"), 20400);
+  EXPECT_EQ(info101(), normal);
+}
+
+TEST_F(Faults, ValueChangedForTheFirstSetRequests) {
+  sim.setFaults(R"({"request":"setBeastInfo","action":"result","value":20019,"count":2})");
+  std::string set = setStatus("VOL1", "101", "<compressed/><clean/>", "<compressed/>");
+  EXPECT_EQ(resultOf(sim.manage(set), "setBeastInfo"), 20019);
+  EXPECT_EQ(resultOf(sim.manage(set), "setBeastInfo"), 20019);
+  EXPECT_EQ(status101(), R"(["compressed","clean"])");  // refused requests change nothing
+  EXPECT_EQ(resultOf(sim.manage(set), "setBeastInfo"), 0);
+  EXPECT_EQ(status101(), R"(["compressed"])");
+}
+
+TEST_F(Faults, RulesPickByVolumeAndZid) {
+  sim.setFaults(R"({"zid":"103","count":0,"action":"raw","text":"<nothing/>"})");
+  sim.setFaults(R"({"volume":"VOL2","count":0,"action":"result","value":-1})");
+  EXPECT_EQ(sim.manage(getBeastInfo("VOL1", "103", 2, false)), "<nothing/>");
+  EXPECT_EQ(sim.manage(getBeastFullName("VOL1", "103")), "<nothing/>");
+  EXPECT_EQ(resultOf(info101(), "getBeastInfo"), 0);
+  EXPECT_EQ(resultOf(sim.manage(getVolumeInfo("VOL2")), "getVolumeInfo"), -1);
+  EXPECT_EQ(resultOf(sim.manage(getVolumeInfo("VOL1")), "getVolumeInfo"), 0);
+  // Reading the rules back shows how often each matched; [] clears them.
+  nlohmann::json rules = nlohmann::json::parse(testsupport::readFile(sim.mount() + "/control/faults"));
+  ASSERT_EQ(rules.size(), 2u);
+  EXPECT_EQ(rules[0]["seen"], 2);
+  EXPECT_EQ(rules[1]["seen"], 1);
+  sim.setFaults("[]");
+  EXPECT_EQ(resultOf(sim.manage(getBeastFullName("VOL1", "103")), "getBeastFullName"), 0);
+}
+
+TEST_F(Faults, ReplyShapes) {
+  std::string normal = info101();
+  sim.setFaults(R"([{"request":"getBeastInfo","action":"empty"},
+                    {"request":"getBeastInfo","nth":2,"action":"cut","bytes":100},
+                    {"request":"getBeastInfo","nth":3,"action":"pad","bytes":9000}])");
+  EXPECT_EQ(info101(), "");
+  EXPECT_EQ(info101(), normal.substr(0, 100));
+  std::string padded = info101();
+  EXPECT_EQ(padded.size(), 9000u);
+  EXPECT_EQ(padded.substr(0, normal.size() - 11), normal.substr(0, normal.size() - 11));
+  EXPECT_EQ(padded.substr(padded.size() - 11), "</kvfReply>");
+  EXPECT_EQ(first(padded, "eof"), "10000");
+}
+
+TEST_F(Faults, InputOutputErrorsAndDelay) {
+  std::string set = setStatus("VOL1", "101", "<compressed/><clean/>", "<compressed/>");
+  std::string reply;
+  int error = 0;
+  sim.setFaults(R"({"request":"setBeastInfo","action":"eio_write"})");
+  EXPECT_FALSE(sim.exchange("manage.cmd", set, &reply, &error));
+  EXPECT_EQ(error, EIO);
+  EXPECT_EQ(status101(), R"(["compressed","clean"])");  // not run
+
+  sim.setFaults(R"([{"request":"setBeastInfo","action":"eio_read"}])");
+  EXPECT_FALSE(sim.exchange("manage.cmd", set, &reply, &error));
+  EXPECT_EQ(error, EIO);
+  EXPECT_EQ(status101(), R"(["compressed"])");  // run, but the reply cannot be read
+
+  sim.setFaults(R"([{"request":"getVolumeInfo","action":"delay","ms":300}])");
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(resultOf(sim.manage(getVolumeInfo("VOL1")), "getVolumeInfo"), 0);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300));
+
+  sim.setFaults(R"([{"request":"deleteBeast","action":"empty","apply":true}])");
+  EXPECT_EQ(sim.manage(deleteBeast("VOL1", "104")), "");
+  EXPECT_EQ(sim.state()["volumes"][0]["liveBeasts"], 6);
+}
+
+TEST_F(Faults, UnlinkFailsWithTheGivenErrno) {
+  sim.setFaults(R"({"request":"unlink","action":"result","value":13})");
+  std::string path = sim.volumeDir("VOL1") + "/docs/b.txt";
+  EXPECT_EQ(unlink(path.c_str()), -1);
+  EXPECT_EQ(errno, EACCES);
+  EXPECT_EQ(access(path.c_str(), F_OK), 0);
+  EXPECT_EQ(unlink(path.c_str()), 0);
+}
+
+TEST_F(Faults, BadRulesAreRefused) {
+  EXPECT_THROW(sim.setFaults(R"({"action":"explode"})"), std::runtime_error);
+  EXPECT_THROW(sim.setFaults(R"({"action":"result")"), std::runtime_error);
+  EXPECT_THROW(sim.setFaults(R"({"action":"result","nth":0})"), std::runtime_error);
+  EXPECT_EQ(testsupport::readFile(sim.mount() + "/control/faults"), "[]\n");
+}
+
+}  // namespace

@@ -1,0 +1,251 @@
+// Every request form the program sends, through a mounted simulator.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "simtest.h"
+
+using namespace simtest;
+using testsupport::Simulator;
+
+namespace {
+
+class Requests : public ::testing::Test {
+ protected:
+  Simulator sim = Simulator::withFixture(kFixture);
+
+  nlohmann::json beast(uint64_t zid) {
+    nlohmann::json state = sim.state();
+    for (const auto& v : state["volumes"])
+      for (const auto& b : v["beasts"])
+        if (b["zid"] == zid) return b;
+    return nullptr;
+  }
+  nlohmann::json compBeast(uint64_t zid) {
+    nlohmann::json state = sim.state();
+    for (const auto& c : state["volumes"][0]["compBeasts"])
+      if (c["zid"] == zid) return c;
+    return nullptr;
+  }
+};
+
+TEST_F(Requests, FileQueryHasEveryRecordInReadingOrder) {
+  std::string r = sim.manage(getBeastInfo("VOL1", "101", 15, true));
+  EXPECT_EQ(r.rfind("<kvfReply><beast><getBeastInfo><result value=\"0\"/><beastInfo><rootBeastInfo><zid>101</zid>", 0), 0u)
+      << r;
+  EXPECT_EQ(r.find('\n'), std::string::npos) << "compact replies have no white space between tags";
+  EXPECT_EQ(r.find("> "), std::string::npos);
+  // The program takes the first element of a name at any depth.
+  EXPECT_EQ(first(r, "eof"), "10000");
+  EXPECT_EQ(first(r, "classID"), "3");
+  EXPECT_EQ(first(r, "filePhysSize"), "0");
+  EXPECT_EQ(first(r, "compZid"), "102");
+  EXPECT_EQ(first(r, "status"), "<compressed/><clean/>");
+  EXPECT_EQ(first(r, "action"), "");
+  EXPECT_EQ(first(r, "attributes"), "<archive/><dataStreamCompress/>");
+  EXPECT_EQ(first(r, "numParents"), "1");
+  EXPECT_EQ(first(r, "nameType", "<firstParent>"), "File");
+  EXPECT_EQ(first(r, "utc", "<accessedTime>"), "1700000000");
+  EXPECT_EQ(first(r, "string", "<accessedTime>"), "2023/11/14 22:13:20");
+  EXPECT_EQ(first(r, "string", "<createdTime>"), "2020/09/13 12:26:40");
+  // The compressed-data beast, after the file's own records.
+  EXPECT_LT(r.find("</beastInfo>"), r.find("<compressionInfo>"));
+  EXPECT_EQ(first(r, "eof", "<compressionInfo>"), "4000");
+  EXPECT_EQ(first(r, "filePhysSize", "<compressionInfo>"), "4096");
+  EXPECT_NE(first(r, "volumeID", "<compressionInfo>"), "<missing>");
+  EXPECT_EQ(first(r, "originalFileLength"), "10000");
+  EXPECT_EQ(first(r, "compressMajorVersion"), "1");
+  EXPECT_EQ(first(r, "uncompZid"), "101");
+  EXPECT_EQ(r.find("uncompBeastDeleted"), std::string::npos);
+}
+
+TEST_F(Requests, FileQueryVariants) {
+  // Without getCompBeastInfo there is no compressed-data part.
+  EXPECT_EQ(sim.manage(getBeastInfo("VOL1", "101", 15, false)).find("compressionInfo"), std::string::npos);
+  // A deleted file: every parent deleted, its compressed data flagged or not.
+  std::string r = sim.manage(getBeastInfo("VOL1", "104", 15, true));
+  EXPECT_EQ(first(r, "numParents"), "2");
+  EXPECT_EQ(first(r, "nameType", "<otherParents>"), "DeletedFile");
+  EXPECT_EQ(r.find("<uncompBeastDeleted/>"), std::string::npos);
+  // A data stream has no file information; the named information is always there.
+  r = sim.manage(getBeastInfo("VOL1", "106", 15, true));
+  EXPECT_EQ(first(r, "classID"), "1");
+  EXPECT_EQ(first(r, "nameType"), "DataStream");
+  EXPECT_EQ(r.find("fileBeastInfo"), std::string::npos);
+  // The Cc check asks for the named information only.
+  r = sim.manage(getBeastInfo("VOL1", "103", 2, false));
+  EXPECT_EQ(first(r, "attributes"), "<readOnly/><noStreamCompress/>");
+  EXPECT_EQ(r.find("rootBeastInfo"), std::string::npos);
+  EXPECT_EQ(first(r, "openCount"), "0");
+  // Unknown beasts and volumes get a non-zero result.
+  EXPECT_NE(resultOf(sim.manage(getBeastInfo("VOL1", "999", 15, true)), "getBeastInfo"), 0);
+  EXPECT_NE(resultOf(sim.manage(getBeastInfo("NOVOL", "101", 15, true)), "getBeastInfo"), 0);
+}
+
+TEST_F(Requests, VolumeStatisticsUnderZidZero) {
+  std::string r = sim.manage(getBeastInfo("VOL1", nullptr, 16, false));
+  EXPECT_EQ(resultOf(r, "getBeastInfo"), 0);
+  EXPECT_EQ(first(r, "compressedFiles"), "9");
+  EXPECT_EQ(first(r, "blockSize"), "4096");
+  EXPECT_EQ(first(r, "volumeState"), "active");
+  for (const char* row : {"compressedDeletedFiles", "uncompressibleFiles", "preCompressionBlocks", "compressedBlocks"})
+    EXPECT_NE(first(r, row), "<missing>") << row;
+}
+
+TEST_F(Requests, NamesAndPaths) {
+  std::string r = sim.manage(getBeastFullName("VOL1", "101"));
+  EXPECT_EQ(resultOf(r, "getBeastFullName"), 0);
+  EXPECT_NE(r.find("<name><![CDATA[/docs/a.txt]]></name>"), std::string::npos) << r;
+
+  std::string reply;
+  ASSERT_TRUE(sim.exchange("files.cmd", getFileInfo("/media/kvf/VOL1/docs/b.txt"), &reply));
+  EXPECT_EQ(reply.rfind("<fileReply><fileInfo><getFileInfo><result value=\"0\"/>", 0), 0u) << reply;
+  EXPECT_EQ(first(reply, "id", "<standardInfo>"), "103");
+  EXPECT_EQ(first(reply, "volumeName", "<standardInfo>"), "VOL1");
+  for (const char* path : {"/media/kvf/VOL1/docs/none", "/media/kvf/VOL1/old.txt", "/elsewhere/x", "/media/kvf/VOL1"}) {
+    ASSERT_TRUE(sim.exchange("files.cmd", getFileInfo(path), &reply));
+    EXPECT_NE(resultOf(reply, "getFileInfo"), 0) << path;
+  }
+  // A file request sent to the other management file is refused.
+  ASSERT_TRUE(sim.exchange("manage.cmd", getFileInfo("/media/kvf/VOL1/docs/b.txt"), &reply));
+  EXPECT_EQ(resultOf(reply, "getFileInfo"), 21702);
+}
+
+TEST_F(Requests, VolumeInformation) {
+  std::string r = sim.manage(getVolumeInfo("VOL1"));
+  EXPECT_EQ(first(r, "volumeState", "<basicInfo>"), "active");
+  EXPECT_EQ(first(r, "mountPoint"), "/media/kvf/VOL1");
+  EXPECT_EQ(first(r, "enabledAttributes"), "<salvage/><compression/>");
+  EXPECT_EQ(first(sim.manage(getVolumeTotalObjects("VOL1")), "totalObjects"), "7");
+
+  r = sim.manage(getVolumeInfo("VOL2"));
+  EXPECT_EQ(first(r, "volumeState"), "maintenance");
+  EXPECT_EQ(first(r, "enabledAttributes"), "<salvage/>");
+  EXPECT_NE(resultOf(sim.manage(getVolumeInfo("NOVOL")), "getVolumeInfo"), 0);
+}
+
+TEST_F(Requests, BrowseInBatches) {
+  std::string r = sim.manage(browseBeasts("VOL1", 3, 0));
+  EXPECT_NE(r.find("<lastZidReturned>103</lastZidReturned><numBeastsReturned>3</numBeastsReturned>"
+                   "<beastZids><zid>100</zid><zid>101</zid><zid>103</zid></beastZids>"),
+            std::string::npos)
+      << r;
+  r = sim.manage(browseBeasts("VOL1", 3, 103));
+  EXPECT_NE(r.find("<beastZids><zid>104</zid><zid>106</zid><zid>107</zid></beastZids>"), std::string::npos) << r;
+  // The program narrows the last zid to 32 bits: 3000000000 arrives negative.
+  r = sim.manage(browseBeasts("VOL1", 20, 107));
+  EXPECT_EQ(first(r, "beastZids"), "<zid>3000000000</zid>");
+  r = sim.manage(browseBeasts("VOL1", 20, int(uint32_t(3000000000u))));
+  // An empty batch still has content in all three rows.
+  EXPECT_EQ(first(r, "numBeastsReturned"), "0");
+  EXPECT_EQ(first(r, "beastZids"), " ");
+  EXPECT_NE(first(r, "lastZidReturned"), "");
+}
+
+TEST_F(Requests, RepairRequestsApplyWhenOldValuesMatch) {
+  // Status only, precious and status, attributes and action, deleted flag.
+  EXPECT_EQ(resultOf(sim.manage(setStatus("VOL1", "101", "<clean/><compressed/>", "<compressed/>")), "setBeastInfo"), 0);
+  EXPECT_EQ(beast(101)["comp"]["status"], nlohmann::json({"compressed"}));
+  EXPECT_EQ(resultOf(sim.manage(setPreciousAndStatus("VOL1", "103", "<uncompressed/><clean/>", "<uncompressed/>")),
+                     "setBeastInfo"),
+            0);
+  EXPECT_EQ(beast(103)["comp"]["cPrecious"], 1);
+  EXPECT_EQ(beast(103)["comp"]["status"], nlohmann::json({"uncompressed"}));
+
+  EXPECT_EQ(resultOf(sim.manage(setCombined("VOL1", "103", "<readOnly/><noStreamCompress/>", "<readOnly/>",
+                                            "<addCompLog/>", "")),
+                     "setBeastInfo"),
+            0);
+  EXPECT_EQ(beast(103)["attributes"], nlohmann::json({"readOnly"}));
+  EXPECT_EQ(beast(103)["comp"]["action"], nlohmann::json::array());
+  // The combined request with an empty info element changes nothing and succeeds.
+  EXPECT_EQ(resultOf(sim.manage(setCombined("VOL1", "103", nullptr, nullptr, nullptr, nullptr)), "setBeastInfo"), 0);
+
+  // The deleted flag, sent with the user file's zid, lands on its compressed data.
+  EXPECT_EQ(resultOf(sim.manage(setDeletedFlag("VOL1", "104", "false", "true")), "setBeastInfo"), 0);
+  EXPECT_EQ(compBeast(105)["deleted"], true);
+  EXPECT_NE(sim.manage(getBeastInfo("VOL1", "104", 15, true)).find("<variableData><uncompBeastDeleted/><compHeader>"),
+            std::string::npos);
+}
+
+TEST_F(Requests, StaleOldValueRefusesTheWholeRequest) {
+  nlohmann::json before = sim.state();
+  // The attributes match (in another order) but the action does not.
+  std::string r = sim.manage(setCombined("VOL1", "103", "<noStreamCompress/><readOnly/>", "<readOnly/>", "", "<addCompLog/>"));
+  EXPECT_EQ(resultOf(r, "setBeastInfo"), 20019);
+  EXPECT_EQ(resultOf(sim.manage(setStatus("VOL1", "101", "<compressed/>", "")), "setBeastInfo"), 20019);
+  EXPECT_EQ(resultOf(sim.manage(setPreciousAndStatus("VOL1", "101", "<compressed/><clean/>", "")), "setBeastInfo"),
+            20019);  // cPrecious is already 1
+  EXPECT_EQ(resultOf(sim.manage(setDeletedFlag("VOL1", "104", "true", "false")), "setBeastInfo"), 20019);
+  EXPECT_EQ(resultOf(sim.manage(clearCc("VOL1", "103", "<noStreamCompress/>", "")), "setBeastInfo"), 20019);
+  EXPECT_EQ(sim.state(), before);
+  // The Cc clear as the program sends it: the whole text before, the text without the element after.
+  EXPECT_EQ(resultOf(sim.manage(clearCc("VOL1", "103", "<readOnly/><noStreamCompress/>", "<readOnly/>")), "setBeastInfo"),
+            0);
+  EXPECT_EQ(beast(103)["attributes"], nlohmann::json({"readOnly"}));
+  // Values the model cannot hold, and beasts that do not exist.
+  EXPECT_EQ(resultOf(sim.manage(setCombined("VOL1", "103", "<readOnly/>", "<bogus/>", nullptr, nullptr)), "setBeastInfo"),
+            20008);
+  EXPECT_NE(resultOf(sim.manage(setStatus("VOL1", "999", "", "")), "setBeastInfo"), 0);
+  EXPECT_NE(resultOf(sim.manage(setStatus("VOL1", "106", "", "")), "setBeastInfo"), 0);  // no compression record
+}
+
+TEST_F(Requests, DeleteByRequestAndByUnlink) {
+  EXPECT_EQ(resultOf(sim.manage(deleteBeast("VOL1", "104")), "deleteBeast"), 0);
+  EXPECT_TRUE(beast(104).is_null());
+  EXPECT_TRUE(compBeast(105).is_null());
+  EXPECT_NE(resultOf(sim.manage(deleteBeast("VOL1", "104")), "deleteBeast"), 0);
+
+  std::string path = sim.volumeDir("VOL1") + "/docs/a.txt";
+  EXPECT_EQ(access(path.c_str(), F_OK), 0);
+  EXPECT_EQ(unlink(path.c_str()), 0);
+  EXPECT_TRUE(beast(101).is_null());
+  EXPECT_TRUE(compBeast(102).is_null());
+  EXPECT_NE(access(path.c_str(), F_OK), 0);
+  EXPECT_EQ(unlink(path.c_str()), -1);
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(sim.requests().back()["request"], "unlink /docs/a.txt");
+  EXPECT_EQ(unlink((sim.volumeDir("VOL1") + "/docs").c_str()), -1);  // directories stay
+  EXPECT_EQ(first(sim.manage(getVolumeTotalObjects("VOL1")), "totalObjects"), "5");
+}
+
+TEST_F(Requests, FixCompStatsRecounts) {
+  EXPECT_EQ(resultOf(sim.manage(fixCompStats("VOL1")), "fixCompStats"), 0);
+  nlohmann::json stats = sim.state()["volumes"][0]["stats"];
+  EXPECT_EQ(stats["compressedFiles"], 2);
+  EXPECT_EQ(stats["compressedDeletedFiles"], 1);
+  EXPECT_EQ(stats["uncompressibleFiles"], 1);
+  EXPECT_EQ(stats["preCompressionBlocks"], 3 + 1);   // 10000 and 3000 bytes in 4096-byte blocks
+  EXPECT_EQ(stats["compressedBlocks"], 1 + 1);
+  EXPECT_EQ(resultOf(sim.manage(fixCompStats("VOL2")), "fixCompStats"), 21209);
+}
+
+TEST_F(Requests, MalformedRequestsGetAnErrorResult) {
+  std::string withoutEnvelope = getBeastInfo("VOL1", "101", 15, true).substr(strlen(kEnvelope));
+  EXPECT_EQ(resultOf(sim.manage(withoutEnvelope), "getBeastInfo"), 21702);
+  std::string cut = getBeastInfo("VOL1", "101", 15, true);
+  cut.resize(cut.size() - 20);
+  EXPECT_EQ(resultOf(sim.manage(cut), "getBeastInfo"), 21702);
+  EXPECT_EQ(sim.manage(""), "");  // nothing written, nothing to read
+  for (std::string text : {std::string("\0\xff\xfe<<>>", 7), std::string(kEnvelope) + "<kvfRequest/>",
+                           std::string(kEnvelope) + "<kvfRequest><beast><noSuch/></beast></kvfRequest>",
+                           std::string(100000, '<')}) {
+    std::string r = sim.manage(text);
+    EXPECT_NE(r.find("<result value=\"21702\"/>"), std::string::npos) << r;
+  }
+  // Still answering.
+  EXPECT_EQ(resultOf(sim.manage(getVolumeInfo("VOL1")), "getVolumeInfo"), 0);
+}
+
+TEST(RequestsPretty, IndentedRepliesCarryTheSameValues) {
+  Simulator::Options o;
+  o.fixture = kFixture;
+  o.pretty = true;
+  Simulator sim(o);
+  std::string r = sim.manage(getBeastInfo("VOL1", "101", 15, true));
+  EXPECT_NE(r.find("\n        <rootBeastInfo>\n          <zid>101</zid>\n"), std::string::npos) << r;
+  EXPECT_EQ(first(r, "eof"), "10000");
+  EXPECT_EQ(first(r, "status"), "<compressed/><clean/>");
+  EXPECT_EQ(resultOf(r, "getBeastInfo"), 0);
+}
+
+}  // namespace

@@ -1,0 +1,48 @@
+// Shared helpers of the simulator tests: the program's request texts, a
+// small fixture, and readers that find reply elements the way the program does.
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+#include "e2e.h"
+
+namespace simtest {
+
+using testsupport::kEnvelope;
+
+template <typename... Args>
+std::string format(const char* fmt, Args... args) {
+  char buf[1024];
+  int n = snprintf(buf, sizeof buf, fmt, args...);
+  return std::string(buf, size_t(n) < sizeof buf ? size_t(n) : sizeof buf - 1);
+}
+
+// The requests, byte for byte as the program builds them.
+std::string getBeastInfo(const char* volume, const char* zid, unsigned mask, bool comp);
+std::string getBeastFullName(const char* volume, const char* zid);
+std::string getFileInfo(const char* path);
+std::string getVolumeInfo(const char* volume);
+std::string getVolumeTotalObjects(const char* volume);
+std::string browseBeasts(const char* volume, int requested, int sequence);
+std::string setStatus(const char* volume, const char* zid, const char* oldTags, const char* newTags);
+std::string setPreciousAndStatus(const char* volume, const char* zid, const char* oldTags, const char* newTags);
+// Attributes and action parts are sent only when their old value is given.
+std::string setCombined(const char* volume, const char* zid, const char* oldAttrs, const char* newAttrs,
+                        const char* oldAction, const char* newAction);
+std::string setDeletedFlag(const char* volume, const char* zid, const char* oldValue, const char* newValue);
+std::string clearCc(const char* volume, const char* zid, const char* oldAttrs, const char* newAttrs);
+std::string deleteBeast(const char* volume, const char* zid);
+std::string fixCompStats(const char* volume);
+
+// The content of the first element `name` at any depth after `from`
+// (CDATA unwrapped); "<missing>" when there is none.
+std::string first(const std::string& reply, const std::string& name, const std::string& from = "");
+// The result value of the element `tag`; -99999 when unreadable.
+long resultOf(const std::string& reply, const std::string& tag);
+
+// Two volumes: VOL1 (compression on) with a directory, files in every
+// compression state, a deleted file and a data stream; VOL2 (compression off).
+extern const char kFixture[];
+
+}  // namespace simtest

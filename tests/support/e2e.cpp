@@ -1,0 +1,355 @@
+#include "e2e.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+extern "C" {
+#include <vterm.h>
+}
+
+namespace testsupport {
+
+const char kEnvelope[] = "<virtualIO><datastream name=\"command\"/></virtualIO>";
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+bool isMounted(const std::string& dir) {
+  std::ifstream mounts("/proc/self/mounts");
+  std::string device, point, rest;
+  while (mounts >> device >> point && std::getline(mounts, rest))
+    if (point == dir) return true;
+  return false;
+}
+
+// Waits up to `timeout` for the child; true when it was reaped.
+bool waitChild(pid_t pid, int* status, std::chrono::milliseconds timeout) {
+  auto deadline = Clock::now() + timeout;
+  for (;;) {
+    pid_t r = waitpid(pid, status, WNOHANG);
+    if (r == pid || (r < 0 && errno == ECHILD)) return true;
+    if (Clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+}
+
+}  // namespace
+
+Simulator::Simulator(const Options& options) : dir_(std::make_unique<TempDir>()) {
+  mount_ = dir_->file("mnt");
+  mkdir(mount_.c_str(), 0755);
+  std::vector<std::string> argv = {binaryPath("sim/kvfsim")};
+  if (!options.fixture.empty()) {
+    writeFile(dir_->file("fixture.json"), options.fixture);
+    argv.insert(argv.end(), {"--fixture", dir_->file("fixture.json")});
+  } else {
+    argv.insert(argv.end(), {"--generate", std::to_string(options.generate), "--seed", std::to_string(options.seed),
+                             "--expect", dir_->file("expect.json")});
+  }
+  if (options.pretty) argv.push_back("--pretty");
+  if (!options.requestLog) argv.push_back("--no-request-log");
+  argv.push_back(mount_);
+
+  std::string output = dir_->file("kvfsim.out");
+  pid_ = fork();
+  if (pid_ < 0) throw std::runtime_error("fork failed");
+  if (pid_ == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);  // a crashed test still takes its daemon down
+    int fd = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (fd >= 0) dup2(fd, 1), dup2(fd, 2);
+    std::vector<char*> args;
+    for (std::string& a : argv) args.push_back(a.data());
+    args.push_back(nullptr);
+    execv(args[0], args.data());
+    _exit(127);
+  }
+  auto deadline = Clock::now() + std::chrono::seconds(30);
+  std::string ready = mount_ + "/control/state.json";
+  struct stat st;
+  while (stat(ready.c_str(), &st) != 0) {
+    int status;
+    if (waitpid(pid_, &status, WNOHANG) == pid_) {
+      pid_ = -1;
+      throw std::runtime_error("kvfsim ended at start: " + readFile(output));
+    }
+    if (Clock::now() > deadline) {
+      stop();
+      throw std::runtime_error("kvfsim did not come up: " + readFile(output));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+}
+
+Simulator Simulator::withFixture(const std::string& json) {
+  Options o;
+  o.fixture = json;
+  return Simulator(o);
+}
+
+Simulator::Simulator(Simulator&& other) noexcept
+    : dir_(std::move(other.dir_)), mount_(std::move(other.mount_)), pid_(other.pid_) {
+  other.pid_ = -1;
+}
+
+Simulator::~Simulator() { stop(); }
+
+int Simulator::stop() {
+  if (pid_ < 0) return 0;
+  int status = 0, result = -1;
+  kill(pid_, SIGTERM);
+  if (!waitChild(pid_, &status, std::chrono::seconds(10))) {
+    runProcess({"fusermount3", "-u", "-z", mount_});
+    kill(pid_, SIGKILL);
+    waitChild(pid_, &status, std::chrono::seconds(10));
+  } else if (WIFEXITED(status)) {
+    result = WEXITSTATUS(status);
+  }
+  pid_ = -1;
+  if (isMounted(mount_)) runProcess({"fusermount3", "-u", "-z", mount_});
+  return result;
+}
+
+bool Simulator::exchange(const std::string& file, const std::string& request, std::string* reply, int* error) const {
+  reply->clear();
+  int fd = open((adminDir() + "/" + file).c_str(), O_RDWR);
+  bool ok = fd >= 0 && lseek(fd, 0, SEEK_SET) == 0 && write(fd, request.data(), request.size()) >= 0 &&
+            lseek(fd, 0, SEEK_SET) == 0;
+  char buf[4096];
+  for (ssize_t n; ok && (n = read(fd, buf, sizeof buf)) != 0;) {
+    if (n < 0) ok = false;
+    else reply->append(buf, size_t(n));
+  }
+  if (error) *error = ok ? 0 : errno;
+  if (fd >= 0) close(fd);
+  return ok;
+}
+
+std::string Simulator::manage(const std::string& request) const {
+  std::string reply;
+  int error = 0;
+  if (!exchange("manage.cmd", request, &reply, &error))
+    ADD_FAILURE() << "manage.cmd exchange failed: " << strerror(error);
+  return reply;
+}
+
+nlohmann::json Simulator::state() const { return nlohmann::json::parse(readFile(mount_ + "/control/state.json")); }
+
+std::vector<nlohmann::json> Simulator::requests() const {
+  std::vector<nlohmann::json> out;
+  std::istringstream lines(readFile(mount_ + "/control/requests.jsonl"));
+  for (std::string line; std::getline(lines, line);)
+    if (!line.empty()) out.push_back(nlohmann::json::parse(line));
+  return out;
+}
+
+nlohmann::json Simulator::expected() const { return nlohmann::json::parse(readFile(dir_->file("expect.json"))); }
+
+void Simulator::setFaults(const std::string& json) const {
+  int fd = open((mount_ + "/control/faults").c_str(), O_WRONLY | O_TRUNC);
+  bool ok = fd >= 0 && write(fd, json.data(), json.size()) == ssize_t(json.size());
+  ok = fd >= 0 && close(fd) == 0 && ok;
+  if (!ok) throw std::runtime_error("control/faults refused: " + json);
+}
+
+std::string Simulator::daemonOutput() const { return readFile(dir_->file("kvfsim.out")); }
+
+// The terminal emulator's state.
+struct VelkorTerminal::Screen {
+  VTerm* vt = nullptr;
+  VTermScreen* screen = nullptr;
+  int rows, cols;
+  Screen(int r, int c) : rows(r), cols(c) {
+    vt = vterm_new(r, c);
+    vterm_set_utf8(vt, 1);
+    screen = vterm_obtain_screen(vt);
+    vterm_screen_reset(screen, 1);
+  }
+  ~Screen() { vterm_free(vt); }
+};
+
+namespace {
+
+void appendUtf8(std::string& out, uint32_t c) {
+  if (c < 0x80) {
+    out += char(c);
+  } else if (c < 0x800) {
+    out += char(0xC0 | (c >> 6));
+    out += char(0x80 | (c & 0x3F));
+  } else if (c < 0x10000) {
+    out += char(0xE0 | (c >> 12));
+    out += char(0x80 | ((c >> 6) & 0x3F));
+    out += char(0x80 | (c & 0x3F));
+  } else {
+    out += char(0xF0 | (c >> 18));
+    out += char(0x80 | ((c >> 12) & 0x3F));
+    out += char(0x80 | ((c >> 6) & 0x3F));
+    out += char(0x80 | (c & 0x3F));
+  }
+}
+
+void answerTerminal(const char* bytes, size_t len, void* user) {
+  int fd = *static_cast<int*>(user);
+  if (fd >= 0 && write(fd, bytes, len) < 0) {
+    // the program has gone; nothing to answer
+  }
+}
+
+}  // namespace
+
+VelkorTerminal::VelkorTerminal(const Simulator& sim, const std::vector<std::string>& args)
+    : VelkorTerminal(sim, args, Options()) {}
+
+VelkorTerminal::VelkorTerminal(const Simulator& sim, const std::vector<std::string>& args, const Options& options)
+    : screen_(std::make_unique<Screen>(options.rows, options.cols)) {
+  if (options.cwd.empty()) {
+    ownDir_ = std::make_unique<TempDir>();
+    cwd_ = ownDir_->path();
+  } else {
+    cwd_ = options.cwd;
+  }
+  std::vector<std::string> argv = {sourcePath("scripts/kvf-sandbox"), "--admin", sim.adminDir()};
+  nlohmann::json state = sim.state();
+  for (const std::string& volume : options.volumes)
+    for (const auto& v : state.at("volumes"))
+      if (v.at("name") == volume)
+        argv.insert(argv.end(), {"--volume", v.at("mountPoint").get<std::string>() + "=" + sim.volumeDir(volume)});
+  if (!options.cfg.empty()) {
+    writeFile(cwd_ + "/kvfstart.cfg", options.cfg);
+    argv.insert(argv.end(), {"--cfg", cwd_ + "/kvfstart.cfg"});
+  }
+  argv.insert(argv.end(), {"--cwd", cwd_, "--", options.binary.empty() ? binaryPath("util/velkor") : options.binary});
+  argv.insert(argv.end(), args.begin(), args.end());
+
+  struct winsize size = {};
+  size.ws_row = static_cast<unsigned short>(options.rows);
+  size.ws_col = static_cast<unsigned short>(options.cols);
+  start_ = end_ = Clock::now();
+  pid_ = forkpty(&master_, nullptr, nullptr, &size);
+  if (pid_ < 0) throw std::runtime_error("forkpty failed");
+  if (pid_ == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (chdir(cwd_.c_str()) != 0) _exit(126);
+    setenv("TERM", "xterm", 1);
+    std::vector<char*> cargs;
+    for (std::string& a : argv) cargs.push_back(a.data());
+    cargs.push_back(nullptr);
+    execv(cargs[0], cargs.data());
+    _exit(127);
+  }
+  vterm_output_set_callback(screen_->vt, answerTerminal, &master_);
+}
+
+VelkorTerminal::~VelkorTerminal() {
+  if (pid_ > 0) {
+    kill(-pid_, SIGKILL);
+    kill(pid_, SIGKILL);
+    reap(true);
+  }
+  if (master_ >= 0) close(master_);
+}
+
+void VelkorTerminal::send(const std::string& keys) {
+  if (master_ >= 0 && write(master_, keys.data(), keys.size()) < 0) ADD_FAILURE() << "cannot type into the terminal";
+}
+
+void VelkorTerminal::reap(bool block) {
+  if (pid_ <= 0) return;
+  int status = 0;
+  pid_t r = waitpid(pid_, &status, block ? 0 : WNOHANG);
+  if (r != pid_) return;
+  end_ = Clock::now();
+  pid_ = -1;
+  if (WIFEXITED(status)) exitStatus_ = WEXITSTATUS(status);
+  if (WIFSIGNALED(status)) signal_ = WTERMSIG(status);
+}
+
+void VelkorTerminal::pump(std::chrono::milliseconds wait) {
+  if (master_ < 0) {
+    reap(false);
+    if (pid_ > 0) std::this_thread::sleep_for(wait);
+    return;
+  }
+  pollfd fd = {master_, POLLIN, 0};
+  if (poll(&fd, 1, int(wait.count())) > 0) {
+    char buf[65536];
+    ssize_t n = read(master_, buf, sizeof buf);
+    if (n > 0) {
+      vterm_input_write(screen_->vt, buf, size_t(n));
+    } else if (n == 0 || errno != EINTR) {
+      // The terminal's other side is closed: the program has ended.
+      close(master_);
+      master_ = -1;
+    }
+  }
+  reap(false);
+}
+
+bool VelkorTerminal::waitFor(const std::string& text, std::chrono::milliseconds timeout) {
+  auto deadline = Clock::now() + timeout;
+  for (;;) {
+    if (screenText().find(text) != std::string::npos) return true;
+    if ((pid_ <= 0 && master_ < 0) || Clock::now() >= deadline) return false;
+    pump(std::chrono::milliseconds(20));
+  }
+}
+
+bool VelkorTerminal::waitExit(std::chrono::milliseconds timeout) {
+  auto deadline = Clock::now() + timeout;
+  while (pid_ > 0 || master_ >= 0) {
+    if (Clock::now() >= deadline) return false;
+    pump(std::chrono::milliseconds(20));
+  }
+  return true;
+}
+
+void VelkorTerminal::finish(std::chrono::milliseconds timeout) {
+  if (waitExit(timeout)) return;
+  kill(-pid_, SIGKILL);
+  kill(pid_, SIGKILL);
+  reap(true);
+  exitStatus_ = -1;
+}
+
+std::vector<std::string> VelkorTerminal::screen() const {
+  std::vector<std::string> rows;
+  for (int r = 0; r < screen_->rows; ++r) {
+    std::string row;
+    for (int c = 0; c < screen_->cols; ++c) {
+      VTermScreenCell cell;
+      VTermPos pos = {r, c};
+      if (!vterm_screen_get_cell(screen_->screen, pos, &cell)) continue;
+      if (cell.chars[0] == 0) row += ' ';
+      for (int i = 0; i < VTERM_MAX_CHARS_PER_CELL && cell.chars[i]; ++i) appendUtf8(row, cell.chars[i]);
+      if (cell.width > 1) c += cell.width - 1;
+    }
+    row.erase(row.find_last_not_of(' ') + 1);
+    rows.push_back(row);
+  }
+  return rows;
+}
+
+std::string VelkorTerminal::screenText() const {
+  std::string text;
+  for (const std::string& row : screen()) text += row + "\n";
+  return text;
+}
+
+std::string VelkorTerminal::runLog() const { return readFile(cwd_ + "/velkor.log"); }
+
+}  // namespace testsupport

@@ -1,0 +1,114 @@
+// End-to-end harness: a kvfsim daemon on a temporary mount, and the real
+// velkor run in the sandbox in a pseudo-terminal whose screen is read back.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "process.h"
+
+namespace testsupport {
+
+// A running simulator; always unmounted again when destroyed.
+class Simulator {
+ public:
+  struct Options {
+    std::string fixture;       // fixture JSON text; empty: generate
+    uint64_t generate = 0;     // objects of the generated volume "VOL1"
+    uint64_t seed = 1;
+    bool pretty = false;       // pretty-printed replies
+    bool requestLog = true;
+  };
+  explicit Simulator(const Options& options);  // throws std::runtime_error when it does not come up
+  static Simulator withFixture(const std::string& json);
+  ~Simulator();
+  Simulator(Simulator&&) noexcept;
+  Simulator(const Simulator&) = delete;
+  Simulator& operator=(const Simulator&) = delete;
+
+  // Unmounts and waits for the daemon; returns its exit status (-1 when it
+  // had to be killed). Called by the destructor.
+  int stop();
+
+  const std::string& mount() const { return mount_; }
+  std::string adminDir() const { return mount_ + "/Manage_KVF"; }
+  std::string volumeDir(const std::string& volume) const { return mount_ + "/volumes/" + volume; }
+
+  // One exchange the way the program makes it: open read-write, write the
+  // request at offset 0, seek back, read until end of file. Returns false
+  // with errno-style `error` set when a call fails.
+  bool exchange(const std::string& file, const std::string& request, std::string* reply, int* error = nullptr) const;
+  // The same for manage.cmd, failing the test on an I/O error.
+  std::string manage(const std::string& request) const;
+
+  nlohmann::json state() const;                   // control/state.json
+  std::vector<nlohmann::json> requests() const;   // control/requests.jsonl
+  nlohmann::json expected() const;                // the generator's counts (generated volumes)
+  // Writes control/faults: an object adds a rule, an array replaces all.
+  void setFaults(const std::string& json) const;
+  std::string daemonOutput() const;
+
+ private:
+  std::unique_ptr<TempDir> dir_;
+  std::string mount_;
+  pid_t pid_ = -1;
+};
+
+// The request envelope, as the program puts it before each request.
+extern const char kEnvelope[];
+
+// velkor in the sandbox in a pseudo-terminal, its output fed to a terminal
+// emulator; killed when destroyed.
+class VelkorTerminal {
+ public:
+  struct Options {
+    int rows = 25, cols = 120;
+    std::string cfg;                                  // kvfstart.cfg text; empty: none
+    std::vector<std::string> volumes{"VOL1"};         // volumes whose tree is bound at their mount point
+    std::string binary;                               // default: the built velkor
+    std::string cwd;                                  // default: a temporary directory
+  };
+  VelkorTerminal(const Simulator& sim, const std::vector<std::string>& args, const Options& options);
+  VelkorTerminal(const Simulator& sim, const std::vector<std::string>& args);
+  ~VelkorTerminal();
+  VelkorTerminal(const VelkorTerminal&) = delete;
+  VelkorTerminal& operator=(const VelkorTerminal&) = delete;
+
+  void send(const std::string& keys);
+  // Waits until the screen shows `text`; false on timeout or when the program ended first without showing it.
+  bool waitFor(const std::string& text, std::chrono::milliseconds timeout = std::chrono::seconds(20));
+  // Waits for the program to end; false on timeout.
+  bool waitExit(std::chrono::milliseconds timeout = std::chrono::seconds(60));
+  // Waits for the end; when it does not come, kills the program (exitStatus -1).
+  void finish(std::chrono::milliseconds timeout = std::chrono::seconds(60));
+
+  std::vector<std::string> screen() const;  // one string per row, trailing blanks removed
+  std::string screenText() const;           // the rows joined by newlines
+  bool running() const { return pid_ > 0; }
+  int exitStatus() const { return exitStatus_; }
+  int signal() const { return signal_; }
+  std::string runLog() const;  // velkor.log in the working directory
+  const std::string& cwd() const { return cwd_; }
+  std::chrono::steady_clock::duration elapsed() const { return end_ - start_; }
+
+ private:
+  void pump(std::chrono::milliseconds wait);
+  void reap(bool block);
+
+  struct Screen;
+  std::unique_ptr<Screen> screen_;
+  std::unique_ptr<TempDir> ownDir_;
+  std::string cwd_;
+  pid_t pid_ = -1;
+  int master_ = -1;
+  int exitStatus_ = -1, signal_ = 0;
+  std::chrono::steady_clock::time_point start_, end_;
+};
+
+}  // namespace testsupport
