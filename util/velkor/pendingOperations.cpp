@@ -6,7 +6,6 @@
 namespace velkor {
 
 void checkCCBit(char*, char*, OpArgs_s*, CompStats*) {}
-void VELKOR_UserInterface::volumeOp(char*, ObjectRoutine, OpArgs_s*) {}
 void VELKOR_UserInterface::doVolumeStats(char*) {}
 void VELKOR_UserInterface::doFileCompCandidate(char*) {}
 

@@ -1,0 +1,122 @@
+// The scan over every object of a volume: zids are fetched in batches of 20
+// and the operation's per-object routine is called for each.
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "beastQueries.h"
+#include "kvfError.h"
+#include "lbString.h"
+#include "requestText.h"
+#include "velkorUI.h"
+#include "volumeScan.h"
+
+namespace velkor {
+
+namespace {
+
+const char kSource[] = "util/velkor/velkorHelper";
+
+std::string here(int line) { return std::string(kSource) + "[" + std::to_string(line) + "]"; }
+
+}  // namespace
+
+int getSomeZids(char* volumeName, bool onlineOnly, int criteria, int numRequested, int scanSequence, char* zids) {
+  static const char* const criteriaElements[] = {"<selectBeastsForCompression/>", "<selectBeastsSalvageable/>",
+                                                 "<selectBeastsPurgeable/>", "<selectBeastsForBackup/>",
+                                                 "<selectBeastsForMigration/>"};
+  ReplyBuf reply;
+  OpenCmdFile channel(managecmd);
+  RequestText request;
+  request.append(kSource, __LINE__, "%s<kvfRequest><volume><browseBeasts><volumeName><![CDATA[%s]]></volumeName>",
+                 cmdHeader, volumeName);
+  if (onlineOnly) request.append(kSource, __LINE__, "<onlineOnly/>");
+  request.append(kSource, __LINE__, "<selectBeastsCriteria>");
+  if (criteria == 0) request.append(kSource, __LINE__, "<selectBeastsAll/>");
+  for (int bit = 0; bit < 5; ++bit) {
+    if (criteria & (1 << bit)) request.append(kSource, __LINE__, "%s", criteriaElements[bit]);
+  }
+  request.append(kSource, __LINE__,
+                 "</selectBeastsCriteria><numBeastsRequested>%d</numBeastsRequested><scanSequence>%d</scanSequence>"
+                 "</browseBeasts></volume></kvfRequest>",
+                 numRequested, scanSequence);
+  channel.file.readWrite(request.text(), "browseBeasts", &reply);
+
+  const QXML::TagRequest_s rows[] = {{"lastZidReturned", QXML::TAG_CONTENT_REQUIRED},
+                                     {"numBeastsReturned", QXML::TAG_CONTENT_REQUIRED},
+                                     {"beastZids", QXML::TAG_CONTENT_REQUIRED},
+                                     {nullptr, 0}};
+  QXML::TagContent_s contents[3];
+  getTagContentFromReply(&reply, "browseBeasts", rows, contents);
+
+  // Children named "zid" (or a prefix of it) fill the slots in order.
+  const QXML::XML_ElementInfo_s& list = contents[2].element;
+  const char* p = list.contentStart;
+  const char* end = list.contentEnd;
+  QXML::XML_ElementInfo_s child;
+  const char* name;
+  size_t nameLength;
+  int slot = 0;
+  while (p <= end && QXML::XML_GetNextTag(p, end, &child, &name, &nameLength) == 0) {
+    if (nameLength > 0 && nameLength <= 3 && strncmp(name, "zid", nameLength) == 0) {
+      if (slot >= kZidSlots) throw KVFError("More zids returned than the batch holds", zERR_BUFFER_TOO_SMALL, here(__LINE__));
+      if (child.contentLength >= kZidSlotSize) throw KVFError("Zid text too long", zERR_BUFFER_TOO_SMALL, here(__LINE__));
+      char* out = zids + slot * kZidSlotSize;
+      if (child.contentLength) memcpy(out, child.contentStart, child.contentLength);
+      out[child.contentLength] = '\0';
+      ++slot;
+    }
+    p = child.elementEnd + 1;
+  }
+  return static_cast<int>(KVF::LB_strtoq(contents[1].value, nullptr, 10));
+}
+
+void VELKOR_UserInterface::volumeOp(char* volumeName, ObjectRoutine routine, OpArgs_s* args) {
+  std::unique_ptr<char, decltype(&free)> zids(static_cast<char*>(malloc(kZidSlots * kZidSlotSize)), free);
+  if (!zids) throw KVFError("Out of memory", zERR_NO_MEMORY, "util/velkor/velkorClass[217]");
+
+  getVolumeInfo(volumeName, &stats->volumeInfo);
+  if (stats->volumeInfo.compressionEnabled == 0) {
+    displayCompNotSupported();
+    return;
+  }
+  abortWatch = true;
+  drawAt(6, 2, 2, "Summary:\n");
+  displayStats(1);
+
+  // The position is the last zid seen, narrowed to 32 bits.
+  int position = 0;
+  const char* last = nullptr;
+  for (;;) {
+    if (aborted) {
+      abortWatch = false;
+      return;
+    }
+    total = getVolumeTotalObjects(volumeName);
+    // Slots the reply leaves unwritten read as empty zids, never as old ones.
+    memset(zids.get(), 0, kZidSlots * kZidSlotSize);
+    int n = getSomeZids(volumeName, true, 0, kZidSlots, position, zids.get());
+    if (n > 0) {
+      if (aborted) {
+        abortWatch = false;
+        return;
+      }
+      for (int i = 0; i < n && i < kZidSlots; ++i) {
+        char* zid = zids.get() + i * kZidSlotSize;
+        stats->resetForNextObject();
+        routine(volumeName, zid, args, stats);
+        ++processed;
+        last = zid;
+        if (aborted) {
+          abortWatch = false;
+          return;
+        }
+      }
+    }
+    if (last) position = static_cast<int>(static_cast<uint32_t>(KVF::LB_strtouq(last, nullptr, 10)));
+    if (n != kZidSlots) return;
+  }
+}
+
+}  // namespace velkor
