@@ -133,8 +133,9 @@ CompInfo::CompInfo(XML_ElementInfo_s* element) {
   action = static_cast<uint32_t>(tagBits(c[8], compActionTags, compActionBitsToCheck));
 }
 
-UncompBeastInfo::UncompBeastInfo(const char* volumeName, XML_ElementInfo_s* element) : compInfo(nullptr) {
-  memset(name, 0, sizeof name);
+UncompBeastInfo::UncompBeastInfo(const char* volumeName, XML_ElementInfo_s* element)
+    : compInfo(nullptr), eof(0), zid(), name(), physSize(0), valid(0), beastType(0), attributes(0), openCount(0),
+      allNamesDeleted(0), createdTimeText(), createdTime(0), accessedTimeText(), accessedTime(0) {
   strncpy(name, volumeName, sizeof name - 1);
   const TagRequest_s rows[] = {
       {"rootBeastInfo", kRequired}, {"namedBeastInfo", kOptional}, {"fileBeastInfo", kOptional}, {nullptr, 0}};

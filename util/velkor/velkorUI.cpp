@@ -134,6 +134,12 @@ void VELKOR_UserInterface::drawAt(int row, int col, int attribute, const char* f
   va_end(args);
 }
 
+void VELKOR_UserInterface::clearRow(int row) {
+  ScreenLock hold(&lock);
+  screen->PositionOutputCursor(row, 0);
+  screen->ClearLine();
+}
+
 void VELKOR_UserInterface::displayCommand(int argc, char** argv) {
   // At most 67 characters: a longer command line is cut to 64 and "...".
   char line[68];
@@ -200,8 +206,7 @@ bool VELKOR_UserInterface::watchForAbort() {
 
   bool confirmed = false;
   if (escape) {
-    screen->PositionOutputCursor(kStatusRow, 0);
-    screen->ClearLine();
+    clearRow(kStatusRow);
     screen->PositionOutputCursor(kStatusRow, 2);
     screen->OutputToScreenWithAttribute(14, "%s", kAbortQuestion);
     // The answer is waited for with the lock held: the scan and the timer
@@ -238,8 +243,7 @@ void* VELKOR_UserInterface::runCheckAbortThread(void* arg) {
 
 void VELKOR_UserInterface::setStatus(int state) {
   ScreenLock hold(&lock);
-  screen->PositionOutputCursor(kStatusRow, 0);
-  screen->ClearLine();
+  clearRow(kStatusRow);
   screen->PositionOutputCursor(kStatusRow, 2);
   if (state == 1) {
     bool noAbort = operation == opFixStats || operation > 127;

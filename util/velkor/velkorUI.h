@@ -51,6 +51,8 @@ class VELKOR_UserInterface {
 
   // Draws at a position with a display attribute, holding the screen lock.
   void drawAt(int row, int col, int attribute, const char* format, ...);
+  // Clears a whole screen row.
+  void clearRow(int row);
 
   ScreenInterface* screen;
   pthread_t timerThread;

@@ -1,0 +1,90 @@
+#include "ccAttribute.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "beastQueries.h"
+#include "kvfError.h"
+#include "requestText.h"
+#include "velkorHelper.h"
+#include "velkorUI.h"
+
+namespace velkor {
+
+namespace {
+
+const char kSource[] = "util/velkor/velkorHelper";
+
+std::string here(int line) { return std::string(kSource) + "[" + std::to_string(line) + "]"; }
+
+// A fresh object's check may have to wait for other writers; it gives up
+// after this many refused sets in a row.
+const int kMaxRetries = 1000;
+
+}  // namespace
+
+bool isSetCCBit(char* volumeName, char* zid, SetValue& value) {
+  ReplyBuf reply;
+  const QXML::TagRequest_s rows[] = {{"attributes", QXML::TAG_OPTIONAL}, {nullptr, 0}};
+  QXML::TagContent_s contents[1];
+  getBeastInfo(&reply, volumeName, zid, infoNamed, 0, "getBeastInfo", rows, contents);
+  if (!(contents[0].status & QXML::TAG_HAS_CONTENT)) return false;
+
+  char element[64];
+  snprintf(element, sizeof element, "<%s/>", "noStreamCompress");
+  const char* attributes = contents[0].value;
+  const char* found = strstr(attributes, element);
+  if (!found) return false;
+
+  size_t length = strlen(attributes);
+  if (length >= static_cast<size_t>(kSetValueSize))
+    throw KVFError("Attributes text does not fit its buffer", zERR_BUFFER_TOO_SMALL, here(__LINE__));
+  memcpy(value.oldValue, attributes, length + 1);
+  size_t before = static_cast<size_t>(found - attributes);
+  memcpy(value.newValue, attributes, before);
+  strcpy(value.newValue + before, found + strlen(element));
+  return true;
+}
+
+void clearCCBit(char* volumeName, char* zid, SetValue& value) {
+  ReplyBuf reply;
+  OpenCmdFile channel(managecmd);
+  RequestText request;
+  request.append(kSource, __LINE__,
+                 "%s<kvfRequest><beast><setBeastInfo><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]></id>"
+                 "<onlineOnly/><ignoreOpenFile/><info><namedBeastInfo><persistentNamed><attributes><oldValue>%s"
+                 "</oldValue><newValue>%s</newValue></attributes></persistentNamed></namedBeastInfo></info>"
+                 "</setBeastInfo></beast></kvfRequest>",
+                 cmdHeader, volumeName, zid, value.oldValue, value.newValue);
+  channel.file.readWrite(request.text(), "setBeastInfo", &reply);
+}
+
+void checkCCBit(char* volumeName, char* zid, OpArgs_s*, CompStats* stats) {
+  std::unique_ptr<char, decltype(&free)> oldValue(static_cast<char*>(malloc(kSetValueSize)), free);
+  if (!oldValue) throw KVFError("Out of memory", zERR_NO_MEMORY, "util/velkor/velkorClass[170]");
+  std::unique_ptr<char, decltype(&free)> newValue(static_cast<char*>(malloc(kSetValueSize)), free);
+  if (!newValue) throw KVFError("Out of memory", zERR_NO_MEMORY, "util/velkor/velkorClass[177]");
+  oldValue.get()[0] = '\0';
+  newValue.get()[0] = '\0';
+  SetValue value = {oldValue.get(), newValue.get()};
+
+  for (int attempt = 0;; ++attempt) {
+    try {
+      if (isSetCCBit(volumeName, zid, value)) {
+        clearCCBit(volumeName, zid, value);
+        ++stats->ccBitCleared;
+      }
+      break;
+    } catch (const KVFError& e) {
+      // The attributes changed between the read and the set: read them again.
+      if (!(e.isKvfCode && e.code == zERR_VALUE_CHANGED) || attempt >= kMaxRetries) throw KVFError(e);
+    }
+  }
+  ++stats->processed;
+  stats->ui->displayStats(0);
+}
+
+}  // namespace velkor

@@ -1,0 +1,91 @@
+#include "compCandidate.h"
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "beastQueries.h"
+#include "kvfError.h"
+#include "lbString.h"
+#include "velkorUI.h"
+
+namespace velkor {
+
+const char* kvfStartConfigPath = "/etc/opt/quorlen/kvf/kvfstart.cfg";
+
+namespace {
+
+const char kSource[] = "util/velkor/velkorHelper";
+const unsigned int kNoSetting = 4294967295u;
+
+std::string here(int line) { return std::string(kSource) + "[" + std::to_string(line) + "]"; }
+
+}  // namespace
+
+unsigned int getSetParameterValue(const char* name) {
+  std::ifstream config(kvfStartConfigPath);
+  if (!config.is_open())
+    throw KVFError(std::string("Unable to read the start-up configuration file ") + kvfStartConfigPath, here(__LINE__),
+                   errno);
+  char line[256];
+  const size_t nameLength = strlen(name);
+  for (;;) {
+    config.getline(line, sizeof line);
+    if (config.fail()) {
+      if (config.eof() && config.gcount() == 0) return kNoSetting;
+      if (!config.eof())
+        throw KVFError(std::string("A line longer than 255 characters in ") + kvfStartConfigPath,
+                       zERR_BUFFER_TOO_SMALL, here(__LINE__));
+    }
+    // The last line may end without a newline.
+    if (line[0] != '#' && line[0] != '\0' && strstr(line + 1, name)) {
+      // The value stands after one leading character, the name and one separator.
+      size_t start = 2 + nameLength;
+      const char* value = start <= strlen(line) ? line + start : "";
+      return static_cast<unsigned int>(KVF::LB_strtouq(value, nullptr, 10));
+    }
+    if (config.eof()) return kNoSetting;
+  }
+}
+
+bool checkCompCandidate(char* volumeName, char* zid) {
+  UncompBeastInfo* fileRecord = nullptr;
+  CompBeastInfo* compRecord = nullptr;
+  getCompUncompInfo(volumeName, zid, &fileRecord, &compRecord);
+  std::unique_ptr<UncompBeastInfo> file(fileRecord);
+  std::unique_ptr<CompBeastInfo> comp(compRecord);
+
+  const uint32_t attributes = static_cast<uint32_t>(file->attributes);
+  const uint32_t now = static_cast<uint32_t>(time(nullptr));
+  if (attributes & (attrSubdirectory | attrLink | attrDoNotCompress | attrNoStreamCompress)) return false;
+  if (attributes & attrCompressImmediate) return !(attributes & (attrDataStreamCompress | attrNoStreamCompress));
+  if (!file->allNamesDeleted) {
+    if (file->beastType != 3) return true;
+    unsigned int days = getSetParameterValue("DaysUntouchedBeforeCompression");
+    if (days == kNoSetting) throw KVFError("Error getting set parameter value", "util/velkor/velkorHelper[1508]", -1);
+    return static_cast<uint32_t>(days * 86400u + file->accessedTime) <= now;
+  }
+  unsigned int option = getSetParameterValue("DeletedFilesCompressionOption");
+  if (option == kNoSetting) throw KVFError("Error getting set parameter value", "util/velkor/velkorHelper[1475]", -1);
+  if (option == 0) return false;
+  if (option == 1) return file->beastType == 3 ? static_cast<uint32_t>(file->accessedTime + 86400u) < now : true;
+  return true;
+}
+
+void VELKOR_UserInterface::doFileCompCandidate(char* path) {
+  char volumeName[64];
+  char zid[104];
+  getFileZidByPath(path, volumeName, zid, sizeof volumeName, sizeof zid);
+  getVolumeInfo(volumeName, &stats->volumeInfo);
+  if (stats->volumeInfo.compressionEnabled == 0) {
+    displayCompNotSupported();
+    return;
+  }
+  bool candidate = checkCompCandidate(volumeName, zid);
+  drawAt(12, 4, 13, "File is %sa background compression candidate at this moment", candidate ? "" : "not ");
+}
+
+}  // namespace velkor

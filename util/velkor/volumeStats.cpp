@@ -1,0 +1,104 @@
+// The fix-statistics operation: the volume's compression statistics before
+// and after the file system recounts them.
+#include <cctype>
+#include <cstring>
+#include <iostream>
+
+#include "beastQueries.h"
+#include "kvfError.h"
+#include "lbString.h"
+#include "requestText.h"
+#include "velkorUI.h"
+
+namespace velkor {
+
+namespace {
+
+const char kSource[] = "util/velkor/velkorHelper";
+const char kQuestion[] = "maintenance state. Do you want to continue (y/n)?";
+const char* const kLabels[5] = {
+    "Compressed Files:         ", "Compressed Deleted Files: ", "Uncompressible Files:     ",
+    "Precompressed Bytes:      ", "Compressed Bytes:         ",
+};
+
+struct Statistics {
+  uint64_t figure[5];
+  int64_t blockSize;
+  char state[32];
+};
+
+// Reads the volume object's statistics (the id "0").
+Statistics readStatistics(ReplyBuf* reply, char* volumeName, const int64_t* blockSize) {
+  const QXML::TagRequest_s rows[] = {
+      {"compressedFiles", QXML::TAG_CONTENT_REQUIRED},    {"compressedDeletedFiles", QXML::TAG_CONTENT_REQUIRED},
+      {"uncompressibleFiles", QXML::TAG_CONTENT_REQUIRED}, {"preCompressionBlocks", QXML::TAG_CONTENT_REQUIRED},
+      {"compressedBlocks", QXML::TAG_CONTENT_REQUIRED},   {"blockSize", QXML::TAG_CONTENT_REQUIRED},
+      {"volumeState", QXML::TAG_CONTENT_REQUIRED},        {nullptr, 0}};
+  QXML::TagContent_s c[7];
+  reply->free += reply->used;
+  reply->used = 0;
+  getBeastInfo(reply, volumeName, nullptr, infoVolumeSimple, 0, "getBeastInfo", rows, c);
+  auto number = [&](int i) { return KVF::LB_strtouq(c[i].value, nullptr, 10); };
+  Statistics s;
+  s.blockSize = blockSize ? *blockSize : KVF::LB_strtoq(c[5].value, nullptr, 10);
+  uint64_t bytesPerBlock = static_cast<uint64_t>(s.blockSize);
+  s.figure[0] = number(0) - number(1);
+  s.figure[1] = number(1);
+  s.figure[2] = number(2);
+  s.figure[3] = number(3) * bytesPerBlock;
+  s.figure[4] = number(4) * bytesPerBlock;
+  memset(s.state, 0, sizeof s.state);
+  strncpy(s.state, c[6].value, sizeof s.state - 1);
+  return s;
+}
+
+}  // namespace
+
+void VELKOR_UserInterface::doVolumeStats(char* volumeName) {
+  ReplyBuf reply;
+  OpenCmdFile channel(managecmd);
+  Statistics before = readStatistics(&reply, volumeName, nullptr);
+
+  if (strcmp(before.state, "maintenance") != 0) {
+    drawAt(10, 2, 12, "Compression statistics won't be calculated correctly because volume is not in ");
+    drawAt(11, 2, 12, "%s", kQuestion);
+    int answer = readKeyFromStdin();
+    if (answer != EOF) drawAt(11, static_cast<int>(strlen(kQuestion)) + 4, 12, "%c", answer);
+    if (answer == EOF || tolower(answer) != 'y') return;
+    clearRow(10);
+    clearRow(11);
+  }
+
+  const int labelWidth = static_cast<int>(strlen(kLabels[0]));
+  drawAt(8, 2, 2, "Compression Statistics:");
+  drawAt(10, 2, 2, "                                             Old                        New");
+  for (int row = 0; row < 5; ++row) {
+    drawAt(12 + row, 4, 2, "%s", kLabels[row]);
+    drawAt(12 + row, labelWidth + 4, 7, row == 4 ? "%20Lu " : "%20Lu",
+           static_cast<unsigned long long>(before.figure[row]));
+  }
+
+  RequestText request(512);
+  request.append(kSource, __LINE__,
+                 "%s<kvfRequest><volume><fixCompStats><volumeName><![CDATA[%s]]></volumeName></fixCompStats>"
+                 "</volume></kvfRequest>",
+                 cmdHeader, volumeName);
+  reply.free += reply.used;
+  reply.used = 0;
+  try {
+    channel.file.readWrite(request.text(), "fixCompStats", &reply);
+  } catch (const KVFError& e) {
+    if (e.code != zERR_COMPRESSION_NOT_ENABLED) throw KVFError(e);
+    std::cerr << "<msg>Volume doesn't have compression feature turned on</msg>" << std::endl;
+    displayCompNotSupported();
+    return;
+  }
+
+  Statistics after = readStatistics(&reply, volumeName, &before.blockSize);
+  for (int row = 0; row < 5; ++row) {
+    drawAt(12 + row, labelWidth + 30, 6, row == 4 ? "%20Lu " : "%20Lu",
+           static_cast<unsigned long long>(after.figure[row]));
+  }
+}
+
+}  // namespace velkor
