@@ -169,7 +169,8 @@ TEST_F(CommandLine, UnopenableLogIsReported) {
   EXPECT_EQ("\n", r.out);
 }
 
-// Two runs append two documents; times and the build stamp are masked.
+// Two runs append two documents; times and the build stamp are masked. The
+// management file is a plain file, so each operation ends in an error.
 TEST_F(CommandLine, RunLogDocumentsAppend) {
   ASSERT_EQ(0, velkorRun({"-L", "VOL1"}).exitStatus);
   ASSERT_EQ(0, velkorRun({"-H", "-p", "velkor.log", "-S", "VOL1"}).exitStatus);
@@ -184,8 +185,11 @@ TEST_F(CommandLine, RunLogDocumentsAppend) {
         "  Build: B\n</description>\n<CommandLine>\n";
     for (size_t i = 0; i < args.size(); ++i)
       d += " <argv index=\"" + std::to_string(i) + "\" argv=\"" + args[i] + "\" />\n";
+    // A plain file echoes the request back: a reply without a result.
     return d + "</CommandLine>\n<startTime><CurrentTime T/></startTime>\n"
-               "<finishStatus>finished successfully</finishStatus>\n"
+               "<error>util/velkor/velkorUI[994] originated from:util/common_cpp/qXML[1225] error: 21702 "
+               "zERR_XML_IS_BAD message: Can't find result tag</error>\n"
+               "<finishStatus>finished with error</finishStatus>\n"
                "<endTime><CurrentTime T/></endTime>\n</velkor>\n\n\n\n";
   };
   EXPECT_EQ(document({binary, "-L", "VOL1"}) + document({binary, "-H", "-p", "velkor.log", "-S", "VOL1"}), text);
