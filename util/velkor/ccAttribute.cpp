@@ -84,7 +84,7 @@ void checkCCBit(char* volumeName, char* zid, OpArgs_s*, CompStats* stats) {
     }
   }
   ++stats->processed;
-  stats->ui->displayStats(0);
+  if (stats->ui) stats->ui->displayStats(0);
 }
 
 }  // namespace velkor

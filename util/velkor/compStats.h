@@ -17,6 +17,7 @@ class CompStats {
   // Counter labels in display order, each 20 columns wide.
   static const char* const statsMsgs[8];
 
+  // `ui` may be null: the counters are then kept but nothing is shown.
   explicit CompStats(VELKOR_UserInterface* ui);
   ~CompStats();
   CompStats(const CompStats&) = delete;
