@@ -12,12 +12,22 @@ bool isHexPrefix(const char* s) { return s[0] == '0' && (s[1] == 'x' || s[1] == 
 
 }  // namespace
 
-int qradix_value(int c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'z') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'Z') return c - 'A' + 10;
-  return 37;
-}
+namespace {
+
+struct DigitValues {
+  unsigned char of[256];
+  constexpr DigitValues() : of() {
+    for (int c = 0; c < 256; ++c) of[c] = 37;
+    for (int c = '0'; c <= '9'; ++c) of[c] = static_cast<unsigned char>(c - '0');
+    for (int c = 'a'; c <= 'z'; ++c) of[c] = static_cast<unsigned char>(c - 'a' + 10);
+    for (int c = 'A'; c <= 'Z'; ++c) of[c] = static_cast<unsigned char>(c - 'A' + 10);
+  }
+};
+constexpr DigitValues kDigitValues;
+
+}  // namespace
+
+int qradix_value(int c) { return c >= 0 && c < 256 ? kDigitValues.of[c] : 37; }
 
 uint64_t _stoq(const char* text, char** stop, int base, int signedFlag) {
   if (stop) *stop = const_cast<char*>(text);

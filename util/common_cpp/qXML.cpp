@@ -4,6 +4,10 @@
 #include <cstring>
 #include <iostream>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "kvfError.h"
 #include "lbString.h"
 
@@ -14,23 +18,68 @@ namespace {
 constexpr char kCdataStart[] = "<![CDATA[";
 constexpr ptrdiff_t kCdataStartLength = 9;
 
-bool isSpace(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
+// Byte classes: white space (the C locale's isspace) and the bytes that end a
+// tag name (white space, '/', '>').
+constexpr unsigned char kSpace = 1, kEndsName = 2;
+struct ByteClasses {
+  unsigned char of[256];
+  constexpr ByteClasses() : of() {
+    for (unsigned char c : {' ', '\t', '\n', '\v', '\f', '\r'}) of[c] = kSpace | kEndsName;
+    of[static_cast<unsigned char>('/')] = kEndsName;
+    of[static_cast<unsigned char>('>')] = kEndsName;
+  }
+};
+constexpr ByteClasses kClasses;
+
+bool isSpace(char c) { return kClasses.of[static_cast<unsigned char>(c)] & kSpace; }
+bool endsName(char c) { return kClasses.of[static_cast<unsigned char>(c)] & kEndsName; }
+
+// Equality of two short byte strings (tag names): a plain loop beats a call.
+bool sameBytes(const char* a, const char* b, size_t n) {
+  for (size_t i = 0; i < n; ++i)
+    if (a[i] != b[i]) return false;
+  return true;
 }
 
-// A tag name runs up to white space, '/' or '>'.
-bool endsName(char c) { return c == '/' || c == '>' || isSpace(c); }
+// The scans below look at 16 bytes at once while 16 remain in range, and at
+// single bytes for the rest; without SSE2 they go byte by byte.
+#if defined(__SSE2__)
+const char* firstOf16(const char* p, __m128i matches) {
+  int mask = _mm_movemask_epi8(matches);
+  return mask ? p + __builtin_ctz(static_cast<unsigned>(mask)) : nullptr;
+}
+__m128i load16(const char* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+#endif
 
 // The first byte at or after p (up to end) that ends a name; end + 1 when none.
 const char* scanName(const char* p, const char* end) {
+  // Most names are short: their first bytes are looked at one by one.
+  for (int i = 0; i < 8 && p <= end; ++i, ++p)
+    if (endsName(*p)) return p;
+#if defined(__SSE2__)
+  for (; end - p >= 15; p += 16) {
+    __m128i v = load16(p);
+    __m128i marks = _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('>')), _mm_cmpeq_epi8(v, _mm_set1_epi8('/')));
+    __m128i controls = _mm_and_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8('\t' - 1)),
+                                     _mm_cmplt_epi8(v, _mm_set1_epi8('\r' + 1)));
+    marks = _mm_or_si128(marks, _mm_or_si128(controls, _mm_cmpeq_epi8(v, _mm_set1_epi8(' '))));
+    if (const char* hit = firstOf16(p, marks)) return hit;
+  }
+#endif
   while (p <= end && !endsName(*p)) ++p;
   return p;
 }
 
 // The first c in [p, end], or null.
 const char* find(const char* p, const char* end, char c) {
-  if (p > end) return nullptr;
-  return static_cast<const char*>(memchr(p, c, static_cast<size_t>(end - p) + 1));
+  if (p <= end && *p == c) return p;  // tags often follow each other directly
+#if defined(__SSE2__)
+  for (const __m128i needle = _mm_set1_epi8(c); end - p >= 15; p += 16)
+    if (const char* hit = firstOf16(p, _mm_cmpeq_epi8(load16(p), needle))) return hit;
+#endif
+  for (; p <= end; ++p)
+    if (*p == c) return p;
+  return nullptr;
 }
 
 }  // namespace
@@ -121,7 +170,7 @@ int XML_FindEndOfElement(const char* name, size_t nameLength, const char* afterN
     }
     q = find(q, end - 1, '<');
     if (!q) return zERR_XML_IS_INCOMPLETE;
-    if (depth == 0 && XML_atStartCDATA(q, end)) {
+    if (q[1] == '!' && depth == 0 && XML_atStartCDATA(q, end)) {
       inCdata = true;
       q += kCdataStartLength;
       continue;
@@ -130,8 +179,8 @@ int XML_FindEndOfElement(const char* name, size_t nameLength, const char* afterN
       --depth;
       const char* tagName = q + 2;
       const char* afterTagName = tagName + nameLength;
-      if (end - tagName >= static_cast<ptrdiff_t>(nameLength) &&
-          memcmp(tagName, name, nameLength) == 0 && *afterTagName == '>') {
+      if (end - tagName >= static_cast<ptrdiff_t>(nameLength) && *afterTagName == '>' &&
+          sameBytes(tagName, name, nameLength)) {
         if (sameName == 0) {
           info->contentEnd = q - 1;
           info->elementEnd = afterTagName;
@@ -155,7 +204,7 @@ int XML_FindEndOfElement(const char* name, size_t nameLength, const char* afterN
     }
     if (*afterTagName != '/') ++depth;
     if (static_cast<size_t>(afterTagName - tagName) == nameLength &&
-        memcmp(tagName, name, nameLength) == 0) {
+        sameBytes(tagName, name, nameLength)) {
       ++sameName;
       q = afterTagName;
     } else {
@@ -190,7 +239,7 @@ int XML_GetTagElementAtCurrentLevel(const char* name, const char* p, const char*
     size_t tagNameLength;
     int result = XML_GetNextTag(p, end, info, &tagName, &tagNameLength);
     if (result != zOK) return result;
-    if (tagNameLength == length && memcmp(tagName, name, length) == 0) return zOK;
+    if (tagNameLength == length && sameBytes(tagName, name, length)) return zOK;
     p = info->elementEnd + 1;
   }
 }
@@ -203,7 +252,7 @@ int XML_GetTagElement(const char* name, const char* p, const char* end, XML_Elem
     p = find(p, end - length - 1, '<');
     if (!p) return -1;
     ++p;
-    if (memcmp(p, name, static_cast<size_t>(length)) == 0) {
+    if (sameBytes(p, name, static_cast<size_t>(length))) {
       const char* afterName = p + length;
       if (endsName(*afterName)) {
         info->nameEnd = afterName;
@@ -224,7 +273,7 @@ int XML_GetTagAttribute(const char* name, XML_ElementInfo_s* info) {
     XML_skipWhiteSpace(&pos, bound);
     if (pos > bound) return zERR_XML_IS_INCOMPLETE;
     if (static_cast<size_t>(bound - pos) + 1 < length) return zERR_XML_IS_INCOMPLETE;
-    if (memcmp(pos, name, length) == 0) {
+    if (sameBytes(pos, name, length)) {
       pos += length;
       XML_skipWhiteSpace(&pos, bound);
       if (pos > bound) return zERR_XML_IS_INCOMPLETE;
