@@ -72,6 +72,10 @@ struct Handle {
 
 Handle* handleOf(fuse_file_info* fi) { return reinterpret_cast<Handle*>(fi->fh); }
 
+// Open handles; those whose release never came before the unmount are freed at the end.
+std::mutex handlesMutex;
+std::set<Handle*> openHandles;
+
 time_t startTime = time(nullptr);
 
 void fillStat(struct stat* st, bool dir, mode_t mode, off_t size) {
@@ -185,11 +189,15 @@ int simOpen(const char* path, fuse_file_info* fi) {
   }
   // Replies and snapshots have no size the kernel could know in advance.
   fi->direct_io = w.node != Node::kVolumeFile;
+  std::lock_guard lock(handlesMutex);
+  openHandles.insert(h.get());
   fi->fh = reinterpret_cast<uint64_t>(h.release());
   return 0;
 }
 
 int simRelease(const char*, fuse_file_info* fi) {
+  std::lock_guard lock(handlesMutex);
+  openHandles.erase(handleOf(fi));
   delete handleOf(fi);
   return 0;
 }
@@ -362,6 +370,8 @@ int serve(SimContext& context, const std::string& mountDir) {
   }
   fuse_destroy(f);
   fuse_opt_free_args(&fargs);
+  for (Handle* h : openHandles) delete h;
+  openHandles.clear();
   return status;
 }
 

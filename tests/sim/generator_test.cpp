@@ -162,6 +162,7 @@ TEST(Generator, ManyThreadsScanWhileOthersChangeTheVolume) {
   EXPECT_EQ(failures, 0);
   EXPECT_GE(visited, 4u * 3900);
   EXPECT_EQ(sim.state()["volumes"][0]["liveBeasts"], 4000 - 100);
+  EXPECT_EQ(sim.stop(), 0) << sim.daemonOutput();
 }
 
 }  // namespace

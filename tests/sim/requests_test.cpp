@@ -12,6 +12,8 @@ namespace {
 class Requests : public ::testing::Test {
  protected:
   Simulator sim = Simulator::withFixture(kFixture);
+  // The daemon ends cleanly (sanitizer builds report their findings in its exit status).
+  void TearDown() override { EXPECT_EQ(sim.stop(), 0) << sim.daemonOutput(); }
 
   nlohmann::json beast(uint64_t zid) {
     nlohmann::json state = sim.state();
