@@ -1,0 +1,386 @@
+// The per-file check against a mounted simulator: problem detection, repair
+// and deletion, one metadata field changed at a time.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <functional>
+
+#include "checkFixture.h"
+#include "kvfError.h"
+
+using componenttest::json;
+using componenttest::MountedVolume;
+
+namespace {
+
+enum Base { kCompressed, kUncompressed, kPlain };
+enum Action { kNone, kFix, kDelete };
+const uint64_t kGone = 0;
+
+struct SweepCase {
+  const char* what;
+  Base base;
+  std::function<void(json& file, json& comp)> change;
+  unsigned long bits;          // problem word of a list run
+  unsigned long noHeaderBits;  // the same with the header check off
+  Action action;               // fix when fixable, delete when corrupted
+  unsigned long after;         // problem word of a list run after the action; kGone: deleted
+};
+
+void none(json&, json&) {}
+
+json baseFile(Base base, uint64_t zid) {
+  json file = {{"zid", zid}, {"classId", 3}, {"name", "/f" + std::to_string(zid)}, {"parents", {"File"}},
+               {"created", {{"utc", 1680068218}}}, {"accessed", {{"utc", 1683322990}}}};
+  if (base == kCompressed) {
+    file["attributes"] = {"archive", "dataStreamCompress"};
+    file["eof"] = 8569;
+    file["comp"] = {{"compZid", zid + 1}, {"chunkSize", 65536}, {"ucPrecious", 0},  {"cPrecious", 1},
+                    {"purgeableBlks", 0}, {"algoID", 1},        {"algoVersion", 1}, {"status", {"compressed", "clean"}},
+                    {"action", json::array()}};
+  } else if (base == kUncompressed) {
+    file["attributes"] = {"archive"};
+    file["eof"] = 8000;
+    file["physSize"] = 8192;
+    file["comp"] = {{"compZid", 0},       {"chunkSize", 65536}, {"ucPrecious", 1},
+                    {"cPrecious", 0},     {"purgeableBlks", 0}, {"algoID", 1},
+                    {"algoVersion", 1},   {"status", {"uncompressed", "clean"}}, {"action", json::array()}};
+  } else {
+    file["eof"] = 100;
+    file["physSize"] = 4096;
+  }
+  return file;
+}
+
+json baseComp(uint64_t owner) {
+  return {{"zid", owner + 1}, {"owner", owner}, {"eof", 4285}, {"physSize", 8192}, {"deleted", false},
+          {"variableData", true},
+          {"header", {{"compressCode", 1}, {"majorVersion", 1}, {"minorVersion", 0}, {"originalLength", 8569},
+                      {"compressedLength", 4285}}}};
+}
+
+json without(json list, const std::string& name) {
+  json out = json::array();
+  for (const json& item : list)
+    if (item != name) out.push_back(item);
+  return out;
+}
+
+const SweepCase kSweep[] = {
+    {"good compressed file", kCompressed, none, 1, 1, kNone, 1},
+    {"good uncompressed file", kUncompressed, none, 1, 1, kNone, 1},
+    {"file without compression record", kPlain, none, 1, 1, kNone, 1},
+    // Compressed file: status, action and attributes.
+    {"compressed, not clean", kCompressed, [](json& f, json&) { f["comp"]["status"] = {"compressed"}; }, 8, 8, kFix, 8},
+    {"compressed, also uncompressed", kCompressed,
+     [](json& f, json&) { f["comp"]["status"] = {"uncompressed", "compressed", "clean"}; }, 8, 8, kFix, 8},
+    {"compressed, failure noted", kCompressed,
+     [](json& f, json&) { f["comp"]["status"] = {"compressed", "failure", "clean"}; }, 1, 1, kNone, 1},
+    {"compressed, compression logged", kCompressed, [](json& f, json&) { f["comp"]["action"] = {"addCompLog"}; }, 1, 1,
+     kNone, 1},
+    {"compressed, stream not marked", kCompressed,
+     [](json& f, json&) { f["attributes"] = without(f["attributes"], "dataStreamCompress"); }, 8, 8, kFix, 1},
+    {"compressed, Cc instead of stream mark", kCompressed,
+     [](json& f, json&) { f["attributes"] = {"archive", "noStreamCompress"}; }, 8, 8, kFix, 1},
+    {"compressed, stream not marked and logged", kCompressed,
+     [](json& f, json&) {
+       f["attributes"] = {"archive"};
+       f["comp"]["action"] = {"addCompLog"};
+     },
+     8, 8, kFix, 1},
+    {"compressed, both precious", kCompressed, [](json& f, json&) { f["comp"]["ucPrecious"] = 1; }, 8, 8, kFix, 8},
+    {"compressed, neither precious", kCompressed, [](json& f, json&) { f["comp"]["cPrecious"] = 0; }, 8, 8, kFix, 8},
+    // Compressed file: the compressed-data beast.
+    {"compressed zid 0", kCompressed, [](json& f, json&) { f["comp"]["compZid"] = 0; }, 32, 32, kDelete, kGone},
+    {"compressed data missing", kCompressed, [](json& f, json&) { f["comp"]["compZid"] = 999999; }, 64, 64, kDelete,
+     kGone},
+    {"compressed data empty", kCompressed, [](json&, json& c) { c["eof"] = 0; }, 128, 128, kDelete, kGone},
+    {"compressed data owned by another", kCompressed, [](json&, json& c) { c["owner"] = 42; }, 512, 512, kDelete,
+     kGone},
+    {"compressed data marked deleted", kCompressed, [](json&, json& c) { c["deleted"] = true; }, 16, 16, kFix, 1},
+    {"file deleted, data not", kCompressed, [](json& f, json&) { f["parents"] = {"DeletedFile"}; }, 16, 16, kFix, 1},
+    {"file deleted under one name only", kCompressed,
+     [](json& f, json& c) {
+       f["parents"] = {"DeletedFile", "File"};
+       c["deleted"] = true;
+     },
+     16, 16, kFix, 1},
+    {"header compress code 3", kCompressed, [](json&, json& c) { c["header"]["compressCode"] = 3; }, 256, 1, kDelete,
+     kGone},
+    {"header compress code 2", kCompressed, [](json&, json& c) { c["header"]["compressCode"] = 2; }, 1, 1, kNone, 1},
+    {"header major version 2", kCompressed, [](json&, json& c) { c["header"]["majorVersion"] = 2; }, 256, 1, kDelete,
+     kGone},
+    {"header minor version 1", kCompressed, [](json&, json& c) { c["header"]["minorVersion"] = 1; }, 256, 1, kDelete,
+     kGone},
+    {"header original length", kCompressed, [](json&, json& c) { c["header"]["originalLength"] = 1; }, 256, 1,
+     kDelete, kGone},
+    {"header compressed length 0", kCompressed, [](json&, json& c) { c["header"]["compressedLength"] = 0; }, 256, 1,
+     kDelete, kGone},
+    {"file grew", kCompressed, [](json& f, json&) { f["eof"] = 9000; }, 256, 1, kDelete, kGone},
+    {"no header at all", kCompressed, [](json&, json& c) { c["variableData"] = false; }, 256, 1, kDelete, kGone},
+    {"open file", kCompressed,
+     [](json& f, json& c) {
+       f["openCount"] = 2;
+       c["eof"] = 0;
+     },
+     2, 2, kNone, 2},
+    {"directory", kCompressed,
+     [](json& f, json&) {
+       f["attributes"].push_back("subdirectory");
+       f["comp"]["compZid"] = 0;
+     },
+     1, 1, kNone, 1},
+    {"compressed data stream, zid 0", kCompressed,
+     [](json& f, json&) {
+       f["classId"] = 1;
+       f["comp"]["compZid"] = 0;
+     },
+     32, 32, kDelete, kGone},
+    {"deleted compressed file, zid 0", kCompressed,
+     [](json& f, json&) {
+       f["parents"] = {"DeletedFile"};
+       f["comp"]["compZid"] = 0;
+     },
+     32, 32, kDelete, kGone},
+    // Uncompressed file.
+    {"uncompressed, not clean, not logged", kUncompressed, [](json& f, json&) { f["comp"]["status"] = {"uncompressed"}; },
+     8, 8, kFix, 8},
+    {"uncompressed, clean and logged", kUncompressed, [](json& f, json&) { f["comp"]["action"] = {"addCompLog"}; }, 8,
+     8, kFix, 1},
+    {"uncompressed, stream marked", kUncompressed, [](json& f, json&) { f["attributes"].push_back("dataStreamCompress"); },
+     8, 8, kFix, 1},
+    {"uncompressed, pending compression", kUncompressed,
+     [](json& f, json&) {
+       f["comp"]["status"] = {"uncompressed"};
+       f["comp"]["action"] = {"addCompLog"};
+     },
+     1, 1, kNone, 1},
+    {"uncompressed, marked compressed", kUncompressed,
+     [](json& f, json&) { f["comp"]["status"] = {"compressed", "clean"}; }, 8, 8, kFix, 8},
+    {"uncompressed, no status", kUncompressed, [](json& f, json&) { f["comp"]["status"] = json::array(); }, 8, 8, kFix,
+     8},
+    {"uncompressed, both precious", kUncompressed, [](json& f, json&) { f["comp"]["cPrecious"] = 1; }, 40, 40, kDelete,
+     kGone},
+    {"held uncompressed, marked compressed", kCompressed,
+     [](json& f, json&) {
+       f["comp"]["ucPrecious"] = 1;
+       f["comp"]["cPrecious"] = 0;
+     },
+     8, 8, kFix, 8},
+    // No compression record.
+    {"stream marked, no record", kPlain, [](json& f, json&) { f["attributes"] = {"dataStreamCompress"}; }, 4, 4, kFix,
+     4},
+    {"no physical data", kPlain, [](json& f, json&) { f["physSize"] = 0; }, 1024, 1024, kDelete, kGone},
+    {"stream marked, no physical data", kPlain,
+     [](json& f, json&) {
+       f["attributes"] = {"dataStreamCompress"};
+       f["physSize"] = 0;
+     },
+     1028, 1028, kDelete, kGone},
+};
+
+const size_t kCases = sizeof kSweep / sizeof kSweep[0];
+uint64_t zidOf(size_t i) { return 1000 + 10 * i; }
+
+json sweepFixture() {
+  json beasts = json::array(), comps = json::array();
+  for (size_t i = 0; i < kCases; ++i) {
+    json file = baseFile(kSweep[i].base, zidOf(i));
+    json comp = baseComp(zidOf(i));
+    kSweep[i].change(file, comp);
+    beasts.push_back(file);
+    if (kSweep[i].base == kCompressed) comps.push_back(comp);
+  }
+  return componenttest::volumeFixture("", beasts, comps);
+}
+
+bool isCorrupted(unsigned long bits) { return bits & 0x7E0; }
+bool isFixable(unsigned long bits) { return !isCorrupted(bits) && (bits & 0x1C); }
+
+std::vector<json> requestsOf(const MountedVolume& v, const std::string& kind) {
+  std::vector<json> found;
+  for (const json& r : v.sim.requests())
+    if (r.value("request", "").find("<" + kind) != std::string::npos) found.push_back(r);
+  return found;
+}
+
+}  // namespace
+
+class FileCheck : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { volume = new MountedVolume(sweepFixture()); }
+  static void TearDownTestSuite() {
+    delete volume;
+    volume = nullptr;
+  }
+  static MountedVolume* volume;
+};
+MountedVolume* FileCheck::volume = nullptr;
+
+// A list run finds each case's problems and counts it in its class; with the
+// header check off the header problems are not reported.
+TEST_F(FileCheck, ListFindsEveryProblemClass) {
+  for (size_t i = 0; i < kCases; ++i) {
+    const SweepCase& c = kSweep[i];
+    velkor::CompStats& s = volume->check(zidOf(i), false, false);
+    EXPECT_EQ(c.bits, s.problemFlags) << c.what;
+    EXPECT_EQ(1u, s.processed) << c.what;
+    EXPECT_EQ(isCorrupted(c.bits) ? 1u : 0u, s.corrupted) << c.what;
+    EXPECT_EQ(isFixable(c.bits) ? 1u : 0u, s.fixable) << c.what;
+    EXPECT_EQ(c.bits == 2 ? 1u : 0u, s.openSkipped) << c.what;
+    EXPECT_EQ(c.bits == 1 ? 1u : 0u, s.good) << c.what;
+    EXPECT_EQ(0u, s.fixed + s.deleted) << c.what;
+    EXPECT_STREQ(("/f" + std::to_string(zidOf(i))).c_str(), s.fileName) << c.what;
+    EXPECT_EQ(c.noHeaderBits, volume->check(zidOf(i), false, false, true).problemFlags) << c.what;
+  }
+}
+
+// A fix run repairs what is fixable (and never deletes); a delete run removes
+// what is corrupted (and never repairs). A second list shows the outcome.
+TEST_F(FileCheck, FixAndDeleteThenListAgain) {
+  for (size_t i = 0; i < kCases; ++i) {
+    const SweepCase& c = kSweep[i];
+    const uint64_t zid = zidOf(i);
+    if (isCorrupted(c.bits)) {
+      velkor::CompStats& fixRun = volume->check(zid, true, false);
+      EXPECT_EQ(0u, fixRun.fixed) << c.what << ": a fix run leaves corrupted files alone";
+      ASSERT_FALSE(volume->beast(zid).is_null()) << c.what;
+    }
+    if (isFixable(c.bits)) {
+      velkor::CompStats& deleteRun = volume->check(zid, false, true);
+      EXPECT_EQ(0u, deleteRun.deleted + deleteRun.fixed) << c.what << ": a delete run does not repair";
+    }
+    if (c.action == kFix) {
+      velkor::CompStats& s = volume->check(zid, true, false);
+      // Without a compression record there is nothing to repair: not counted.
+      unsigned expected = c.base == kPlain ? 0u : 1u;
+      EXPECT_EQ(expected, s.fixed) << c.what;
+      EXPECT_EQ(expected, s.fixable) << c.what;
+    } else if (c.action == kDelete) {
+      velkor::CompStats& s = volume->check(zid, false, true);
+      EXPECT_EQ(1u, s.deleted) << c.what;
+      EXPECT_EQ(1u, s.corrupted) << c.what;
+    }
+    if (c.after == kGone) {
+      EXPECT_TRUE(volume->beast(zid).is_null()) << c.what;
+      // The compressed data that the file names goes with it; an orphan stays.
+      json file = baseFile(c.base, zid), comp = baseComp(zid);
+      c.change(file, comp);
+      if (c.base == kCompressed) {
+        EXPECT_EQ(file["comp"]["compZid"] == zid + 1, volume->compBeast(zid + 1).is_null()) << c.what;
+      }
+    } else {
+      EXPECT_EQ(c.after, volume->check(zid, false, false).problemFlags) << c.what;
+    }
+  }
+}
+
+// Files with a live name are unlinked by path; deleted files and data streams
+// go through the delete request.
+TEST_F(FileCheck, DeletionWaysAndExactRequests) {
+  auto position = [](const char* what) {
+    for (size_t i = 0; i < kCases; ++i)
+      if (std::string(kSweep[i].what) == what) return i;
+    return kCases;
+  };
+  std::string log;
+  for (const json& r : volume->sim.requests()) log += r.dump() + "\n";
+  for (const char* what : {"compressed zid 0", "no physical data"}) {
+    uint64_t zid = zidOf(position(what));
+    EXPECT_NE(std::string::npos, log.find("unlink /f" + std::to_string(zid))) << what;
+  }
+  std::vector<json> deletes = requestsOf(*volume, "deleteBeast");
+  ASSERT_EQ(2u, deletes.size());
+  std::string expected = std::string(testsupport::kEnvelope) +
+                         "<kvfRequest><beast><deleteBeast><volumeName><![CDATA[VOL1]]></volumeName><id><![CDATA[" +
+                         std::to_string(zidOf(position("compressed data stream, zid 0"))) +
+                         "]]></id><onlineOnly/></deleteBeast></beast></kvfRequest>";
+  EXPECT_EQ(expected, deletes[0]["request"]);
+}
+
+TEST_F(FileCheck, RepairRequestsAreExact) {
+  std::vector<std::string> sets;
+  for (const json& r : requestsOf(*volume, "setBeastInfo")) sets.push_back(r["request"]);
+  auto opening = [](uint64_t zid) {
+    return std::string(testsupport::kEnvelope) +
+           "<kvfRequest><beast><setBeastInfo><volumeName><![CDATA[VOL1]]></volumeName><id><![CDATA[" +
+           std::to_string(zid) + "]]></id>";
+  };
+  auto has = [&](const std::string& text) {
+    for (const std::string& s : sets)
+      if (s == text) return true;
+    return false;
+  };
+  auto zid = [](const char* what) {
+    for (size_t i = 0; i < kCases; ++i)
+      if (std::string(kSweep[i].what) == what) return zidOf(i);
+    return uint64_t(0);
+  };
+  const std::string closing = "</info></setBeastInfo></beast></kvfRequest>";
+  EXPECT_TRUE(has(opening(zid("compressed, Cc instead of stream mark")) +
+                  "<onlineOnly/><ignoreOpenFile/><info><namedBeastInfo><persistentNamed><attributes><oldValue>"
+                  "<archive/><noStreamCompress/></oldValue><newValue><archive/><dataStreamCompress/></newValue>"
+                  "</attributes></persistentNamed></namedBeastInfo>" + closing));
+  EXPECT_TRUE(has(opening(zid("compressed, both precious")) +
+                  "<onlineOnly/><ignoreOpenFile/><info><rootBeastInfo><variableData><variableDataComp><status>"
+                  "<oldValue><compressed/><clean/></oldValue><newValue><compressed/></newValue></status>"
+                  "</variableDataComp></variableData></rootBeastInfo>" + closing));
+  EXPECT_TRUE(has(opening(zid("held uncompressed, marked compressed")) +
+                  "<onlineOnly/><ignoreOpenFile/><info><rootBeastInfo><variableData><variableDataComp><cPrecious>"
+                  "<oldValue>0</oldValue><newValue>1</newValue></cPrecious><status><oldValue><compressed/><clean/>"
+                  "</oldValue><newValue><uncompressed/><compressed/></newValue></status></variableDataComp>"
+                  "</variableData></rootBeastInfo>" + closing));
+  EXPECT_TRUE(has(opening(zid("uncompressed, not clean, not logged")) + "<onlineOnly/><ignoreOpenFile/><info>" +
+                  closing))
+      << "an uncompressed file that is neither clean nor logged gets an empty set request";
+  EXPECT_TRUE(has(opening(zid("compressed data marked deleted")) +
+                  "<ignoreOpenFile/><info><rootBeastInfo><variableData><variableDataUncomp><uncompBeastDeleted>"
+                  "<oldValue>true</oldValue><newValue>false</newValue></uncompBeastDeleted></variableDataUncomp>"
+                  "</variableData></rootBeastInfo>" + closing));
+}
+
+// A set request refused because the object changed is retried with fresh
+// records until it goes through.
+TEST(FileCheckFaults, ValueChangedIsRetried) {
+  json beasts = json::array({baseFile(kCompressed, 500)});
+  beasts[0]["attributes"] = {"archive"};
+  MountedVolume v(componenttest::volumeFixture("", beasts, json::array({baseComp(500)})));
+  v.sim.setFaults(R"({"request":"setBeastInfo","action":"result","value":20019,"count":3})");
+  velkor::CompStats& s = v.check(500, true, false);
+  EXPECT_EQ(1u, s.fixed);
+  EXPECT_EQ(1u, s.processed);
+  EXPECT_EQ(4u, requestsOf(v, "setBeastInfo").size());
+  EXPECT_EQ(1u, v.check(500, false, false).problemFlags);
+}
+
+TEST(FileCheckFaults, RefusedRequestsAndFailedUnlinkAreErrors) {
+  json beasts = json::array({baseFile(kPlain, 600), baseFile(kPlain, 610)});
+  beasts[0]["physSize"] = 0;
+  beasts[1]["attributes"] = {"dataStreamCompress"};
+  MountedVolume v(componenttest::volumeFixture("", beasts, json::array()));
+  // The name lookup gives a name that the volume's tree does not hold.
+  v.sim.setFaults(R"({"request":"getBeastFullName","action":"raw","text":)"
+                  R"("<kvfReply><beast><getBeastFullName><result value=\"0\"/><name><![CDATA[/nowhere]]></name>)"
+                  R"(</getBeastFullName></beast></kvfReply>"})");
+  try {
+    v.check(600, false, true);
+    ADD_FAILURE() << "unlink of a missing path succeeded";
+  } catch (const KVFError& e) {
+    EXPECT_EQ(ENOENT, e.code);
+    EXPECT_STREQ(strerror(ENOENT), e.what());
+    EXPECT_EQ(0u, e.location.find("util/velkor/velkorHelper["));
+  }
+  EXPECT_EQ(0u, v.stats.deleted);
+  EXPECT_FALSE(v.beast(600).is_null());
+
+  v.sim.setFaults(R"([{"request":"getBeastInfo","action":"result","value":20400}])");
+  try {
+    v.check(610, false, false);
+    ADD_FAILURE();
+  } catch (const KVFError& e) {
+    EXPECT_STREQ("Reply results", e.what());
+    EXPECT_EQ(20400, e.code);
+  }
+  EXPECT_EQ(0u, v.stats.processed);
+}
