@@ -1,0 +1,154 @@
+// The command-file channel against the simulator's management file: replies
+// that fill the buffer's blocks exactly and past them, empty and failed replies,
+// and an open that fails.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+
+#include "e2e.h"
+#include "kvfError.h"
+#include "velkorClass.h"
+
+using testsupport::Simulator;
+using velkor::CmdFile;
+using velkor::ReplyBuf;
+
+namespace {
+
+const char kFixture[] = R"({"volumes": [{"name": "VOL1"}]})";
+
+std::string volumeRequest() {
+  return std::string(cmdHeader) +
+         "<kvfRequest><volume><getVolumeInfo><volumeName><![CDATA[VOL1]]></volumeName><basicInfo/>"
+         "<attributes/></getVolumeInfo></volume></kvfRequest>";
+}
+
+// A successful getVolumeInfo reply of exactly `size` bytes.
+std::string replyOfSize(size_t size) {
+  std::string head = "<kvfReply><volume><getVolumeInfo><result value=\"0\"/><basicInfo><volumeState>";
+  std::string tail = "</volumeState></basicInfo></getVolumeInfo></volume></kvfReply>";
+  return head + std::string(size - head.size() - tail.size(), 'x') + tail;
+}
+
+class Channel : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { sim_ = new Simulator(Simulator::withFixture(kFixture)); }
+  static void TearDownTestSuite() {
+    delete sim_;
+    sim_ = nullptr;
+  }
+  void SetUp() override { sim_->setFaults("[]"); }
+
+  static void fault(const nlohmann::json& rule) { sim_->setFaults(rule.dump()); }
+  static std::string manageCmd() { return sim_->adminDir() + "/manage.cmd"; }
+
+  // One exchange as the program makes it; the descriptor is closed either way.
+  static void exchange(ReplyBuf* reply) {
+    CmdFile file(manageCmd().c_str());
+    std::string request = volumeRequest();
+    try {
+      file.readWrite(&request[0], "getVolumeInfo", reply);
+    } catch (...) {
+      close(file.fd);
+      throw;
+    }
+    close(file.fd);
+  }
+
+  static Simulator* sim_;
+};
+
+Simulator* Channel::sim_ = nullptr;
+
+}  // namespace
+
+TEST_F(Channel, ReplyFromTheFileSystem) {
+  ReplyBuf reply;
+  exchange(&reply);
+  EXPECT_NE(nullptr, strstr(reply.data, "<mountPoint>"));
+  EXPECT_EQ('\0', reply.data[reply.used]);
+}
+
+TEST_F(Channel, ReplyFillingTheFirstBlockExactly) {
+  std::string text = replyOfSize(4096);
+  fault({{"action", "raw"}, {"text", text}});
+  ReplyBuf reply;
+  exchange(&reply);
+  EXPECT_EQ(4096, reply.used);
+  EXPECT_EQ(4096, reply.free);  // grown to 8192 once, when the first block was full
+  EXPECT_EQ(text, std::string(reply.data, reply.used));
+  EXPECT_EQ('\0', reply.data[4096]);
+}
+
+TEST_F(Channel, ReplyOverTwoBlocks) {
+  std::string text = replyOfSize(10000);
+  fault({{"action", "raw"}, {"text", text}});
+  ReplyBuf reply;
+  exchange(&reply);
+  EXPECT_EQ(10000, reply.used);
+  EXPECT_EQ(12288, reply.used + reply.free);
+  EXPECT_EQ(text, reply.data);
+}
+
+TEST_F(Channel, EmptyReplyHasNoStatus) {
+  fault({{"action", "empty"}});
+  ReplyBuf reply;
+  try {
+    exchange(&reply);
+    FAIL() << "no exception";
+  } catch (const KVFError& e) {
+    EXPECT_STREQ("Can't find content for tag getVolumeInfo", e.what());
+    EXPECT_EQ(21702, e.code);
+  }
+  EXPECT_EQ(0, reply.used);
+}
+
+TEST_F(Channel, RefusedRequestAndReadFailure) {
+  fault({{"action", "result"}, {"value", 20400}});
+  ReplyBuf refused;
+  try {
+    exchange(&refused);
+    FAIL() << "no exception";
+  } catch (const KVFError& e) {
+    EXPECT_STREQ("Reply results", e.what());
+    EXPECT_EQ(20400, e.code);
+  }
+
+  fault({{"action", "eio_read"}});
+  ReplyBuf failed;
+  try {
+    exchange(&failed);
+    FAIL() << "no exception";
+  } catch (const KVFError& e) {
+    EXPECT_STREQ("Failed to read file", e.what());
+    EXPECT_FALSE(e.isKvfCode);
+    EXPECT_EQ(EIO, e.sysErrno);
+    EXPECT_EQ("util/velkor/velkorClass[185]", e.location);
+  }
+}
+
+// A buffer that enters full gets one byte for the NUL, and reads nothing.
+TEST_F(Channel, FullBufferGrowsByOneForTheTerminator) {
+  ReplyBuf reply;
+  reply.used = 4096;
+  reply.free = 0;
+  EXPECT_THROW(exchange(&reply), KVFError);
+  EXPECT_EQ(4096, reply.used);
+  EXPECT_EQ(1, reply.free);
+  EXPECT_EQ('\0', reply.data[4096]);
+}
+
+TEST(CmdFileOpen, MissingAdminVolumeCarriesErrnoAsStatus) {
+  try {
+    CmdFile file("/nonexistent-admin/Manage_KVF/manage.cmd");
+    FAIL() << "opened";
+  } catch (const KVFError& e) {
+    EXPECT_STREQ("Unable to open the admin file", e.what());
+    EXPECT_TRUE(e.isKvfCode);
+    EXPECT_EQ(ENOENT, e.code);
+    EXPECT_EQ("util/velkor/velkorClass[150]", e.location);
+  }
+}
