@@ -207,6 +207,9 @@ std::vector<json> requestsOf(const MountedVolume& v, const std::string& kind) {
 
 }  // namespace
 
+void expectDeletionWays(MountedVolume* volume);
+void expectExactRepairRequests(MountedVolume* volume);
+
 class FileCheck : public ::testing::Test {
  protected:
   static void SetUpTestSuite() { volume = new MountedVolume(sweepFixture()); }
@@ -274,11 +277,13 @@ TEST_F(FileCheck, FixAndDeleteThenListAgain) {
       EXPECT_EQ(c.after, volume->check(zid, false, false).problemFlags) << c.what;
     }
   }
+  expectDeletionWays(volume);
+  expectExactRepairRequests(volume);
 }
 
 // Files with a live name are unlinked by path; deleted files and data streams
 // go through the delete request.
-TEST_F(FileCheck, DeletionWaysAndExactRequests) {
+void expectDeletionWays(MountedVolume* volume) {
   auto position = [](const char* what) {
     for (size_t i = 0; i < kCases; ++i)
       if (std::string(kSweep[i].what) == what) return i;
@@ -299,7 +304,7 @@ TEST_F(FileCheck, DeletionWaysAndExactRequests) {
   EXPECT_EQ(expected, deletes[0]["request"]);
 }
 
-TEST_F(FileCheck, RepairRequestsAreExact) {
+void expectExactRepairRequests(MountedVolume* volume) {
   std::vector<std::string> sets;
   for (const json& r : requestsOf(*volume, "setBeastInfo")) sets.push_back(r["request"]);
   auto opening = [](uint64_t zid) {
