@@ -118,6 +118,7 @@ ProcessResult runInTerminal(const std::vector<std::string>& argv, const std::vec
     }
     auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     if (left.count() <= 0) {
+      kill(-pid, SIGKILL);  // the whole group: the sandbox and what it runs
       kill(pid, SIGKILL);
       killed = true;
       break;

@@ -1,0 +1,241 @@
+// Single-file operations end to end: the real velkor in a terminal in the
+// sandbox, against the simulator; the screen, the run log and the requests.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <regex>
+#include <string>
+
+#include "e2e.h"
+
+using nlohmann::json;
+using testsupport::Simulator;
+using testsupport::VelkorTerminal;
+
+namespace {
+
+json file(uint64_t zid, const std::string& name) {
+  return {{"zid", zid},
+          {"name", name},
+          {"attributes", {"archive", "dataStreamCompress"}},
+          {"eof", 8569},
+          {"created", {{"utc", 1680068218}, {"text", "2023/03/29 05:36:58"}}},
+          {"accessed", {{"utc", 1683322990}, {"text", "2023/05/05 21:43:10"}}},
+          {"comp", {{"compZid", zid + 1}, {"chunkSize", 65536}, {"ucPrecious", 0}, {"cPrecious", 1},
+                    {"status", {"compressed", "clean"}}, {"action", json::array()}}}};
+}
+
+json compData(uint64_t owner) {
+  return {{"zid", owner + 1}, {"owner", owner}, {"eof", 4285}, {"physSize", 8192},
+          {"header", {{"compressCode", 1}, {"originalLength", 8569}, {"compressedLength", 4285}}}};
+}
+
+const std::string kLongName = "/" + std::string(69, 'n');
+
+// One volume with a file of each kind the report draws differently.
+json fixture(bool compression = true) {
+  json good = file(100, "/good.dat");
+  json fixable = file(110, "/fixable.dat");
+  fixable["attributes"] = {"archive"};
+  json corrupted = file(120, "/corrupted.dat");
+  corrupted["comp"]["compZid"] = 0;
+  json open = file(130, "/open.dat");
+  open["openCount"] = 1;
+  json directory = {{"zid", 140}, {"name", "/dir"}, {"attributes", {"subdirectory"}}};
+  json stream = {{"zid", 150}, {"name", "/stream"}, {"classId", 1}, {"parents", {"DeletedFile"}}, {"eof", 10},
+                 {"physSize", 4096}};
+  json longName = file(160, kLongName);
+  return {{"volumes",
+           {{{"name", "VOL1"},
+             {"compression", compression},
+             {"beasts", {good, fixable, corrupted, open, directory, stream, longName}},
+             {"compBeasts", {compData(100), compData(110), compData(120), compData(130), compData(160)}}}}}};
+}
+
+std::string row(const VelkorTerminal& t, size_t i) {
+  std::vector<std::string> rows = t.screen();
+  return i < rows.size() ? rows[i] : "";
+}
+
+// Runs one operation to its final prompt and answers it.
+struct OpRun {
+  OpRun(const Simulator& sim, std::vector<std::string> args) : terminal(sim, args) {
+    finalScreen = terminal.waitFor("Press any key to continue....");
+    screen = terminal.screen();
+    terminal.send("x");
+    terminal.finish();
+  }
+  std::string at(size_t i) const { return i < screen.size() ? screen[i] : ""; }
+  std::vector<std::string> entries() const {
+    std::vector<std::string> found;
+    std::string log = terminal.runLog();
+    std::regex entry("<entry>.*</entry>");
+    for (auto it = std::sregex_iterator(log.begin(), log.end(), entry); it != std::sregex_iterator(); ++it)
+      found.push_back(it->str());
+    return found;
+  }
+  VelkorTerminal terminal;
+  bool finalScreen;
+  std::vector<std::string> screen;
+};
+
+const std::string kVol = "/media/kvf/VOL1";
+
+}  // namespace
+
+TEST(SingleFile, GoodFileScreenAndLogEntry) {
+  Simulator sim = Simulator::withFixture(fixture().dump());
+  OpRun run(sim, {"-l", kVol + "/good.dat"});
+  ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
+  EXPECT_EQ(0, run.terminal.exitStatus());
+  EXPECT_EQ("                    KVF Compression Validate and Fix Screen", run.at(0));
+  EXPECT_EQ(0u, run.at(2).find("  Command: "));
+  EXPECT_NE(std::string::npos, run.at(2).find(" -l /media/kvf/VOL1/good.dat"));
+  EXPECT_TRUE(std::regex_match(run.at(4), std::regex("  Time Elapsed: \\d\\d:\\d\\d:\\d\\d")));
+  EXPECT_EQ("  Summary:", run.at(6));
+  EXPECT_EQ("    Processed Files:                  1    CC Bit Cleared:                    0", run.at(8));
+  EXPECT_EQ("    Good Files:                       1    Open Files Skipped:                0", run.at(9));
+  EXPECT_EQ("    Fixable Files:                    0    Corrupted Files:                   0", run.at(10));
+  EXPECT_EQ("    Fixed Files:                      0    Deleted Files:                     0", run.at(11));
+  EXPECT_EQ("  Last File Checked: (type: file)", run.at(13));
+  EXPECT_EQ("    Volume Name:  VOL1", run.at(14));
+  EXPECT_EQ("    File Name:    /good.dat", run.at(15));
+  EXPECT_EQ("    File Status:  Good                             Action Taken:  checked", run.at(16));
+  EXPECT_EQ("    Zid:          0x64                             Attributes:    0x4000020", run.at(17));
+  EXPECT_EQ("    Created Time: 2023/03/29 05:36:58                   Accessed Time: 2023/05/05 21:43:10", run.at(18));
+  EXPECT_EQ("    CompZid: 0x65                  UCPrecious: 0            CPrecious: 1", run.at(19));
+  EXPECT_EQ("    Status:  10                                             Action:    0", run.at(20));
+  EXPECT_EQ("    Compress Header: 1 1 0 8569 4285", run.at(21));
+  EXPECT_EQ("  STATUS: finished successfully, check ./velkor.log for details", run.at(23));
+  EXPECT_EQ("  Press any key to continue....", run.at(24));
+
+  ASSERT_EQ(1u, run.entries().size());
+  EXPECT_EQ(
+      "<entry><volume>VOL1</volume><name>/good.dat</name><type><file/></type><fileStatus><good/></fileStatus>"
+      "<zid>100</zid><attributes>0x4000020</attributes><createdTime>2023/03/29 05:36:58</createdtime>"
+      "<accessedTime>2023/05/05 21:43:10</accessedTime><compInfo><compZid>101</compZid><ucPrecious>0</ucPrecious>"
+      "<cPrecious>1</cPrecious><status>10</status><action>0</action></compInfo><compHeader><compressCode>1"
+      "</compressCode><compressMajorVersion>1</compressMajorVersion><compressMinorVersion>0</compressMinorVersion>"
+      "<originalFileLength>8569</originalFileLength><compressedFileLength>4285</compressedFileLength></entry>",
+      run.entries()[0]);
+  EXPECT_NE(std::string::npos, run.terminal.runLog().find("<finishStatus>finished successfully</finishStatus>\n"));
+}
+
+TEST(SingleFile, FixedAndDeletedFiles) {
+  Simulator sim = Simulator::withFixture(fixture().dump());
+  OpRun fix(sim, {"-f", kVol + "/fixable.dat"});
+  ASSERT_TRUE(fix.finalScreen) << fix.terminal.screenText();
+  EXPECT_EQ("    Fixable Files:                    1    Corrupted Files:                   0", fix.at(10));
+  EXPECT_EQ("    Fixed Files:                      1    Deleted Files:                     0", fix.at(11));
+  EXPECT_EQ("    File Status:  1: Invalid state                 Action Taken:  fixed", fix.at(16));
+  EXPECT_EQ("  STATUS: finished with problem files found, check ./velkor.log for details", fix.at(23));
+  ASSERT_EQ(1u, fix.entries().size());
+  EXPECT_NE(std::string::npos,
+            fix.entries()[0].find("<fileStatus><invalidState/></fileStatus><action><fixed/></action><zid>110</zid>"));
+
+  OpRun relist(sim, {"-l", kVol + "/fixable.dat"});
+  EXPECT_EQ("    File Status:  Good                             Action Taken:  checked", relist.at(16));
+
+  OpRun del(sim, {"-H", "-d", kVol + "/corrupted.dat"});
+  ASSERT_TRUE(del.finalScreen) << del.terminal.screenText();
+  EXPECT_EQ("    Fixed Files:                      0    Deleted Files:                     1", del.at(11));
+  EXPECT_EQ("    File Status:  1: Invalid zid                   Action Taken:  deleted", del.at(16));
+  EXPECT_EQ("    CompZid: 0x0                   UCPrecious: 0            CPrecious: 1", del.at(19));
+  EXPECT_EQ("", del.at(21)) << "no header line with -H, and no compressed-data record";
+  ASSERT_EQ(1u, del.entries().size());
+  EXPECT_NE(std::string::npos, del.entries()[0].find("<fileStatus><invalidZid/></fileStatus><actionTaken><deleted/>"
+                                                     "</actionTaken><zid>120</zid>"));
+  bool unlinked = false;
+  for (const json& r : sim.requests()) unlinked |= r.dump().find("unlink /corrupted.dat") != std::string::npos;
+  EXPECT_TRUE(unlinked);
+}
+
+TEST(SingleFile, SkippedDirectoryStreamAndLongName) {
+  Simulator sim = Simulator::withFixture(fixture().dump());
+  OpRun open(sim, {"-l", kVol + "/open.dat"});
+  EXPECT_EQ("    File Status:  Skipped checking                 Action Taken:  checked", open.at(16));
+  EXPECT_EQ("", open.at(17)) << "a skipped file shows rows 13 to 16 only";
+  EXPECT_EQ("    Good Files:                       0    Open Files Skipped:                1", open.at(9));
+  ASSERT_EQ(1u, open.entries().size());
+  EXPECT_EQ("<entry><volume>VOL1</volume><name>/open.dat</name><type><file/></type><fileStatus><skippedChecking/>"
+            "</fileStatus></entry>",
+            open.entries()[0]);
+
+  OpRun directory(sim, {"-l", kVol + "/dir"});
+  EXPECT_EQ("  Last File Checked: (type: directory)", directory.at(13));
+  EXPECT_EQ("    Zid:          0x8c                             Attributes:    0x10", directory.at(17));
+  EXPECT_EQ("", directory.at(18));
+  ASSERT_EQ(1u, directory.entries().size());
+  EXPECT_NE(std::string::npos, directory.entries()[0].find("<type><directory/></type>"));
+  EXPECT_NE(std::string::npos, directory.entries()[0].find("<attributes>0x10</attributes></entry>"));
+
+  // A deleted stream has no live name: the path lookup is answered by hand.
+  sim.setFaults(R"({"request":"getFileInfo","action":"raw","text":"<fileReply><fileInfo><getFileInfo><result )"
+                R"(value=\"0\"/><standardInfo><id><![CDATA[150]]></id><volumeName><![CDATA[VOL1]]></volumeName>)"
+                R"(</standardInfo></getFileInfo></fileInfo></fileReply>"})");
+  OpRun stream(sim, {"-l", kVol + "/stream"});
+  sim.setFaults("[]");
+  EXPECT_EQ("  Last File Checked: (type: deleted data stream)", stream.at(13));
+  ASSERT_EQ(1u, stream.entries().size());
+  EXPECT_NE(std::string::npos, stream.entries()[0].find("<type><deleted/><dataStream/></type>"));
+
+  OpRun longName(sim, {"-l", kVol + kLongName});
+  EXPECT_EQ("    File Name:    " + kLongName.substr(0, 60) + "...", longName.at(15));
+  EXPECT_EQ(0u, longName.at(2).find("  Command: "));
+  EXPECT_EQ(std::string::npos, longName.at(2).find(kLongName)) << "a long command line is cut";
+}
+
+TEST(SingleFile, LookupFailureAndVolumeWithoutCompression) {
+  Simulator sim = Simulator::withFixture(fixture().dump());
+  OpRun missing(sim, {"-f", kVol + "/nothing-here"});
+  ASSERT_TRUE(missing.finalScreen);
+  EXPECT_EQ("  STATUS: finished with error, check ./velkor.log for details", missing.at(23));
+  EXPECT_EQ("", missing.at(6)) << "no counters are drawn when the lookup fails";
+  std::string log = missing.terminal.runLog();
+  std::regex error("<error>util/velkor/velkorUI\\[994\\] originated from:util/common_cpp/qXML\\[1254\\] error: "
+                   "\\d+ \\S+ message: Reply results</error>\n");
+  EXPECT_EQ(1, std::distance(std::sregex_iterator(log.begin(), log.end(), error), std::sregex_iterator())) << log;
+  EXPECT_NE(std::string::npos, log.find("<finishStatus>finished with error</finishStatus>"));
+
+  Simulator plain = Simulator::withFixture(fixture(false).dump());
+  OpRun off(plain, {"-l", kVol + "/good.dat"});
+  EXPECT_EQ("  Volume doesn't have compression feature enabled. Nothing to do.", off.at(18));
+  EXPECT_EQ("", off.at(6));
+  EXPECT_EQ("", off.at(13));
+  EXPECT_EQ("  STATUS: finished successfully, check ./velkor.log for details", off.at(23));
+  EXPECT_TRUE(off.entries().empty());
+}
+
+// While a file operation runs the status has no Escape hint.
+TEST(SingleFile, RunningStatusOfAFileOperation) {
+  Simulator sim = Simulator::withFixture(fixture().dump());
+  sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":1500})");
+  VelkorTerminal terminal(sim, {"-l", kVol + "/good.dat"});
+  ASSERT_TRUE(terminal.waitFor("STATUS: running"));
+  EXPECT_EQ("  STATUS: running", row(terminal, 23));
+  ASSERT_TRUE(terminal.waitFor("Press any key"));
+  terminal.send("x");
+  terminal.finish();
+  EXPECT_EQ(0, terminal.exitStatus());
+}
+
+// Ctrl-C at the final prompt: the handler leaves curses mode, the process
+// dies by the signal, and the log says so but is not finished.
+TEST(SingleFile, InterruptLeavesTheTerminalUsable) {
+  Simulator sim = Simulator::withFixture(fixture().dump());
+  testsupport::TempDir dir;
+  std::vector<std::string> command = {testsupport::sourcePath("scripts/kvf-sandbox"), "--admin", sim.adminDir(),
+                                      "--volume", kVol + "=" + sim.volumeDir("VOL1"), "--cwd", dir.path(), "--",
+                                      testsupport::binaryPath("util/velkor"), "-l", kVol + "/good.dat"};
+  testsupport::ProcessResult r =
+      testsupport::runInTerminal(command, {{"Press any key to continue....", "\x03"}}, dir.path());
+  EXPECT_TRUE(r.signal == SIGINT || r.exitStatus == 128 + SIGINT) << r.exitStatus << " " << r.signal;
+  size_t handled = r.out.find("Handling signal 2.");
+  ASSERT_NE(std::string::npos, handled) << r.out.substr(r.out.size() > 300 ? r.out.size() - 300 : 0);
+  // Leaving curses mode shows the cursor again and leaves the alternate screen.
+  EXPECT_NE(std::string::npos, r.out.find("\x1b[?25h", handled)) << "cursor shown again";
+  EXPECT_NE(std::string::npos, r.out.find("\x1b[?1049l", handled)) << "alternate screen left";
+  std::string log = testsupport::readFile(dir.file("velkor.log"));
+  EXPECT_NE(std::string::npos, log.find("Resending signal to default handler.\n"));
+  EXPECT_EQ(std::string::npos, log.find("</velkor>"));
+}
