@@ -7,6 +7,7 @@
 #include <string>
 
 #include "e2e.h"
+#include "fixtures.h"
 
 using nlohmann::json;
 using testsupport::Simulator;
@@ -14,21 +15,8 @@ using testsupport::VelkorTerminal;
 
 namespace {
 
-json file(uint64_t zid, const std::string& name) {
-  return {{"zid", zid},
-          {"name", name},
-          {"attributes", {"archive", "dataStreamCompress"}},
-          {"eof", 8569},
-          {"created", {{"utc", 1680068218}, {"text", "2023/03/29 05:36:58"}}},
-          {"accessed", {{"utc", 1683322990}, {"text", "2023/05/05 21:43:10"}}},
-          {"comp", {{"compZid", zid + 1}, {"chunkSize", 65536}, {"ucPrecious", 0}, {"cPrecious", 1},
-                    {"status", {"compressed", "clean"}}, {"action", json::array()}}}};
-}
-
-json compData(uint64_t owner) {
-  return {{"zid", owner + 1}, {"owner", owner}, {"eof", 4285}, {"physSize", 8192},
-          {"header", {{"compressCode", 1}, {"originalLength", 8569}, {"compressedLength", 4285}}}};
-}
+json file(uint64_t zid, const std::string& name) { return e2efixtures::compressedFile(zid, name); }
+using e2efixtures::compData;
 
 const std::string kLongName = "/" + std::string(69, 'n');
 
@@ -45,41 +33,14 @@ json fixture(bool compression = true) {
   json stream = {{"zid", 150}, {"name", "/stream"}, {"classId", 1}, {"parents", {"DeletedFile"}}, {"eof", 10},
                  {"physSize", 4096}};
   json longName = file(160, kLongName);
-  return {{"volumes",
-           {{{"name", "VOL1"},
-             {"compression", compression},
-             {"beasts", {good, fixable, corrupted, open, directory, stream, longName}},
-             {"compBeasts", {compData(100), compData(110), compData(120), compData(130), compData(160)}}}}}};
+  return e2efixtures::volume({good, fixable, corrupted, open, directory, stream, longName},
+                             {compData(100), compData(110), compData(120), compData(130), compData(160)}, compression);
 }
 
-std::string row(const VelkorTerminal& t, size_t i) {
-  std::vector<std::string> rows = t.screen();
-  return i < rows.size() ? rows[i] : "";
-}
+std::string row(const VelkorTerminal& t, size_t i) { return e2efixtures::row(t.screen(), i); }
 
-// Runs one operation to its final prompt and answers it.
-struct OpRun {
-  OpRun(const Simulator& sim, std::vector<std::string> args) : terminal(sim, args) {
-    finalScreen = terminal.waitFor("Press any key to continue....");
-    screen = terminal.screen();
-    terminal.send("x");
-    terminal.finish();
-  }
-  std::string at(size_t i) const { return i < screen.size() ? screen[i] : ""; }
-  std::vector<std::string> entries() const {
-    std::vector<std::string> found;
-    std::string log = terminal.runLog();
-    std::regex entry("<entry>.*</entry>");
-    for (auto it = std::sregex_iterator(log.begin(), log.end(), entry); it != std::sregex_iterator(); ++it)
-      found.push_back(it->str());
-    return found;
-  }
-  VelkorTerminal terminal;
-  bool finalScreen;
-  std::vector<std::string> screen;
-};
-
-const std::string kVol = "/media/kvf/VOL1";
+using OpRun = e2efixtures::FinishedRun;
+using e2efixtures::kVol;
 
 }  // namespace
 
@@ -211,7 +172,11 @@ TEST(SingleFile, RunningStatusOfAFileOperation) {
   Simulator sim = Simulator::withFixture(fixture().dump());
   sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":1500})");
   VelkorTerminal terminal(sim, {"-l", kVol + "/good.dat"});
+  // The status is first drawn before the operation is known, then again.
   ASSERT_TRUE(terminal.waitFor("STATUS: running"));
+  auto settled = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+  while (row(terminal, 23) != "  STATUS: running" && std::chrono::steady_clock::now() < settled)
+    terminal.waitFor("Press any key", std::chrono::milliseconds(20));
   EXPECT_EQ("  STATUS: running", row(terminal, 23));
   ASSERT_TRUE(terminal.waitFor("Press any key"));
   terminal.send("x");

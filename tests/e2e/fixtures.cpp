@@ -1,0 +1,64 @@
+#include "fixtures.h"
+
+#include <regex>
+
+namespace e2efixtures {
+
+const std::string kVol = "/media/kvf/VOL1";
+
+json compressedFile(uint64_t zid, const std::string& name) {
+  return {{"zid", zid},
+          {"name", name},
+          {"attributes", {"archive", "dataStreamCompress"}},
+          {"eof", 8569},
+          {"created", {{"utc", 1680068218}, {"text", "2023/03/29 05:36:58"}}},
+          {"accessed", {{"utc", 1683322990}, {"text", "2023/05/05 21:43:10"}}},
+          {"comp", {{"compZid", zid + 1}, {"chunkSize", 65536}, {"ucPrecious", 0}, {"cPrecious", 1},
+                    {"status", {"compressed", "clean"}}, {"action", json::array()}}}};
+}
+
+json compData(uint64_t owner) {
+  return {{"zid", owner + 1}, {"owner", owner}, {"eof", 4285}, {"physSize", 8192},
+          {"header", {{"compressCode", 1}, {"originalLength", 8569}, {"compressedLength", 4285}}}};
+}
+
+json plainFile(uint64_t zid, const std::string& name) {
+  return {{"zid", zid}, {"name", name}, {"eof", 100}, {"physSize", 4096}};
+}
+
+json volume(const json& beasts, const json& compBeasts, bool compression, const std::string& state) {
+  return {{"volumes",
+           {{{"name", "VOL1"},
+             {"state", state},
+             {"compression", compression},
+             {"beasts", beasts},
+             {"compBeasts", compBeasts}}}}};
+}
+
+std::string row(const std::vector<std::string>& screen, size_t i) { return i < screen.size() ? screen[i] : ""; }
+
+std::vector<std::string> entries(const std::string& log) {
+  std::vector<std::string> found;
+  std::regex entry("<entry>.*</entry>");
+  for (auto it = std::sregex_iterator(log.begin(), log.end(), entry); it != std::sregex_iterator(); ++it)
+    found.push_back(it->str());
+  return found;
+}
+
+std::vector<json> requestsOf(const testsupport::Simulator& sim, const std::string& kind) {
+  std::vector<json> found;
+  for (const json& r : sim.requests())
+    if (r.value("request", "").find("<" + kind) != std::string::npos) found.push_back(r);
+  return found;
+}
+
+FinishedRun::FinishedRun(const testsupport::Simulator& sim, std::vector<std::string> args,
+                         const testsupport::VelkorTerminal::Options& options)
+    : terminal(sim, args, options) {
+  finalScreen = terminal.waitFor("Press any key to continue....", std::chrono::seconds(120));
+  screen = terminal.screen();
+  terminal.send("x");
+  terminal.finish();
+}
+
+}  // namespace e2efixtures

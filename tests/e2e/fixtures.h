@@ -1,0 +1,49 @@
+// Builders of simulator fixtures for the end-to-end tests: a good compressed
+// file and its compressed data, and a volume holding them.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "e2e.h"
+
+namespace e2efixtures {
+
+using nlohmann::json;
+
+// A consistent compressed file named `name` whose compressed data is zid + 1.
+json compressedFile(uint64_t zid, const std::string& name);
+// The compressed data of the file `owner`, consistent with compressedFile.
+json compData(uint64_t owner);
+// A consistent file without a compression record.
+json plainFile(uint64_t zid, const std::string& name);
+
+// One volume "VOL1" mounted at /media/kvf/VOL1.
+json volume(const json& beasts, const json& compBeasts, bool compression = true,
+            const std::string& state = "active");
+
+// The screen row, or "" past the last one.
+std::string row(const std::vector<std::string>& screen, size_t i);
+
+// The run log's entry elements, in order.
+std::vector<std::string> entries(const std::string& log);
+
+// Requests of one kind from the request log, in order.
+std::vector<json> requestsOf(const testsupport::Simulator& sim, const std::string& kind);
+
+extern const std::string kVol;
+
+// velkor run to its final prompt, which is then answered; the screen as it
+// stood at the prompt.
+struct FinishedRun {
+  FinishedRun(const testsupport::Simulator& sim, std::vector<std::string> args,
+              const testsupport::VelkorTerminal::Options& options = {});
+  std::string at(size_t i) const { return row(screen, i); }
+  std::vector<std::string> entries() const { return e2efixtures::entries(terminal.runLog()); }
+
+  testsupport::VelkorTerminal terminal;
+  bool finalScreen;
+  std::vector<std::string> screen;
+};
+
+}  // namespace e2efixtures
