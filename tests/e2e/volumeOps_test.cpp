@@ -1,0 +1,415 @@
+// Volume operations end to end: scans in batches, abort, Cc clearing, the
+// compression statistics, the background-candidate check and faults that
+// break off a scan.
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <regex>
+#include <string>
+
+#include "e2e.h"
+#include "fixtures.h"
+
+using namespace e2efixtures;
+using testsupport::Simulator;
+using testsupport::VelkorTerminal;
+
+namespace {
+
+// N consistent files with zids 1000, 1001, ...
+json files(int n, uint64_t first = 1000) {
+  json beasts = json::array();
+  for (int i = 0; i < n; ++i) beasts.push_back(plainFile(first + i, "/f" + std::to_string(first + i)));
+  return beasts;
+}
+
+// The counters block's numbers, in the order of its labels.
+std::vector<uint64_t> counters(const std::vector<std::string>& screen) {
+  std::vector<uint64_t> values;
+  std::regex number(":\\s+(\\d+)");
+  for (int r = 8; r <= 11; ++r) {
+    std::string line = row(screen, r);
+    for (auto it = std::sregex_iterator(line.begin(), line.end(), number); it != std::sregex_iterator(); ++it)
+      values.push_back(std::stoull((*it)[1]));
+  }
+  return values;
+}
+
+// Processed, cleared, good, open skipped, fixable, corrupted, fixed, deleted.
+std::vector<uint64_t> expectedCounters(const json& e) {
+  return {e["processed"], e["ccBitCleared"], e["good"], e["openSkipped"],
+          e["fixable"],   e["corrupted"],    e["fixed"], e["deleted"]};
+}
+
+std::vector<int> scanSequences(const Simulator& sim) {
+  std::vector<int> sequences;
+  std::regex sequence("<scanSequence>(-?\\d+)</scanSequence>");
+  for (const json& r : requestsOf(sim, "browseBeasts")) {
+    std::smatch m;
+    std::string text = r["request"];
+    if (std::regex_search(text, m, sequence)) sequences.push_back(std::stoi(m[1]));
+  }
+  return sequences;
+}
+
+}  // namespace
+
+TEST(VolumeScan, BatchesOfTwentyAndTheirScanPositions) {
+  struct Case {
+    int objects;
+    std::vector<int> sequences;
+  } cases[] = {{0, {0}}, {19, {0}}, {20, {0, 1019}}, {21, {0, 1019}}, {45, {0, 1019, 1039}}};
+  for (const Case& c : cases) {
+    Simulator sim = Simulator::withFixture(volume(files(c.objects), json::array()).dump());
+    FinishedRun run(sim, {"-L", "VOL1"});
+    ASSERT_TRUE(run.finalScreen) << c.objects;
+    EXPECT_EQ(c.sequences, scanSequences(sim)) << c.objects;
+    EXPECT_EQ(c.sequences.size(), requestsOf(sim, "getVolumeInfo").size() - 1)
+        << "the total is fetched again before each batch";
+    EXPECT_EQ((std::vector<uint64_t>{uint64_t(c.objects), 0, uint64_t(c.objects), 0, 0, 0, 0, 0}),
+              counters(run.screen))
+        << c.objects;
+    EXPECT_EQ("  STATUS: finished successfully, check ./velkor.log for details", run.at(23));
+    EXPECT_TRUE(run.entries().empty()) << "a scan logs only files with something to report";
+  }
+  Simulator sim = Simulator::withFixture(volume(files(1), json::array()).dump());
+  FinishedRun run(sim, {"-L", "VOL1"});
+  EXPECT_EQ(std::string(testsupport::kEnvelope) +
+                "<kvfRequest><volume><browseBeasts><volumeName><![CDATA[VOL1]]></volumeName><onlineOnly/>"
+                "<selectBeastsCriteria><selectBeastsAll/></selectBeastsCriteria><numBeastsRequested>20"
+                "</numBeastsRequested><scanSequence>0</scanSequence></browseBeasts></volume></kvfRequest>",
+            requestsOf(sim, "browseBeasts").at(0)["request"]);
+}
+
+TEST(VolumeScan, ProgressAndEntriesOfProblemFilesOnly) {
+  json beasts = files(45);
+  beasts[10]["physSize"] = 0;   // no physical data: corrupted
+  beasts[30]["openCount"] = 1;  // open: skipped
+  Simulator sim = Simulator::withFixture(volume(beasts, json::array()).dump());
+  sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":60,"count":0})");
+  VelkorTerminal terminal(sim, {"-L", "VOL1"});
+  ASSERT_TRUE(terminal.waitFor("Percent finished:"));
+  std::smatch m;
+  std::string line = row(terminal.screen(), 4);
+  ASSERT_TRUE(std::regex_match(line, m, std::regex("  Time Elapsed: 00:00:0\\d {23}Percent finished: (\\d+)%")))
+      << line;
+  EXPECT_LT(std::stoi(m[1]), 100);
+  EXPECT_EQ("  STATUS: running, press <ESC> to abort", row(terminal.screen(), 23));
+  ASSERT_TRUE(terminal.waitFor("Press any key", std::chrono::seconds(30)));
+  // Once the run is over the timer drops the percentage.
+  EXPECT_TRUE(terminal.waitFor("Press any key", std::chrono::milliseconds(1500)));
+  std::vector<std::string> screen = terminal.screen();
+  terminal.send("x");
+  terminal.finish();
+  EXPECT_EQ((std::vector<uint64_t>{45, 0, 43, 1, 0, 1, 0, 0}), counters(screen));
+  EXPECT_EQ("  STATUS: finished with problem files found, check ./velkor.log for details", row(screen, 23));
+  std::vector<std::string> logged = entries(terminal.runLog());
+  ASSERT_EQ(2u, logged.size());
+  EXPECT_NE(std::string::npos, logged[0].find("<zid>1010</zid>"));
+  EXPECT_NE(std::string::npos, logged[0].find("<noPhysicalData/>"));
+  EXPECT_EQ("<entry><volume>VOL1</volume><name>/f1030</name><type><file/></type><fileStatus><skippedChecking/>"
+            "</fileStatus></entry>",
+            logged[1]);
+}
+
+// A generated volume: list, fix, list again; then delete on a fresh copy.
+TEST(VolumeScan, GeneratedVolumeCountsForListFixAndDelete) {
+  Simulator::Options options;
+#ifdef VELKOR_SANITIZER_BUILD
+  options.generate = 2000;
+#else
+  options.generate = 10000;
+#endif
+  options.seed = 7;
+  options.requestLog = false;
+  Simulator sim(options);
+  json expected = sim.expected();
+  for (auto [op, key] : {std::pair<const char*, const char*>{"-L", "list"}, {"-F", "fix"}, {"-L", "afterFix"}}) {
+    FinishedRun run(sim, {op, "VOL1"});
+    ASSERT_TRUE(run.finalScreen) << key;
+    EXPECT_EQ(expectedCounters(expected[key]), counters(run.screen)) << key;
+  }
+  Simulator fresh(options);
+  for (auto [op, key] : {std::pair<const char*, const char*>{"-D", "delete"}, {"-L", "afterDelete"}}) {
+    FinishedRun run(fresh, {op, "VOL1"});
+    ASSERT_TRUE(run.finalScreen) << key;
+    EXPECT_EQ(expectedCounters(expected[key]), counters(run.screen)) << key;
+  }
+}
+
+TEST(VolumeScan, EscapeThenYesAbortsEscapeThenNoGoesOn) {
+  Simulator sim = Simulator::withFixture(volume(files(120), json::array()).dump());
+  sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":15,"count":0})");
+  {
+    VelkorTerminal terminal(sim, {"-L", "VOL1"});
+    ASSERT_TRUE(terminal.waitFor("Processed Files:"));
+    terminal.send("\x1b");
+    ASSERT_TRUE(terminal.waitFor("Do you want to abort velkor (y/n)?"));
+    terminal.send("n");
+    ASSERT_TRUE(terminal.waitFor("STATUS: running, press <ESC> to abort"));
+    ASSERT_TRUE(terminal.waitFor("Press any key", std::chrono::seconds(30)));
+    std::vector<std::string> screen = terminal.screen();
+    terminal.send("x");
+    terminal.finish();
+    EXPECT_EQ(120u, counters(screen)[0]);
+    EXPECT_EQ("  STATUS: finished successfully, check ./velkor.log for details", row(screen, 23));
+  }
+  size_t before = requestsOf(sim, "getBeastInfo").size();
+  VelkorTerminal terminal(sim, {"-L", "VOL1"});
+  ASSERT_TRUE(terminal.waitFor("Processed Files:"));
+  terminal.send("\x1b");
+  ASSERT_TRUE(terminal.waitFor("Do you want to abort velkor (y/n)?"));
+  terminal.send("Y");
+  ASSERT_TRUE(terminal.waitFor("Press any key"));
+  std::vector<std::string> screen = terminal.screen();
+  terminal.send("x");
+  terminal.finish();
+  uint64_t processed = counters(screen)[0];
+  EXPECT_LT(processed, 120u);
+  EXPECT_EQ(processed, requestsOf(sim, "getBeastInfo").size() - before)
+      << "the scan stops after the object it was checking";
+  EXPECT_EQ("  STATUS: user aborted, check ./velkor.log for details", row(screen, 23));
+  EXPECT_NE(std::string::npos, terminal.runLog().find("<finishStatus>user aborted</finishStatus>"));
+}
+
+TEST(CcAttribute, ClearAllWithMarkedTwiceMarkedAndUnmarkedObjects) {
+  json beasts = files(4);
+  beasts[0]["attributes"] = {"archive", "noStreamCompress"};
+  beasts[1]["attributes"] = {"noStreamCompress"};
+  beasts[2]["attributes"] = {"archive"};
+  beasts[3]["attributes"] = {"readOnly", "noStreamCompress"};
+  Simulator sim = Simulator::withFixture(volume(beasts, json::array()).dump());
+  // The file system lists 1003's mark twice; and 1000 changes under the first two sets.
+  sim.setFaults(R"([{"request":"getBeastInfo","zid":"1003","action":"raw","text":"<kvfReply><beast><getBeastInfo>)"
+                R"(<result value=\"0\"/><beastInfo><namedBeastInfo><attributes><noStreamCompress/><readOnly/>)"
+                R"(<noStreamCompress/></attributes></namedBeastInfo></beastInfo></getBeastInfo></beast></kvfReply>"},)"
+                R"({"request":"setBeastInfo","zid":"1000","action":"result","value":20019,"count":2}])");
+  FinishedRun run(sim, {"-C", "VOL1"});
+  ASSERT_TRUE(run.finalScreen);
+  EXPECT_EQ((std::vector<uint64_t>{4, 3, 0, 0, 0, 0, 0, 0}), counters(run.screen));
+  EXPECT_EQ("  STATUS: finished successfully, check ./velkor.log for details", run.at(23));
+
+  auto set = [](uint64_t zid, const std::string& oldValue, const std::string& newValue) {
+    return std::string(testsupport::kEnvelope) +
+           "<kvfRequest><beast><setBeastInfo><volumeName><![CDATA[VOL1]]></volumeName><id><![CDATA[" +
+           std::to_string(zid) +
+           "]]></id><onlineOnly/><ignoreOpenFile/><info><namedBeastInfo><persistentNamed><attributes><oldValue>" +
+           oldValue + "</oldValue><newValue>" + newValue +
+           "</newValue></attributes></persistentNamed></namedBeastInfo></info></setBeastInfo></beast></kvfRequest>";
+  };
+  std::vector<std::string> sets;
+  for (const json& r : requestsOf(sim, "setBeastInfo")) sets.push_back(r["request"]);
+  std::vector<std::string> expected = {
+      set(1000, "<archive/><noStreamCompress/>", "<archive/>"), set(1000, "<archive/><noStreamCompress/>", "<archive/>"),
+      set(1000, "<archive/><noStreamCompress/>", "<archive/>"), set(1001, "<noStreamCompress/>", ""),
+      set(1003, "<noStreamCompress/><readOnly/><noStreamCompress/>", "<readOnly/><noStreamCompress/>")};
+  EXPECT_EQ(expected, sets);
+
+  json state = sim.state();
+  EXPECT_EQ(json({"archive"}), state["volumes"][0]["beasts"][0]["attributes"]);
+  EXPECT_EQ(json::array(), state["volumes"][0]["beasts"][1]["attributes"]);
+
+  FinishedRun one(sim, {"-H", "-c", kVol + "/f1002"});
+  EXPECT_EQ((std::vector<uint64_t>{1, 0, 0, 0, 0, 0, 0, 0}), counters(one.screen));
+}
+
+TEST(Statistics, MaintenanceStateGoesStraightToTheTable) {
+  json beasts = json::array({compressedFile(100, "/c1"), compressedFile(110, "/c2")});
+  json fixture = volume(beasts, json::array({compData(100), compData(110)}), true, "maintenance");
+  fixture["volumes"][0]["stats"] = {{"compressedFiles", 10}, {"compressedDeletedFiles", 2},
+                                    {"uncompressibleFiles", 1}, {"preCompressionBlocks", 100},
+                                    {"compressedBlocks", 40}};
+  Simulator sim = Simulator::withFixture(fixture.dump());
+  FinishedRun run(sim, {"-S", "VOL1"});
+  ASSERT_TRUE(run.finalScreen);
+  json recount = sim.state()["volumes"][0]["stats"];
+  auto figure = [](uint64_t n) {
+    char text[32];
+    snprintf(text, sizeof text, "%20llu", static_cast<unsigned long long>(n));
+    return std::string(text);
+  };
+  EXPECT_EQ("  Compression Statistics:", run.at(8));
+  EXPECT_EQ("                                               Old                        New", run.at(10));
+  EXPECT_EQ("    Compressed Files:         " + figure(8) + "      " +
+                figure(uint64_t(recount["compressedFiles"]) - uint64_t(recount["compressedDeletedFiles"])),
+            run.at(12));
+  EXPECT_EQ("    Precompressed Bytes:      " + figure(409600) + "      " +
+                figure(uint64_t(recount["preCompressionBlocks"]) * 4096),
+            run.at(15));
+  EXPECT_EQ("    Compressed Bytes:         " + figure(163840) + "      " +
+                figure(uint64_t(recount["compressedBlocks"]) * 4096),
+            run.at(16));
+  EXPECT_EQ(1u, requestsOf(sim, "fixCompStats").size());
+  EXPECT_EQ(std::string(testsupport::kEnvelope) +
+                "<kvfRequest><volume><fixCompStats><volumeName><![CDATA[VOL1]]></volumeName></fixCompStats>"
+                "</volume></kvfRequest>",
+            requestsOf(sim, "fixCompStats")[0]["request"]);
+}
+
+TEST(Statistics, OtherStatesAskFirst) {
+  json fixture = volume(files(3), json::array());
+  fixture["volumes"][0]["stats"] = {{"compressedFiles", 5}, {"compressedDeletedFiles", 7}};
+  Simulator sim = Simulator::withFixture(fixture.dump());
+  {
+    VelkorTerminal terminal(sim, {"-S", "VOL1"});
+    ASSERT_TRUE(terminal.waitFor("Do you want to continue (y/n)?"));
+    EXPECT_EQ("  Compression statistics won't be calculated correctly because volume is not in",
+              row(terminal.screen(), 10));
+    EXPECT_EQ("  maintenance state. Do you want to continue (y/n)?", row(terminal.screen(), 11));
+    terminal.send("n");
+    ASSERT_TRUE(terminal.waitFor("Press any key"));
+    EXPECT_EQ(std::string::npos, terminal.screenText().find("Compression Statistics:"));
+    terminal.send("x");
+    terminal.finish();
+    EXPECT_TRUE(requestsOf(sim, "fixCompStats").empty());
+  }
+  VelkorTerminal terminal(sim, {"-S", "VOL1"});
+  ASSERT_TRUE(terminal.waitFor("Do you want to continue (y/n)?"));
+  terminal.send("Y");
+  ASSERT_TRUE(terminal.waitFor("Press any key"));
+  // More deleted than compressed files: the first figure wraps around.
+  EXPECT_NE(std::string::npos, row(terminal.screen(), 12).find("18446744073709551614"));
+  EXPECT_EQ("", row(terminal.screen(), 11));
+  terminal.send("x");
+  terminal.finish();
+  EXPECT_EQ(1u, requestsOf(sim, "fixCompStats").size());
+}
+
+TEST(Statistics, CompressionOffShowsTheNotSupportedLine) {
+  Simulator sim = Simulator::withFixture(volume(files(2), json::array(), false, "maintenance").dump());
+  FinishedRun run(sim, {"-S", "VOL1"});
+  ASSERT_TRUE(run.finalScreen);
+  EXPECT_EQ("  Volume doesn't have compression feature enabled. Nothing to do.", run.at(18));
+  EXPECT_EQ("  STATUS: finished successfully, check ./velkor.log for details", run.at(23));
+  EXPECT_NE(std::string::npos, run.at(12).find("Compressed Files:")) << "the old figures stay";
+  EXPECT_NE(std::string::npos,
+            run.terminal.runLog().find("<msg>Volume doesn't have compression feature turned on</msg>\n"));
+}
+
+namespace {
+
+struct CandidateCase {
+  const char* what;
+  json attributes;
+  int classId;
+  bool deleted;
+  int64_t accessedAgo;  // seconds before now
+  const char* config;   // null: no configuration file
+  const char* expected;  // the verdict line, or the error's message
+};
+
+}  // namespace
+
+TEST(Candidate, EveryRuleOfTheBackgroundCheck) {
+  const char* days7 = "#DaysUntouchedBeforeCompression comment\n/DaysUntouchedBeforeCompression=7\n"
+                      " DeletedFilesCompressionOption:1\n";
+  const char* days0 = "/DaysUntouchedBeforeCompression=0\n";
+  const char* option0 = "/DeletedFilesCompressionOption=0\n";
+  const char* option2 = "/DeletedFilesCompressionOption=2\n";
+  const char* yes = "File is a background compression candidate at this moment";
+  const char* no = "File is not a background compression candidate at this moment";
+  const int64_t week = 7 * 86400;
+  const CandidateCase cases[] = {
+      {"untouched for exactly the days", {"archive"}, 3, false, week, days7, yes},
+      {"touched within the days", {"archive"}, 3, false, week - 100, days7, no},
+      {"days 0", {"archive"}, 3, false, 0, days0, yes},
+      {"compress immediately", {"compressImmediate"}, 3, false, 0, nullptr, yes},
+      {"compress immediately, already compressed", {"compressImmediate", "dataStreamCompress"}, 3, false, week * 9,
+       days0, no},
+      {"do not compress", {"doNotCompress"}, 3, false, week * 9, days0, no},
+      {"Cc attribute", {"noStreamCompress", "compressImmediate"}, 3, false, week * 9, days0, no},
+      {"link", {"link"}, 3, false, week * 9, days0, no},
+      {"data stream needs no setting", json::array(), 1, false, 0, nullptr, yes},
+      {"deleted, option 0", json::array(), 3, true, week * 9, option0, no},
+      {"deleted a day and more ago, option 1", json::array(), 3, true, 86400 + 100, days7, yes},
+      {"deleted less than a day ago, option 1", json::array(), 3, true, 86400 - 100, days7, no},
+      {"deleted data stream, option 1", json::array(), 1, true, 0, days7, yes},
+      {"deleted, option 2", json::array(), 3, true, 0, option2, yes},
+      {"days setting missing", {"archive"}, 3, false, 0, option2, "Error getting set parameter value"},
+      {"deleted option missing", json::array(), 3, true, 0, days0, "Error getting set parameter value"},
+      {"no configuration file", {"archive"}, 3, false, 0, nullptr,
+       "Unable to read the start-up configuration file /etc/opt/quorlen/kvf/kvfstart.cfg"},
+  };
+  const int64_t now = time(nullptr);
+  json beasts = json::array();
+  for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
+    const CandidateCase& c = cases[i];
+    json b = plainFile(200 + i, "/c" + std::to_string(200 + i));
+    b["attributes"] = c.attributes;
+    b["classId"] = c.classId;
+    if (c.deleted) b["parents"] = {"DeletedFile"};
+    b["accessed"] = {{"utc", now - c.accessedAgo}};
+    beasts.push_back(b);
+  }
+  Simulator sim = Simulator::withFixture(volume(beasts, json::array()).dump());
+  for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
+    const CandidateCase& c = cases[i];
+    uint64_t zid = 200 + i;
+    // Deleted objects have no live name: the path lookup is answered by hand.
+    sim.setFaults(R"({"request":"getFileInfo","action":"raw","text":"<fileReply><fileInfo><getFileInfo><result )"
+                  R"(value=\"0\"/><standardInfo><id><![CDATA[)" + std::to_string(zid) +
+                  R"(]]></id><volumeName><![CDATA[VOL1]]></volumeName></standardInfo></getFileInfo></fileInfo>)"
+                  R"(</fileReply>"})");
+    VelkorTerminal::Options options;
+    if (c.config) options.cfg = c.config;
+    FinishedRun run(sim, {"-b", kVol + "/c" + std::to_string(zid)}, options);
+    sim.setFaults("[]");
+    ASSERT_TRUE(run.finalScreen) << c.what;
+    std::string expected = c.expected;
+    if (expected.rfind("File is", 0) == 0) {
+      EXPECT_EQ("    " + expected, run.at(12)) << c.what;
+      EXPECT_EQ("  STATUS: finished successfully, check ./velkor.log for details", run.at(23)) << c.what;
+    } else {
+      EXPECT_EQ("", run.at(12)) << c.what;
+      std::string log = run.terminal.runLog();
+      EXPECT_NE(std::string::npos, log.find(" message: " + expected + "</error>")) << c.what << "\n" << log;
+      EXPECT_EQ("  STATUS: finished with error, check ./velkor.log for details", run.at(23)) << c.what;
+    }
+  }
+}
+
+// A fault in the middle of a fix run ends it with one error element; what was
+// done before stays done.
+TEST(VolumeScan, FaultsBreakOffAScan) {
+  struct Fault {
+    const char* rule;
+    const char* error;
+  } faults[] = {
+      {R"({"request":"getBeastInfo","nth":25,"action":"result","value":20400})",
+       "originated from:util/common_cpp/qXML[1254] error: 20400 zERR_UNKNOWN_ERROR message: Reply results</error>"},
+      {R"({"request":"getBeastInfo","nth":25,"action":"empty"})",
+       "originated from:util/common_cpp/qXML[1218] error: 21702 zERR_XML_IS_BAD message: Can't find content for tag "
+       "getBeastInfo</error>"},
+      {R"({"request":"getBeastInfo","nth":25,"action":"eio_read"})",
+       "originated from:util/velkor/velkorClass[185] error: 5 Input/output error message: Failed to read file</error>"},
+      {R"({"request":"getBeastInfo","nth":25,"action":"cut","bytes":200})",
+       "originated from:util/common_cpp/qXML[1218] error: 21702 zERR_XML_IS_BAD message: Can't find content for tag "
+       "getBeastInfo</error>"},
+  };
+  for (const Fault& f : faults) {
+    json beasts = json::array(), comps = json::array();
+    for (int i = 0; i < 45; ++i) {
+      json file = compressedFile(1000 + 10 * i, "/f" + std::to_string(i));
+      file["attributes"] = {"archive"};  // fixable: the stream mark is missing
+      beasts.push_back(file);
+      comps.push_back(compData(1000 + 10 * i));
+    }
+    Simulator sim = Simulator::withFixture(volume(beasts, comps).dump());
+    sim.setFaults(f.rule);
+    FinishedRun run(sim, {"-F", "VOL1"});
+    ASSERT_TRUE(run.finalScreen) << f.rule;
+    EXPECT_EQ(0, run.terminal.exitStatus());
+    EXPECT_EQ("  STATUS: finished with error, check ./velkor.log for details", run.at(23)) << f.rule;
+    std::vector<uint64_t> counts = counters(run.screen);
+    EXPECT_EQ(24u, counts[0]) << f.rule;
+    EXPECT_EQ(24u, counts[6]) << f.rule;
+    std::string log = run.terminal.runLog();
+    size_t error = log.find("<error>util/velkor/velkorUI[994] ");
+    ASSERT_NE(std::string::npos, error) << f.rule;
+    EXPECT_EQ(std::string::npos, log.find("<error>", error + 1)) << "exactly one error element";
+    EXPECT_NE(std::string::npos, log.find(f.error, error)) << f.rule << "\n" << log.substr(error, 300);
+    json state = sim.state();
+    EXPECT_EQ(json({"archive", "dataStreamCompress"}), state["volumes"][0]["beasts"][23]["attributes"]);
+    EXPECT_EQ(json({"archive"}), state["volumes"][0]["beasts"][24]["attributes"]);
+  }
+}
