@@ -78,12 +78,7 @@ bool checkCompCandidate(char* volumeName, char* zid) {
 void VELKOR_UserInterface::doFileCompCandidate(char* path) {
   char volumeName[64];
   char zid[104];
-  getFileZidByPath(path, volumeName, zid, sizeof volumeName, sizeof zid);
-  getVolumeInfo(volumeName, &stats->volumeInfo);
-  if (stats->volumeInfo.compressionEnabled == 0) {
-    displayCompNotSupported();
-    return;
-  }
+  if (!lookUpFile(path, volumeName, zid)) return;
   bool candidate = checkCompCandidate(volumeName, zid);
   drawAt(12, 4, 13, "File is %sa background compression candidate at this moment", candidate ? "" : "not ");
 }

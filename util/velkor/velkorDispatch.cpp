@@ -35,15 +35,20 @@ void VELKOR_UserInterface::opDispatcher(int op, char* path, unsigned long noHead
   }
 }
 
-void VELKOR_UserInterface::fileOp(char* path, ObjectRoutine routine, OpArgs_s* args) {
-  char volumeName[64];
-  char objectText[104];
-  getFileZidByPath(path, volumeName, objectText, sizeof volumeName, sizeof objectText);
+bool VELKOR_UserInterface::lookUpFile(char* path, char (&volumeName)[64], char (&zid)[104]) {
+  getFileZidByPath(path, volumeName, zid, sizeof volumeName, sizeof zid);
   getVolumeInfo(volumeName, &stats->volumeInfo);
   if (stats->volumeInfo.compressionEnabled == 0) {
     displayCompNotSupported();
-    return;
+    return false;
   }
+  return true;
+}
+
+void VELKOR_UserInterface::fileOp(char* path, ObjectRoutine routine, OpArgs_s* args) {
+  char volumeName[64];
+  char objectText[104];
+  if (!lookUpFile(path, volumeName, objectText)) return;
   drawAt(6, 2, 2, "Summary:\n");
   displayStats(1);
   routine(volumeName, objectText, args, stats);

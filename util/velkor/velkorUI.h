@@ -68,6 +68,11 @@ class VELKOR_UserInterface {
   pthread_mutex_t lock;
 
  private:
+  // Resolves a file's path into its volume name and zid and reads the
+  // volume's information; false (after saying so) when the volume has no
+  // compression.
+  bool lookUpFile(char* path, char (&volumeName)[64], char (&zid)[104]);
+
   static void* runTimerThread(void* self);
   static void* runCheckAbortThread(void* self);
   int startThread();
