@@ -65,7 +65,7 @@ struct Handle {
   Node node;
   CmdFile cmd = CmdFile::kManage;
   std::mutex mutex;
-  std::string request;  // management files: the request written; faults: text written
+  std::string request;  // management files: the request written
   std::string data;     // management files: the reply; state and faults: the snapshot
   bool eioRead = false;
 };
@@ -229,11 +229,22 @@ int simRead(const char* path, char* buf, size_t size, off_t offset, fuse_file_in
   }
 }
 
+// The name-tree path of a beast that a delete request would remove, or "".
+std::string treePath(SimContext& c, const RequestKey& key) {
+  if (key.kind != "deleteBeast") return "";
+  std::shared_lock lock(c.model.mutex);
+  Volume* v = c.model.findVolume(key.volume);
+  char* end = nullptr;
+  const Beast* b = v && !key.zid.empty() ? v->findBeast(strtoull(key.zid.c_str(), &end, 10)) : nullptr;
+  return b && *end == 0 && v->findByName(b->fullName) == b ? "/volumes/" + v->name + b->fullName : "";
+}
+
 // Runs the request written into a management file, faults included;
 // returns 0 or a negative errno for the write.
 int exchange(SimContext& c, Handle& h) {
   RequestPtr request = c.handler.parse(h.cmd, h.request);
   const RequestKey& key = c.handler.key(*request);
+  std::string removed = treePath(c, key);
   std::optional<FaultRule> rule = c.faults.match(key.kind, key.volume, key.zid);
   h.eioRead = false;
   if (rule && rule->action == "delay") std::this_thread::sleep_for(std::chrono::milliseconds(rule->ms));
@@ -250,6 +261,7 @@ int exchange(SimContext& c, Handle& h) {
   }
   h.data = std::move(reply);
   c.log.append(cmdFileName(h.cmd), h.request, h.data, rule ? rule->action : "");
+  if (!removed.empty()) fuse_invalidate_path(fuse_get_context()->fuse, removed.c_str());
   return status;
 }
 
@@ -266,31 +278,16 @@ int simWrite(const char*, const char* buf, size_t size, off_t offset, fuse_file_
     return status ? status : int(size);
   }
   if (h->node == Node::kFaults) {
-    h->request.append(buf, size);
+    // Each write holds whole rule text; a bad one fails the write.
     try {
-      c.faults.load(h->request);
-      h->request.clear();
-    } catch (const std::exception&) {
-      // Not complete yet; flush reports text that never became a rule.
+      c.faults.load(std::string(buf, size));
+      return int(size);
+    } catch (const std::exception& e) {
+      fprintf(stderr, "kvfsim: control/faults: %s\n", e.what());
+      return -EINVAL;
     }
-    return int(size);
   }
   return -EACCES;
-}
-
-int simFlush(const char*, fuse_file_info* fi) {
-  Handle* h = handleOf(fi);
-  std::lock_guard lock(h->mutex);
-  if (h->node != Node::kFaults || h->request.find_first_not_of(" \t\r\n") == std::string::npos) return 0;
-  try {
-    context().faults.load(h->request);
-    h->request.clear();
-    return 0;
-  } catch (const std::exception& e) {
-    fprintf(stderr, "kvfsim: control/faults: %s\n", e.what());
-    h->request.clear();
-    return -EINVAL;
-  }
 }
 
 int simTruncate(const char* path, off_t, fuse_file_info*) {
@@ -327,10 +324,11 @@ int simUnlink(const char* path) {
 }
 
 void* simInit(fuse_conn_info*, fuse_config* cfg) {
-  // Deletions through the management files must show in the name tree at once.
-  cfg->entry_timeout = 0;
+  // Names and attributes stay cached: the tree changes only by unlink, which
+  // the kernel sees, and by delete requests, which invalidate the name.
+  cfg->entry_timeout = 3600;
+  cfg->attr_timeout = 3600;
   cfg->negative_timeout = 0;
-  cfg->attr_timeout = 0;
   cfg->use_ino = 0;
   return fuse_get_context()->private_data;
 }
@@ -346,7 +344,6 @@ int serve(SimContext& context, const std::string& mountDir) {
   ops.release = simRelease;
   ops.read = simRead;
   ops.write = simWrite;
-  ops.flush = simFlush;
   ops.truncate = simTruncate;
   ops.unlink = simUnlink;
 
@@ -360,7 +357,12 @@ int serve(SimContext& context, const std::string& mountDir) {
   int status = 1;
   if (fuse_mount(f, mountDir.c_str()) == 0) {
     if (fuse_set_signal_handlers(fuse_get_session(f)) == 0) {
-      fuse_loop_mt(f, nullptr);  // ends on unmount or a termination signal
+      // A few idle workers keep thread start-up out of a sequential scan.
+      fuse_loop_config* loop = fuse_loop_cfg_create();
+      fuse_loop_cfg_set_clone_fd(loop, 0);
+      fuse_loop_cfg_set_idle_threads(loop, 4);
+      fuse_loop_mt(f, loop);  // ends on unmount or a termination signal
+      fuse_loop_cfg_destroy(loop);
       status = 0;
       fuse_remove_signal_handlers(fuse_get_session(f));
     }

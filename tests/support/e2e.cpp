@@ -285,8 +285,10 @@ void VelkorTerminal::pump(std::chrono::milliseconds wait) {
     if (pid_ > 0) std::this_thread::sleep_for(wait);
     return;
   }
+  // Waits for output, then takes all there is before the screen is looked at.
   pollfd fd = {master_, POLLIN, 0};
-  if (poll(&fd, 1, int(wait.count())) > 0) {
+  auto drainUntil = Clock::now() + std::chrono::milliseconds(50);
+  for (int timeout = int(wait.count()); Clock::now() < drainUntil && poll(&fd, 1, timeout) > 0; timeout = 0) {
     char buf[65536];
     ssize_t n = read(master_, buf, sizeof buf);
     if (n > 0) {
@@ -295,6 +297,7 @@ void VelkorTerminal::pump(std::chrono::milliseconds wait) {
       // The terminal's other side is closed: the program has ended.
       close(master_);
       master_ = -1;
+      break;
     }
   }
   reap(false);
