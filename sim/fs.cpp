@@ -229,22 +229,11 @@ int simRead(const char* path, char* buf, size_t size, off_t offset, fuse_file_in
   }
 }
 
-// The name-tree path of a beast that a delete request would remove, or "".
-std::string treePath(SimContext& c, const RequestKey& key) {
-  if (key.kind != "deleteBeast") return "";
-  std::shared_lock lock(c.model.mutex);
-  Volume* v = c.model.findVolume(key.volume);
-  char* end = nullptr;
-  const Beast* b = v && !key.zid.empty() ? v->findBeast(strtoull(key.zid.c_str(), &end, 10)) : nullptr;
-  return b && *end == 0 && v->findByName(b->fullName) == b ? "/volumes/" + v->name + b->fullName : "";
-}
-
 // Runs the request written into a management file, faults included;
 // returns 0 or a negative errno for the write.
 int exchange(SimContext& c, Handle& h) {
   RequestPtr request = c.handler.parse(h.cmd, h.request);
   const RequestKey& key = c.handler.key(*request);
-  std::string removed = treePath(c, key);
   std::optional<FaultRule> rule = c.faults.match(key.kind, key.volume, key.zid);
   h.eioRead = false;
   if (rule && rule->action == "delay") std::this_thread::sleep_for(std::chrono::milliseconds(rule->ms));
@@ -261,7 +250,6 @@ int exchange(SimContext& c, Handle& h) {
   }
   h.data = std::move(reply);
   c.log.append(cmdFileName(h.cmd), h.request, h.data, rule ? rule->action : "");
-  if (!removed.empty()) fuse_invalidate_path(fuse_get_context()->fuse, removed.c_str());
   return status;
 }
 
@@ -324,10 +312,11 @@ int simUnlink(const char* path) {
 }
 
 void* simInit(fuse_conn_info*, fuse_config* cfg) {
-  // Names and attributes stay cached: the tree changes only by unlink, which
-  // the kernel sees, and by delete requests, which invalidate the name.
-  cfg->entry_timeout = 3600;
-  cfg->attr_timeout = 3600;
+  // Names and attributes stay cached for a second, which spares a scan two
+  // lookups per exchange. The tree changes by unlink, which the kernel sees,
+  // and by delete requests: their name may still show for that second.
+  cfg->entry_timeout = 1;
+  cfg->attr_timeout = 1;
   cfg->negative_timeout = 0;
   cfg->use_ino = 0;
   return fuse_get_context()->private_data;
