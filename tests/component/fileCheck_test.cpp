@@ -7,7 +7,9 @@
 #include <functional>
 
 #include "checkFixture.h"
+#include "beastQueries.h"
 #include "kvfError.h"
+#include "velkorHelper.h"
 
 using componenttest::json;
 using componenttest::MountedVolume;
@@ -388,4 +390,34 @@ TEST(FileCheckFaults, RefusedRequestsAndFailedUnlinkAreErrors) {
     EXPECT_EQ(20400, e.code);
   }
   EXPECT_EQ(0u, v.stats.processed);
+}
+
+// Texts that would not fit their fixed buffers are refused, not cut or overrun.
+TEST(FileCheckFaults, OversizedTextsAreRefused) {
+  MountedVolume v(componenttest::volumeFixture("", json::array({baseFile(kPlain, 700)}), json::array()));
+  auto expectTooSmall = [](const std::function<void()>& call, const char* what) {
+    try {
+      call();
+      ADD_FAILURE() << what << " was not refused";
+    } catch (const KVFError& e) {
+      EXPECT_EQ(20004, e.code) << what;
+      EXPECT_TRUE(e.isKvfCode) << what;
+    }
+  };
+  std::string longPath = v.mountPoint + "/" + std::string(1100, 'p');
+  char volume[64], zid[104];
+  expectTooSmall([&] { velkor::getFileZidByPath(&longPath[0], volume, zid); }, "a path of 1100 characters");
+  std::string longVolume(1100, 'V');
+  expectTooSmall([&] { velkor::getVolumeInfo(&longVolume[0], &v.stats.volumeInfo); }, "a volume name of 1100 characters");
+
+  // An attributes text of 600 bytes does not fit the set request's buffers.
+  std::string attributes = "<noStreamCompress/>";
+  while (attributes.size() < 600) attributes += "<readOnly/>";
+  v.sim.setFaults(R"({"request":"getBeastInfo","action":"raw","text":"<kvfReply><beast><getBeastInfo><result )"
+                  R"(value=\"0\"/><beastInfo><namedBeastInfo><attributes>)" + attributes +
+                  R"(</attributes></namedBeastInfo></beastInfo></getBeastInfo></beast></kvfReply>"})");
+  char zidText[] = "700";
+  expectTooSmall([&] { velkor::checkCCBit(v.volume, zidText, nullptr, &v.stats); }, "600 bytes of attributes");
+  EXPECT_EQ(0u, v.stats.processed);
+  EXPECT_TRUE(componenttest::json(v.beast(700)).contains("zid"));
 }
