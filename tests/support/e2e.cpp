@@ -148,6 +148,16 @@ std::string Simulator::manage(const std::string& request) const {
   return reply;
 }
 
+std::string Simulator::mountPoint(const std::string& volume) const {
+  std::string reply;
+  std::string request = std::string(kEnvelope) + "<kvfRequest><volume><getVolumeInfo><volumeName><![CDATA[" + volume +
+                        "]]></volumeName><basicInfo/></getVolumeInfo></volume></kvfRequest>";
+  if (!exchange("manage.cmd", request, &reply)) return "";
+  size_t begin = reply.find("<mountPoint>"), end = reply.find("</mountPoint>");
+  if (begin == std::string::npos || end == std::string::npos || end < begin) return "";
+  return reply.substr(begin + 12, end - begin - 12);
+}
+
 nlohmann::json Simulator::state() const { return nlohmann::json::parse(readFile(mount_ + "/control/state.json")); }
 
 std::vector<nlohmann::json> Simulator::requests() const {
@@ -224,11 +234,10 @@ VelkorTerminal::VelkorTerminal(const Simulator& sim, const std::vector<std::stri
     cwd_ = options.cwd;
   }
   std::vector<std::string> argv = {sourcePath("scripts/kvf-sandbox"), "--admin", sim.adminDir()};
-  nlohmann::json state = sim.state();
-  for (const std::string& volume : options.volumes)
-    for (const auto& v : state.at("volumes"))
-      if (v.at("name") == volume)
-        argv.insert(argv.end(), {"--volume", v.at("mountPoint").get<std::string>() + "=" + sim.volumeDir(volume)});
+  for (const std::string& volume : options.volumes) {
+    std::string mountPoint = sim.mountPoint(volume);
+    if (!mountPoint.empty()) argv.insert(argv.end(), {"--volume", mountPoint + "=" + sim.volumeDir(volume)});
+  }
   if (!options.cfg.empty()) {
     writeFile(cwd_ + "/kvfstart.cfg", options.cfg);
     argv.insert(argv.end(), {"--cfg", cwd_ + "/kvfstart.cfg"});
@@ -327,6 +336,12 @@ void VelkorTerminal::finish(std::chrono::milliseconds timeout) {
   kill(pid_, SIGKILL);
   reap(true);
   exitStatus_ = -1;
+}
+
+bool VelkorTerminal::bold(int row, int col) const {
+  VTermScreenCell cell;
+  VTermPos pos = {row, col};
+  return vterm_screen_get_cell(screen_->screen, pos, &cell) && cell.attrs.bold;
 }
 
 std::vector<std::string> VelkorTerminal::screen() const {

@@ -47,6 +47,8 @@ class Simulator {
   // The same for manage.cmd, failing the test on an I/O error.
   std::string manage(const std::string& request) const;
 
+  // The volume's mount point as the file system reports it ("" when unknown).
+  std::string mountPoint(const std::string& volume) const;
   nlohmann::json state() const;                   // control/state.json
   std::vector<nlohmann::json> requests() const;   // control/requests.jsonl
   nlohmann::json expected() const;                // the generator's counts (generated volumes)
@@ -90,6 +92,7 @@ class VelkorTerminal {
 
   std::vector<std::string> screen() const;  // one string per row, trailing blanks removed
   std::string screenText() const;           // the rows joined by newlines
+  bool bold(int row, int col) const;        // whether that cell is drawn bold
   bool running() const { return pid_ > 0; }
   int exitStatus() const { return exitStatus_; }
   int signal() const { return signal_; }
