@@ -17,9 +17,12 @@ uint64_t counter(const std::string& screen, const std::string& label) {
   return std::stoull(m[1]);
 }
 
-TEST(Harness, ListRunShowsTheGeneratorsCounts) {
+class Harness : public ::testing::TestWithParam<bool> {};
+
+TEST_P(Harness, ListRunShowsTheGeneratorsCounts) {
   Simulator::Options o;
   o.generate = 300;
+  o.pretty = GetParam();
   Simulator sim(o);
   VelkorTerminal run(sim, {"-L", "VOL1"});
   ASSERT_TRUE(run.waitFor("Press any key")) << run.screenText();
@@ -42,5 +45,8 @@ TEST(Harness, ListRunShowsTheGeneratorsCounts) {
   EXPECT_NE(requests.front()["request"].get<std::string>().find("<getVolumeInfo>"), std::string::npos);
   EXPECT_EQ(sim.state()["volumes"][0]["liveBeasts"], 300);  // a list run changes nothing
 }
+
+// Compact and pretty-printed replies read the same.
+INSTANTIATE_TEST_SUITE_P(Replies, Harness, ::testing::Values(false, true));
 
 }  // namespace
