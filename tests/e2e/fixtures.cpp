@@ -57,6 +57,7 @@ FinishedRun::FinishedRun(const testsupport::Simulator& sim, std::vector<std::str
     : terminal(sim, args, options) {
   finalScreen = terminal.waitFor("Press any key to continue....", std::chrono::seconds(120));
   screen = terminal.screen();
+  statusBold = terminal.bold(23, 10);
   terminal.send("x");
   terminal.finish();
 }

@@ -44,6 +44,7 @@ struct FinishedRun {
   testsupport::VelkorTerminal terminal;
   bool finalScreen;
   std::vector<std::string> screen;
+  bool statusBold;  // the final status text is drawn bold (attribute 14)
 };
 
 }  // namespace e2efixtures

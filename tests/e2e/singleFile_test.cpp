@@ -68,6 +68,7 @@ TEST(SingleFile, GoodFileScreenAndLogEntry) {
   EXPECT_EQ("    Status:  10                                             Action:    0", run.at(20));
   EXPECT_EQ("    Compress Header: 1 1 0 8569 4285", run.at(21));
   EXPECT_EQ("  STATUS: finished successfully, check ./velkor.log for details", run.at(23));
+  EXPECT_FALSE(run.statusBold);
   EXPECT_EQ("  Press any key to continue....", run.at(24));
 
   ASSERT_EQ(1u, run.entries().size());
@@ -90,6 +91,7 @@ TEST(SingleFile, FixedAndDeletedFiles) {
   EXPECT_EQ("    Fixed Files:                      1    Deleted Files:                     0", fix.at(11));
   EXPECT_EQ("    File Status:  1: Invalid state                 Action Taken:  fixed", fix.at(16));
   EXPECT_EQ("  STATUS: finished with problem files found, check ./velkor.log for details", fix.at(23));
+  EXPECT_TRUE(fix.statusBold);
   ASSERT_EQ(1u, fix.entries().size());
   EXPECT_NE(std::string::npos,
             fix.entries()[0].find("<fileStatus><invalidState/></fileStatus><action><fixed/></action><zid>110</zid>"));
@@ -151,6 +153,7 @@ TEST(SingleFile, LookupFailureAndVolumeWithoutCompression) {
   OpRun missing(sim, {"-f", kVol + "/nothing-here"});
   ASSERT_TRUE(missing.finalScreen);
   EXPECT_EQ("  STATUS: finished with error, check ./velkor.log for details", missing.at(23));
+  EXPECT_FALSE(missing.statusBold);
   EXPECT_EQ("", missing.at(6)) << "no counters are drawn when the lookup fails";
   std::string log = missing.terminal.runLog();
   std::regex error("<error>util/velkor/velkorUI\\[994\\] originated from:util/common_cpp/qXML\\[1254\\] error: "

@@ -162,6 +162,7 @@ TEST(VolumeScan, EscapeThenYesAbortsEscapeThenNoGoesOn) {
   terminal.send("Y");
   ASSERT_TRUE(terminal.waitFor("Press any key"));
   std::vector<std::string> screen = terminal.screen();
+  bool bold = terminal.bold(23, 10);
   terminal.send("x");
   terminal.finish();
   uint64_t processed = counters(screen)[0];
@@ -169,6 +170,7 @@ TEST(VolumeScan, EscapeThenYesAbortsEscapeThenNoGoesOn) {
   EXPECT_EQ(processed, requestsOf(sim, "getBeastInfo").size() - before)
       << "the scan stops after the object it was checking";
   EXPECT_EQ("  STATUS: user aborted, check ./velkor.log for details", row(screen, 23));
+  EXPECT_TRUE(bold) << "the aborted status is drawn bold";
   EXPECT_NE(std::string::npos, terminal.runLog().find("<finishStatus>user aborted</finishStatus>"));
 }
 
