@@ -46,6 +46,58 @@ TEST_P(Harness, ListRunShowsTheGeneratorsCounts) {
   EXPECT_EQ(sim.state()["volumes"][0]["liveBeasts"], 300);  // a list run changes nothing
 }
 
+// The counters a finished run shows, as a count object of the expectations.
+nlohmann::json runCounts(const Simulator& sim, const std::vector<std::string>& args) {
+  VelkorTerminal run(sim, args);
+  EXPECT_TRUE(run.waitFor("Press any key")) << run.screenText();
+  std::string screen = run.screenText();
+  run.send("x");
+  run.finish();
+  EXPECT_EQ(run.exitStatus(), 0);
+  nlohmann::json n;
+  const char* const labels[][2] = {{"processed", "Processed Files"}, {"good", "Good Files"},
+                                   {"openSkipped", "Open Files Skipped"}, {"fixable", "Fixable Files"},
+                                   {"corrupted", "Corrupted Files"}, {"fixed", "Fixed Files"},
+                                   {"deleted", "Deleted Files"}, {"ccBitCleared", "CC Bit Cleared"}};
+  for (const auto& l : labels) n[l[0]] = counter(screen, l[1]);
+  return n;
+}
+
+// The generator's expectations for fix, delete and clear runs, and for the
+// list runs after them.
+TEST(HarnessRuns, FixDeleteAndClearYieldWhatTheGeneratorExpects) {
+  Simulator::Options o;
+  o.generate = 300;
+  o.seed = 3;
+  Simulator fixed(o);
+  nlohmann::json e = fixed.expected();
+  EXPECT_EQ(runCounts(fixed, {"-F", "VOL1"}), e["fix"]);
+  EXPECT_EQ(runCounts(fixed, {"-L", "VOL1"}), e["afterFix"]);
+
+  Simulator deleted(o);
+  EXPECT_EQ(runCounts(deleted, {"-D", "VOL1"}), e["delete"]);
+  EXPECT_EQ(runCounts(deleted, {"-L", "VOL1"}), e["afterDelete"]);
+  EXPECT_EQ(deleted.state()["volumes"][0]["liveBeasts"], e["afterDelete"]["processed"]);
+
+  Simulator cleared(o);
+  nlohmann::json n = runCounts(cleared, {"-C", "VOL1"});
+  EXPECT_EQ(n["processed"], e["clear"]["processed"]);
+  EXPECT_EQ(n["ccBitCleared"], e["clear"]["ccBitCleared"]);
+  EXPECT_EQ(runCounts(cleared, {"-C", "VOL1"})["ccBitCleared"], 0);
+
+  // Fix-stats on an active volume asks first; the recount then matches.
+  VelkorTerminal stats(cleared, {"-S", "VOL1"});
+  ASSERT_TRUE(stats.waitFor("Do you want to continue")) << stats.screenText();
+  stats.send("y");
+  EXPECT_TRUE(stats.waitFor("Press any key")) << stats.screenText();
+  stats.send("x");
+  stats.finish();
+  nlohmann::json recount = cleared.state()["volumes"][0]["stats"];
+  EXPECT_EQ(recount["compressedFiles"], e["statsRecount"]["compressedFiles"]);
+  EXPECT_EQ(recount["preCompressionBlocks"], e["statsRecount"]["preCompressionBlocks"]);
+  EXPECT_EQ(recount["uncompressibleFiles"], 0);  // the Cc attributes were cleared
+}
+
 // Compact and pretty-printed replies read the same.
 INSTANTIATE_TEST_SUITE_P(Replies, Harness, ::testing::Values(false, true));
 
