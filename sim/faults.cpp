@@ -15,6 +15,7 @@ FaultRule readRule(const json& j) {
   if (!j.is_object()) throw std::runtime_error("a fault rule must be a JSON object");
   FaultRule r;
   r.request = j.value("request", r.request);
+  if (j.contains("file")) r.file = j.at("file").get<std::string>();
   if (j.contains("volume")) r.volume = j.at("volume").get<std::string>();
   if (j.contains("zid")) r.zid = j.at("zid").is_string() ? j.at("zid").get<std::string>() : j.at("zid").dump();
   r.nth = j.value("nth", r.nth);
@@ -57,6 +58,7 @@ std::string Faults::dump() const {
     json j = {{"request", r.request}, {"nth", r.nth},       {"count", r.count}, {"action", r.action},
               {"value", r.value},     {"text", r.text},     {"bytes", r.bytes}, {"ms", r.ms},
               {"apply", r.apply},     {"seen", r.seen}};
+    if (r.file) j["file"] = *r.file;
     if (r.volume) j["volume"] = *r.volume;
     if (r.zid) j["zid"] = *r.zid;
     out.push_back(j);
@@ -64,13 +66,14 @@ std::string Faults::dump() const {
   return out.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
 }
 
-std::optional<FaultRule> Faults::match(const std::string& kind, const std::string& volume, const std::string& zid) {
+std::optional<FaultRule> Faults::match(const std::string& kind, const std::string& file, const std::string& volume,
+                                       const std::string& zid) {
   std::lock_guard lock(mutex_);
   std::optional<FaultRule> chosen;
   for (FaultRule& r : rules_) {
     if (r.request != "*" && r.request != kind) continue;
-    if (r.request == "*" && kind == "unlink") continue;  // the name tree is picked only by name
-    if ((r.volume && *r.volume != volume) || (r.zid && *r.zid != zid)) continue;
+    if (r.request == "*" && (kind == "unlink" || kind == "open")) continue;  // picked only by name
+    if ((r.file && *r.file != file) || (r.volume && *r.volume != volume) || (r.zid && *r.zid != zid)) continue;
     uint64_t occurrence = ++r.seen;
     if (!chosen && occurrence >= r.nth && (r.count == 0 || occurrence < r.nth + r.count)) chosen = r;
   }

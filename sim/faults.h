@@ -11,12 +11,12 @@
 namespace kvfsim {
 
 struct FaultRule {
-  std::string request = "*";  // request kind, "unlink" for the name tree, or "*"
-  std::optional<std::string> volume, zid;
+  std::string request = "*";  // request kind, "open" of a management file, "unlink" in the name tree, or "*"
+  std::optional<std::string> file, volume, zid;
   uint64_t nth = 1;    // first matching occurrence the rule applies to (1-based)
   uint64_t count = 1;  // occurrences it applies to; 0: every one from nth on
   std::string action;  // result, raw, empty, cut, pad, eio_write, eio_read, delay
-  int64_t value = 0;   // result: the reply's result value (unlink: the errno)
+  int64_t value = 0;   // result: the reply's result value (open, unlink: the errno)
   std::string text;    // raw: the reply
   uint64_t bytes = 0;  // cut: bytes kept; pad: size reached
   uint64_t ms = 0;     // delay
@@ -31,7 +31,8 @@ class Faults {
   std::string dump() const;
   // Counts the occurrence for every rule that matches; returns the first rule
   // in force for it.
-  std::optional<FaultRule> match(const std::string& kind, const std::string& volume, const std::string& zid);
+  std::optional<FaultRule> match(const std::string& kind, const std::string& file, const std::string& volume,
+                                 const std::string& zid);
 
  private:
   mutable std::mutex mutex_;

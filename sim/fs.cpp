@@ -156,6 +156,17 @@ int simReaddir(const char* path, void* buf, fuse_fill_dir_t fill, off_t, fuse_fi
   return 0;
 }
 
+// What a fault rule does to a plain call (open, unlink): 0 after a delay,
+// else the rule's errno (EIO unless a result value gives one).
+int callFault(const std::optional<FaultRule>& rule) {
+  if (!rule) return 0;
+  if (rule->action == "delay") {
+    std::this_thread::sleep_for(std::chrono::milliseconds(rule->ms));
+    return 0;
+  }
+  return rule->action == "result" && rule->value > 0 ? -int(rule->value) : -EIO;
+}
+
 int simOpen(const char* path, fuse_file_info* fi) {
   Where w = locate(path);
   SimContext& c = context();
@@ -164,7 +175,9 @@ int simOpen(const char* path, fuse_file_info* fi) {
   h->node = w.node;
   h->cmd = w.cmd;
   switch (w.node) {
-    case Node::kCmd: break;
+    case Node::kCmd:
+      if (int status = callFault(c.faults.match("open", cmdFileName(w.cmd), "", ""))) return status;
+      break;
     case Node::kState: {
       if (writing) return -EACCES;
       std::ostringstream out;
@@ -234,7 +247,7 @@ int simRead(const char* path, char* buf, size_t size, off_t offset, fuse_file_in
 int exchange(SimContext& c, Handle& h) {
   RequestPtr request = c.handler.parse(h.cmd, h.request);
   const RequestKey& key = c.handler.key(*request);
-  std::optional<FaultRule> rule = c.faults.match(key.kind, key.volume, key.zid);
+  std::optional<FaultRule> rule = c.faults.match(key.kind, cmdFileName(h.cmd), key.volume, key.zid);
   h.eioRead = false;
   if (rule && rule->action == "delay") std::this_thread::sleep_for(std::chrono::milliseconds(rule->ms));
   std::string reply = !rule || rule->apply ? c.handler.execute(*request) : "";
@@ -296,10 +309,8 @@ int simUnlink(const char* path) {
     if (b->isDirectory()) return -EISDIR;
     zid = std::to_string(b->zid);
   }
-  std::optional<FaultRule> rule = c.faults.match("unlink", w.volume, zid);
-  if (rule && rule->action == "delay") std::this_thread::sleep_for(std::chrono::milliseconds(rule->ms));
-  int status = 0;
-  if (rule && rule->action != "delay") status = rule->action == "result" && rule->value > 0 ? -int(rule->value) : -EIO;
+  std::optional<FaultRule> rule = c.faults.match("unlink", "", w.volume, zid);
+  int status = callFault(rule);
   if (status == 0) {
     std::unique_lock lock(c.model.mutex);
     Volume* v = c.model.findVolume(w.volume);

@@ -97,7 +97,17 @@ TEST_F(Faults, InputOutputErrorsAndDelay) {
   EXPECT_EQ(sim.state()["volumes"][0]["liveBeasts"], 6);
 }
 
-TEST_F(Faults, UnlinkFailsWithTheGivenErrno) {
+TEST_F(Faults, OpenAndUnlinkFailWithTheGivenErrno) {
+  sim.setFaults(R"({"request":"open","file":"files.cmd","nth":2,"action":"result","value":13})");
+  std::string reply;
+  int error = 0;
+  std::string query = getFileInfo("/media/kvf/VOL1/docs/b.txt");
+  EXPECT_TRUE(sim.exchange("files.cmd", query, &reply, &error));
+  EXPECT_FALSE(sim.exchange("files.cmd", query, &reply, &error));
+  EXPECT_EQ(error, EACCES);
+  EXPECT_EQ(resultOf(sim.manage(getVolumeInfo("VOL1")), "getVolumeInfo"), 0);  // another file, not counted
+  EXPECT_TRUE(sim.exchange("files.cmd", query, &reply, &error));
+
   sim.setFaults(R"({"request":"unlink","action":"result","value":13})");
   std::string path = sim.volumeDir("VOL1") + "/docs/b.txt";
   EXPECT_EQ(unlink(path.c_str()), -1);
