@@ -134,16 +134,19 @@ Expectations expect(Volume& v) {
     ++e.clear.processed;
     if (b.attributes & kNoStreamCompress) ++e.clear.ccBitCleared;
 
-    // A fix run counts a fixable file only when its repair reports it fixed.
+    // A fix run counts a fixable file only when its repair reports it fixed;
+    // it changes nothing else.
     ++e.fix.processed;
-    Beast fixedBeast = b;
-    CompBeast fixedComp = c ? *c : CompBeast();
+    bool fixable = !(word & kCorruptedMask) && (word & kFixableMask);
     if (word & kCorruptedMask) ++e.fix.corrupted;
-    else if (word & kFixableMask) {
+    else if (fixable) {
+      Beast fixedBeast = b;
+      CompBeast fixedComp = c ? *c : CompBeast();
       if (repair(fixedBeast, c ? &fixedComp : nullptr, word)) ++e.fix.fixable, ++e.fix.fixed;
+      count(e.afterFix, fixedBeast, c ? &fixedComp : nullptr, false);
     } else if (word & kSkippedChecking) ++e.fix.openSkipped;
     else if (word & kGood) ++e.fix.good;
-    count(e.afterFix, fixedBeast, c ? &fixedComp : nullptr, false);
+    if (!fixable) count(e.afterFix, b, c, false);
 
     // A delete run removes corrupted files and leaves fixable ones alone.
     ++e.remove.processed;
