@@ -100,10 +100,22 @@ void ScreenInterface::OutputToScreenWithAttributeV(int attribute, const char* fo
   if (attrs != A_NORMAL) wattron(pad, attrs);
   vw_printw(pad, format, args);
   if (attrs != A_NORMAL) wattroff(pad, attrs);
+  if (updateDepth_ > 0) {
+    copyPending_ = true;
+    return;
+  }
   CopyPadToScreen();
 }
 
 void ScreenInterface::CopyPadToScreen() { copyToScreen(pad); }
+
+void ScreenInterface::BeginUpdate() { ++updateDepth_; }
+
+void ScreenInterface::EndUpdate() {
+  if (updateDepth_ == 0 || --updateDepth_ > 0 || !copyPending_) return;
+  copyPending_ = false;
+  CopyPadToScreen();
+}
 
 void ScreenInterface::ClearLine() {
   int row, col;

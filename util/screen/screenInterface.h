@@ -51,6 +51,13 @@ class ScreenInterface {
   // Copies the pad's top-left corner, as large as the terminal, to the screen.
   void CopyPadToScreen();
 
+  // Outputs between BeginUpdate and the matching EndUpdate go to the pad
+  // only; EndUpdate copies the pad to the screen once when any was made. The
+  // terminal then shows what a copy after each output would have left on it,
+  // for one terminal update instead of one per output. Pairs may nest.
+  void BeginUpdate();
+  void EndUpdate();
+
   WINDOW* pad;
 
  private:
@@ -59,6 +66,8 @@ class ScreenInterface {
 
   SCREEN* screen_;
   bool hasColours_;
+  int updateDepth_ = 0;
+  bool copyPending_ = false;
 };
 
 // The terminal's size from descriptor 0; -1 (and 0 x 0) when it can't be read.

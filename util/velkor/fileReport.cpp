@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <sstream>
 #include <string>
 
 #include "beastRecords.h"
@@ -71,7 +72,11 @@ void VELKOR_UserInterface::logFileInfo(UncompBeastInfo* info, CompBeastInfo* com
                                        unsigned long noHeader, unsigned long fixed, unsigned long deleted) {
   char type[64];
   getTypeStr(type, info->allNamesDeleted, info->beastType, 1);
-  std::ostream& log = std::cerr;
+  // The entry is put together first and written whole: the log's stream
+  // flushes after every insertion, which would cost a write per field. It is
+  // formatted with the log's own flags, and hands back the ones it leaves.
+  std::ostringstream log;
+  log.flags(std::cerr.flags());
   log << "<entry><volume>" << info->name << "</volume>"
       << "<name>" << (name ? name : "") << "</name>"
       << "<type>" << type << "</type>"
@@ -106,7 +111,9 @@ void VELKOR_UserInterface::logFileInfo(UncompBeastInfo* info, CompBeastInfo* com
     }
   }
   log << "</entry>" << "\n";
-  log.flush();
+  std::cerr.flags(log.flags());
+  std::cerr << log.str();
+  std::cerr.flush();
 }
 
 void VELKOR_UserInterface::displayFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name,

@@ -35,6 +35,18 @@ class ScreenLock {
   pthread_mutex_t* m_;
 };
 
+// Draws a group of outputs with one copy of the pad to the terminal.
+class ScreenUpdate {
+ public:
+  explicit ScreenUpdate(ScreenInterface* screen) : screen_(screen) { screen_->BeginUpdate(); }
+  ~ScreenUpdate() { screen_->EndUpdate(); }
+  ScreenUpdate(const ScreenUpdate&) = delete;
+  ScreenUpdate& operator=(const ScreenUpdate&) = delete;
+
+ private:
+  ScreenInterface* screen_;
+};
+
 void unlockOnCancel(void* m) { pthread_mutex_unlock(static_cast<pthread_mutex_t*>(m)); }
 
 // The colour of each counter (statsMsgs order) when it is not 0.
@@ -282,6 +294,8 @@ void VELKOR_UserInterface::displayCompNotSupported() {
 
 void VELKOR_UserInterface::displayStats(unsigned long withLabels) {
   ScreenLock hold(&lock);
+  // Counted objects repaint the block once each, not once per counter.
+  ScreenUpdate update(screen);
   const int width = static_cast<int>(strlen(CompStats::statsMsgs[0]));
   for (int row = 0; withLabels && row < 4; ++row) {
     screen->PositionOutputCursor(8 + row, 4);
