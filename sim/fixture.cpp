@@ -175,7 +175,7 @@ void loadFixture(const std::string& text, Model& model) {
   }
 }
 
-void writeState(const Model& model, std::ostream& out) {
+void writeState(const Model& model, std::ostream& out, bool withObjects) {
   out << "{\"volumes\":[";
   bool firstVolume = true;
   for (const auto& v : model.volumes) {
@@ -189,9 +189,14 @@ void writeState(const Model& model, std::ostream& out) {
                  {"stats", statsJson(v->stats)},
                  {"liveBeasts", v->liveBeasts}};
     std::string text = dump(head);
-    text.pop_back();  // the closing brace: the object lists follow
-    out << (firstVolume ? "\n" : ",\n") << text << ",\"beasts\":[";
+    out << (firstVolume ? "\n" : ",\n");
     firstVolume = false;
+    if (!withObjects) {
+      out << text;
+      continue;
+    }
+    text.pop_back();  // the closing brace: the object lists follow
+    out << text << ",\"beasts\":[";
     bool first = true;
     for (const Beast& b : v->beasts) {
       if (b.removed) continue;

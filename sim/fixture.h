@@ -11,7 +11,8 @@ namespace kvfsim {
 
 // Fills `model` from fixture text; throws std::runtime_error naming the fault.
 void loadFixture(const std::string& text, Model& model);
-// Writes the model, live objects only; the caller holds the model's lock.
-void writeState(const Model& model, std::ostream& out);
+// Writes the model, live objects only, or the volumes without their objects;
+// the caller holds the model's lock.
+void writeState(const Model& model, std::ostream& out, bool withObjects = true);
 
 }  // namespace kvfsim

@@ -20,7 +20,7 @@ namespace {
 
 SimContext& context() { return *static_cast<SimContext*>(fuse_get_context()->private_data); }
 
-enum class Node { kNone, kDir, kCmd, kState, kLog, kFaults, kVolumeDir, kVolumeFile };
+enum class Node { kNone, kDir, kCmd, kState, kVolumes, kLog, kFaults, kVolumeDir, kVolumeFile };
 
 // A path of the mount split into what it names.
 struct Where {
@@ -43,6 +43,7 @@ Where locate(const char* path) {
                {"/Manage_KVF/manage.cmd", Node::kCmd},
                {"/Manage_KVF/files.cmd", Node::kCmd},
                {"/control/state.json", Node::kState},
+               {"/control/volumes.json", Node::kVolumes},
                {"/control/requests.jsonl", Node::kLog},
                {"/control/faults", Node::kFaults}};
   for (const auto& f : fixed)
@@ -96,7 +97,8 @@ int simGetattr(const char* path, struct stat* st, fuse_file_info*) {
     case Node::kDir: fillStat(st, true, 0755, 0); return 0;
     case Node::kCmd:
     case Node::kFaults: fillStat(st, false, 0666, 0); return 0;
-    case Node::kState: fillStat(st, false, 0444, 0); return 0;
+    case Node::kState:
+    case Node::kVolumes: fillStat(st, false, 0444, 0); return 0;
     case Node::kLog: fillStat(st, false, 0444, c.log.size()); return 0;
     default: break;
   }
@@ -127,7 +129,7 @@ int simReaddir(const char* path, void* buf, fuse_fill_dir_t fill, off_t, fuse_fi
   std::string p(path);
   if (p == "/") entries = {"Manage_KVF", "control", "volumes"};
   else if (p == "/Manage_KVF") entries = {"manage.cmd", "files.cmd"};
-  else if (p == "/control") entries = {"state.json", "requests.jsonl", "faults"};
+  else if (p == "/control") entries = {"state.json", "volumes.json", "requests.jsonl", "faults"};
   else if (p == "/volumes") {
     std::shared_lock lock(c.model.mutex);
     for (const auto& v : c.model.volumes) entries.insert(v->name);
@@ -178,11 +180,12 @@ int simOpen(const char* path, fuse_file_info* fi) {
     case Node::kCmd:
       if (int status = callFault(c.faults.match("open", cmdFileName(w.cmd), "", ""))) return status;
       break;
-    case Node::kState: {
+    case Node::kState:
+    case Node::kVolumes: {
       if (writing) return -EACCES;
       std::ostringstream out;
       std::shared_lock lock(c.model.mutex);
-      writeState(c.model, out);
+      writeState(c.model, out, w.node == Node::kState);
       h->data = out.str();
       break;
     }

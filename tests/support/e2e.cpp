@@ -149,13 +149,10 @@ std::string Simulator::manage(const std::string& request) const {
 }
 
 std::string Simulator::mountPoint(const std::string& volume) const {
-  std::string reply;
-  std::string request = std::string(kEnvelope) + "<kvfRequest><volume><getVolumeInfo><volumeName><![CDATA[" + volume +
-                        "]]></volumeName><basicInfo/></getVolumeInfo></volume></kvfRequest>";
-  if (!exchange("manage.cmd", request, &reply)) return "";
-  size_t begin = reply.find("<mountPoint>"), end = reply.find("</mountPoint>");
-  if (begin == std::string::npos || end == std::string::npos || end < begin) return "";
-  return reply.substr(begin + 12, end - begin - 12);
+  nlohmann::json volumes = nlohmann::json::parse(readFile(mount_ + "/control/volumes.json"));
+  for (const auto& v : volumes.at("volumes"))
+    if (v.at("name") == volume) return v.at("mountPoint");
+  return "";
 }
 
 nlohmann::json Simulator::state() const { return nlohmann::json::parse(readFile(mount_ + "/control/state.json")); }

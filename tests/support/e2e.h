@@ -47,7 +47,7 @@ class Simulator {
   // The same for manage.cmd, failing the test on an I/O error.
   std::string manage(const std::string& request) const;
 
-  // The volume's mount point as the file system reports it ("" when unknown).
+  // The volume's mount point ("" when unknown), from control/volumes.json.
   std::string mountPoint(const std::string& volume) const;
   nlohmann::json state() const;                   // control/state.json
   std::vector<nlohmann::json> requests() const;   // control/requests.jsonl
