@@ -17,9 +17,12 @@ std::vector<std::string> names(const json& j, const char* key) {
 }
 
 uint32_t tagBits(const json& j, const char* key, const char* const* table, int size, uint64_t zid) {
-  uint32_t bits = 0;
-  if (!tagsToBits(names(j, key), table, size, &bits))
-    throw std::runtime_error("object " + std::to_string(zid) + ": unknown name in \"" + key + "\"");
+  uint32_t bits = 0, bit;
+  for (const std::string& name : names(j, key)) {
+    if (!tagsToBits({name}, table, size, &bit))
+      throw std::runtime_error("object " + std::to_string(zid) + ": unknown name \"" + name + "\" in " + key);
+    bits |= bit;
+  }
   return bits;
 }
 

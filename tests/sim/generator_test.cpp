@@ -107,6 +107,29 @@ TEST(Generator, CountsMatchAnIndependentReadingOfTheState) {
   EXPECT_NE(other.state(), state);
 }
 
+TEST(Generator, WrittenFixtureLoadsBackToTheSameState) {
+  testsupport::TempDir dir;
+  std::string kvfsim = testsupport::binaryPath("sim/kvfsim");
+  auto written = testsupport::runProcess(
+      {kvfsim, "--generate", "500", "--seed", "4", "--write-fixture", dir.file("f.json"), "--expect", dir.file("e.json")});
+  ASSERT_EQ(written.exitStatus, 0) << written.err;
+  Simulator::Options o;
+  o.generate = 500;
+  o.seed = 4;
+  Simulator generated(o);
+  Simulator loaded = Simulator::withFixture(testsupport::readFile(dir.file("f.json")));
+  EXPECT_EQ(loaded.state(), generated.state());
+  EXPECT_EQ(json::parse(testsupport::readFile(dir.file("e.json"))), generated.expected());
+
+  // Usage and fixture errors end at once with a message.
+  EXPECT_EQ(testsupport::runProcess({kvfsim, dir.path()}).exitStatus, 2);
+  EXPECT_EQ(testsupport::runProcess({kvfsim, "--generate", "x", dir.path()}).exitStatus, 2);
+  testsupport::writeFile(dir.file("bad.json"), R"({"volumes":[{"name":"V","beasts":[{"zid":1,"attributes":["nope"]}]}]})");
+  auto bad = testsupport::runProcess({kvfsim, "--fixture", dir.file("bad.json"), dir.path()});
+  EXPECT_EQ(bad.exitStatus, 1);
+  EXPECT_NE(bad.err.find("nope"), std::string::npos) << bad.err;
+}
+
 // Scans the whole volume as the program does: batches of 20 after the last
 // zid narrowed to 32 bits, one full query per zid.
 uint64_t scan(const Simulator& sim, std::atomic<int>& failures) {
