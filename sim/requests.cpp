@@ -365,8 +365,27 @@ int64_t deleteBeast(Volume& v, const std::string& zidText) {
   return kOk;
 }
 
+// An absolute path with "." and ".." resolved and repeated slashes removed.
+std::string normalPath(const std::string& path) {
+  std::vector<std::string> parts;
+  size_t start = 0;
+  while (start <= path.size()) {
+    size_t end = std::min(path.find('/', start), path.size());
+    std::string part = path.substr(start, end - start);
+    if (part == "..") {
+      if (!parts.empty()) parts.pop_back();
+    } else if (!part.empty() && part != ".") {
+      parts.push_back(part);
+    }
+    start = end + 1;
+  }
+  std::string out;
+  for (const std::string& p : parts) out += "/" + p;
+  return out.empty() ? "/" : out;
+}
+
 int64_t getFileInfo(pugi::xml_node req, Model& model, XmlOut& x) {
-  std::string path = req.child("fileName").child_value();
+  std::string path = normalPath(req.child("fileName").child_value());
   for (auto& v : model.volumes) {
     const std::string& mp = v->mountPoint;
     if (path.compare(0, mp.size() + 1, mp + "/") != 0) continue;

@@ -103,6 +103,9 @@ TEST_F(Requests, NamesAndPaths) {
   EXPECT_EQ(reply.rfind("<fileReply><fileInfo><getFileInfo><result value=\"0\"/>", 0), 0u) << reply;
   EXPECT_EQ(first(reply, "id", "<standardInfo>"), "103");
   EXPECT_EQ(first(reply, "volumeName", "<standardInfo>"), "VOL1");
+  // The program joins a relative name to the working directory as it is.
+  ASSERT_TRUE(sim.exchange("files.cmd", getFileInfo("/media/kvf/VOL1/docs/./..//docs/b.txt"), &reply));
+  EXPECT_EQ(first(reply, "id", "<standardInfo>"), "103");
   for (const char* path : {"/media/kvf/VOL1/docs/none", "/media/kvf/VOL1/old.txt", "/elsewhere/x", "/media/kvf/VOL1"}) {
     ASSERT_TRUE(sim.exchange("files.cmd", getFileInfo(path), &reply));
     EXPECT_NE(resultOf(reply, "getFileInfo"), 0) << path;
