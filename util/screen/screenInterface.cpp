@@ -35,6 +35,15 @@ ScreenInterface::ScreenInterface() : pad(nullptr), screen_(nullptr), hasColours_
   // newterm, unlike initscr, reports a missing terminal instead of exiting.
   screen_ = newterm(nullptr, stdout, stdin);
   if (!screen_) throw std::runtime_error("no terminal");
+  // Until a screen has once been suspended and resumed, curses flushes its
+  // output at every cursor movement, so one update of a few counters reaches
+  // the terminal in several writes. Doing that once here, before anything is
+  // drawn, makes every later update a single write.
+  endwin();
+  doupdate();
+  // Keys are read by the program itself; curses need not look for waiting
+  // ones before every update (it would not hold an update back for them).
+  typeahead(-1);
   pad = newpad(kPadRows, kPadColumns);
   if (!pad) {
     endwin();
