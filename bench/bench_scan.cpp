@@ -4,6 +4,7 @@
 //
 //   bench_scan [--objects N[,N...]] [--rounds R] [--seed S] [--no-fix]
 //              [--check-requests] [--smoke] [--velkor BINARY] [--keep DIR]
+//              [--baseline-work US]
 //
 // --objects         volume sizes (default 10000,100000)
 // --rounds          baseline/list pairs per size, interleaved (default 1)
@@ -15,6 +16,8 @@
 // --velkor          the velkor binary to time (default: the one of this build)
 // --keep            write each velkor run's final screen and run log into DIR
 //                   (to compare two builds: the same volume must give the same)
+// --baseline-work   let the baseline spin US microseconds before each exchange,
+//                   to see what work between exchanges costs in wall time here
 //
 // velkor's own figures are read from /proc/<pid> of the velkor process (not
 // of bwrap or the sandbox script) while it waits at its final prompt: CPU
@@ -64,6 +67,7 @@ const int kBatch = 20;
 
 std::string velkorBinary;  // set by main
 std::string keepDir;       // --keep
+int baselineWorkUs = 0;    // --baseline-work
 
 double seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
 
@@ -369,6 +373,11 @@ class Baseline {
   // the free part of a 4096-byte block growing by 4096, close; then only the
   // reply's status is looked at.
   bool exchange(const char* request, const char* tag) {
+    if (baselineWorkUs > 0) {
+      auto until = Clock::now() + std::chrono::microseconds(baselineWorkUs);
+      while (Clock::now() < until) {
+      }
+    }
     int fd = open(manage_.c_str(), O_RDWR);
     if (fd < 0) return false;
     bool ok = lseek(fd, 0, SEEK_SET) == 0 && write(fd, request, strlen(request)) >= 0 && lseek(fd, 0, SEEK_SET) == 0;
@@ -509,10 +518,11 @@ int main(int argc, char** argv) {
     else if (a == "--smoke") smoke = true;
     else if (a == "--velkor" && i + 1 < argc) velkorBinary = argv[++i];
     else if (a == "--keep" && i + 1 < argc) keepDir = argv[++i];
+    else if (a == "--baseline-work" && i + 1 < argc) baselineWorkUs = atoi(argv[++i]);
     else {
       fprintf(stderr,
               "usage: bench_scan [--objects N[,N...]] [--rounds R] [--seed S] [--no-fix] [--check-requests] "
-              "[--smoke] [--velkor BINARY] [--keep DIR]\n");
+              "[--smoke] [--velkor BINARY] [--keep DIR] [--baseline-work US]\n");
       return 2;
     }
   }
