@@ -192,7 +192,10 @@ TEST(SingleFile, RunningStatusOfAFileOperation) {
 TEST(SingleFile, InterruptLeavesTheTerminalUsable) {
   Simulator sim = Simulator::withFixture(fixture().dump());
   testsupport::TempDir dir;
-  std::vector<std::string> command = {testsupport::sourcePath("scripts/kvf-sandbox"), "--admin", sim.adminDir(),
+  // As at a real terminal, a shell that survives Ctrl-C leads the session:
+  // were the sandbox the leader, its death would also send SIGHUP.
+  std::vector<std::string> command = {"/bin/bash", "-c", "trap : INT; \"$@\"", "bash",
+                                      testsupport::sourcePath("scripts/kvf-sandbox"), "--admin", sim.adminDir(),
                                       "--volume", kVol + "=" + sim.volumeDir("VOL1"), "--cwd", dir.path(), "--",
                                       testsupport::binaryPath("util/velkor"), "-l", kVol + "/good.dat"};
   testsupport::ProcessResult r =
