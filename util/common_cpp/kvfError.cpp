@@ -17,3 +17,7 @@ std::string KVFError::numberName() const {
 }
 
 AdminError::~AdminError() = default;
+
+std::string KVF_Location(const char* source, int line) {
+  return std::string(source) + "[" + std::to_string(line) + "]";
+}

@@ -42,5 +42,7 @@ class AdminError : public KVFError {
   ~AdminError() override;
 };
 
-// "file[line]": the location text of an error raised in the named source file.
-#define KVF_LOCATION(file) (std::string(file "[") + std::to_string(__LINE__) + "]")
+// "source[line]": the location text of an error raised at that line of the
+// named source file (a path without extension, e.g. "util/velkor/velkorHelper").
+std::string KVF_Location(const char* source, int line);
+#define KVF_LOCATION(source) KVF_Location(source, __LINE__)

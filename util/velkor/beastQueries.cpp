@@ -18,12 +18,10 @@ namespace {
 
 const char kSource[] = "util/velkor/velkorHelper";
 
-std::string here(int line) { return std::string(kSource) + "[" + std::to_string(line) + "]"; }
-
 // Copies a value into the caller's buffer of `size` bytes, or refuses it.
 void copyOut(char* out, size_t size, const char* value, int line) {
   size_t length = value ? strlen(value) : 0;
-  if (length >= size) throw KVFError("Value does not fit its buffer", zERR_BUFFER_TOO_SMALL, here(line));
+  if (length >= size) throw KVFError("Value does not fit its buffer", zERR_BUFFER_TOO_SMALL, KVF_Location(kSource, line));
   memcpy(out, value ? value : "", length + 1);
 }
 
@@ -33,9 +31,9 @@ int getTagContentFromReply(ReplyBuf* reply, const char* tag, const TagRequest_s*
   XML_ElementInfo_s element;
   const char* end = reply->data + (reply->used > 0 ? reply->used - 1 : 0);
   int result = QXML::XML_GetTagElement(tag, reply->data, end, &element);
-  if (result != 0) throw KVFError(tag, result, here(__LINE__));
+  if (result != 0) throw KVFError(tag, result, KVF_LOCATION(kSource));
   result = QXML::MKVF_GetTagContents(&element, requests, contents);
-  if (result != 0) throw KVFError("Error getting tag content", result, here(__LINE__));
+  if (result != 0) throw KVFError("Error getting tag content", result, KVF_LOCATION(kSource));
   return 0;
 }
 
@@ -110,7 +108,7 @@ void getFileName(char* volume, char* zid, CompStats* stats) {
   getTagContentFromReply(&reply, "getBeastFullName", rows, contents);
   const char* name = contents[0].value ? contents[0].value : "";
   char* copy = static_cast<char*>(calloc(strlen(name) + 1, 1));
-  if (!copy) throw KVFError("Can't allocate memory", zERR_NO_MEMORY, here(__LINE__));
+  if (!copy) throw KVFError("Can't allocate memory", zERR_NO_MEMORY, KVF_LOCATION(kSource));
   memcpy(copy, name, strlen(name));
   free(stats->fileName);
   stats->fileName = copy;
@@ -142,7 +140,7 @@ void getVolumeInfo(char* volumeName, VolumeInfo_s* info) {
   // The state fills at most its 32 bytes (a 32-byte state has no terminator).
   size_t stateLength = strlen(basic[0].value);
   if (stateLength > sizeof info->volumeState)
-    throw KVFError("Volume state does not fit its field", zERR_BUFFER_TOO_SMALL, here(__LINE__));
+    throw KVFError("Volume state does not fit its field", zERR_BUFFER_TOO_SMALL, KVF_LOCATION(kSource));
   memset(info->volumeState, 0, sizeof info->volumeState);
   memcpy(info->volumeState, basic[0].value, stateLength);
 

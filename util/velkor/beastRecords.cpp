@@ -33,22 +33,20 @@ const unsigned kRequired = 0;
 const unsigned kOptional = QXML::TAG_OPTIONAL;
 const char kSource[] = "util/velkor/velkorClass";
 
-std::string location(const char* source, int line) { return std::string(source) + "[" + std::to_string(line) + "]"; }
-
 // Reads `rows` from the content of `parent`. An element without content has
 // none of the rows: that is an error unless every row is optional.
 void readRows(XML_ElementInfo_s* parent, const TagRequest_s* rows, TagContent_s* contents, const char* message,
               int line) {
   if (!parent->contentStart || parent->contentLength == 0) {
     for (int i = 0; rows[i].name; ++i) {
-      if (!(rows[i].flags & QXML::TAG_OPTIONAL)) throw KVFError(message, zERR_XML_IS_BAD, location(kSource, line));
+      if (!(rows[i].flags & QXML::TAG_OPTIONAL)) throw KVFError(message, zERR_XML_IS_BAD, KVF_Location(kSource, line));
       contents[i].value = nullptr;
       contents[i].status = 0;
     }
     return;
   }
   int result = QXML::MKVF_GetTagContents(parent, rows, contents);
-  if (result != 0) throw KVFError(message, result, location(kSource, line));
+  if (result != 0) throw KVFError(message, result, KVF_Location(kSource, line));
 }
 
 bool hasContent(const TagContent_s& row) { return row.status & QXML::TAG_HAS_CONTENT; }
@@ -61,7 +59,7 @@ void copyField(char* field, size_t size, const TagContent_s& row, int line) {
   memset(field, 0, size);
   if (!row.value) return;
   size_t length = strlen(row.value);
-  if (length >= size) throw KVFError("Value too long for its field", zERR_BUFFER_TOO_SMALL, location(kSource, line));
+  if (length >= size) throw KVFError("Value too long for its field", zERR_BUFFER_TOO_SMALL, KVF_Location(kSource, line));
   memcpy(field, row.value, length);
 }
 
@@ -109,7 +107,7 @@ uint64_t getPhysSize(XML_ElementInfo_s* storageInfo) {
   TagContent_s contents[1];
   if (!storageInfo->contentStart || storageInfo->contentLength == 0) return 0;
   int result = QXML::MKVF_GetTagContents(storageInfo, rows, contents);
-  if (result != 0) throw KVFError("Failed to get storage info", result, location("util/velkor/velkorHelper", __LINE__));
+  if (result != 0) throw KVFError("Failed to get storage info", result, KVF_LOCATION("util/velkor/velkorHelper"));
   return decimal(contents[0]);
 }
 
@@ -149,7 +147,7 @@ UncompBeastInfo::UncompBeastInfo(const char* volumeName, XML_ElementInfo_s* elem
   try {
     fillInRootInfo(&c[0].element);
     // The named information is needed as much as the root information.
-    if (!(c[1].status & QXML::TAG_FOUND)) throw KVFError("Failed to get named info", zERR_XML_IS_BAD, location(kSource, __LINE__));
+    if (!(c[1].status & QXML::TAG_FOUND)) throw KVFError("Failed to get named info", zERR_XML_IS_BAD, KVF_LOCATION(kSource));
     setNamedInfo(&c[1].element);
     if (c[2].status & QXML::TAG_FOUND) setFileInfo(&c[2].element);
   } catch (...) {
@@ -217,7 +215,7 @@ int UncompBeastInfo::getParentNameType(XML_ElementInfo_s* parent) {
   for (int type = 0; c[0].value && type < 4; ++type) {
     if (strncasecmp(c[0].value, types[type], strlen(types[type])) == 0) return type;
   }
-  throw KVFError("Failed to get parent entry name type", zERR_INVALID_NAME_TYPE, location(kSource, __LINE__));
+  throw KVFError("Failed to get parent entry name type", zERR_INVALID_NAME_TYPE, KVF_LOCATION(kSource));
 }
 
 void UncompBeastInfo::setFileInfo(XML_ElementInfo_s* file) {
@@ -252,7 +250,7 @@ CompBeastInfo::CompBeastInfo(XML_ElementInfo_s* element) {
     const TagRequest_s zidRows[] = {{"uncompZid", kRequired}, {nullptr, 0}};
     TagContent_s zid[1];
     if (QXML::MKVF_GetTagContents(&c[1].element, zidRows, zid) != 0)
-      throw KVFError("Failed to get uncompZid", -1, location(kSource, __LINE__));
+      throw KVFError("Failed to get uncompZid", -1, KVF_LOCATION(kSource));
     copyField(uncompZid, sizeof uncompZid, zid[0], __LINE__);
     found = 1;
   }

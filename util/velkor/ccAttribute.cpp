@@ -18,8 +18,6 @@ namespace {
 
 const char kSource[] = "util/velkor/velkorHelper";
 
-std::string here(int line) { return std::string(kSource) + "[" + std::to_string(line) + "]"; }
-
 // A fresh object's check may have to wait for other writers; it gives up
 // after this many refused sets in a row.
 const int kMaxRetries = 1000;
@@ -41,7 +39,7 @@ bool isSetCCBit(char* volumeName, char* zid, SetValue& value) {
 
   size_t length = strlen(attributes);
   if (length >= static_cast<size_t>(kSetValueSize))
-    throw KVFError("Attributes text does not fit its buffer", zERR_BUFFER_TOO_SMALL, here(__LINE__));
+    throw KVFError("Attributes text does not fit its buffer", zERR_BUFFER_TOO_SMALL, KVF_LOCATION(kSource));
   memcpy(value.oldValue, attributes, length + 1);
   size_t before = static_cast<size_t>(found - attributes);
   memcpy(value.newValue, attributes, before);

@@ -21,14 +21,12 @@ namespace {
 const char kSource[] = "util/velkor/velkorHelper";
 const unsigned int kNoSetting = 4294967295u;
 
-std::string here(int line) { return std::string(kSource) + "[" + std::to_string(line) + "]"; }
-
 }  // namespace
 
 unsigned int getSetParameterValue(const char* name) {
   std::ifstream config(kvfStartConfigPath);
   if (!config.is_open())
-    throw KVFError(std::string("Unable to read the start-up configuration file ") + kvfStartConfigPath, here(__LINE__),
+    throw KVFError(std::string("Unable to read the start-up configuration file ") + kvfStartConfigPath, KVF_LOCATION(kSource),
                    errno);
   char line[256];
   const size_t nameLength = strlen(name);
@@ -38,7 +36,7 @@ unsigned int getSetParameterValue(const char* name) {
       if (config.eof() && config.gcount() == 0) return kNoSetting;
       if (!config.eof())
         throw KVFError(std::string("A line longer than 255 characters in ") + kvfStartConfigPath,
-                       zERR_BUFFER_TOO_SMALL, here(__LINE__));
+                       zERR_BUFFER_TOO_SMALL, KVF_LOCATION(kSource));
     }
     // The last line may end without a newline.
     if (line[0] != '#' && line[0] != '\0' && strstr(line + 1, name)) {

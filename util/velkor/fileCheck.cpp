@@ -18,8 +18,6 @@ namespace {
 
 const char kSource[] = "util/velkor/velkorHelper";
 
-std::string here(int line) { return std::string(kSource) + "[" + std::to_string(line) + "]"; }
-
 bool isZeroZid(const char* zid) { return strcmp(zid, "0") == 0; }
 
 // The problem word: setting a problem clears "good".
@@ -30,7 +28,7 @@ struct TagText {
   TagText(unsigned long long bits, unsigned long long mask, const char** tags, int line) {
     unsigned long length;
     if (convertBitsToTags(bits, mask, tags, sizeof text, text, &length) != 0)
-      throw KVFError("Tag text does not fit its buffer", zERR_BUFFER_TOO_SMALL, here(line));
+      throw KVFError("Tag text does not fit its buffer", zERR_BUFFER_TOO_SMALL, KVF_Location(kSource, line));
   }
   char text[512];
 };
@@ -218,13 +216,13 @@ void deleteCorruptedFile(char* volume, char* zid, UncompBeastInfo* file, CompBea
     const char* mountPoint = stats->volumeInfo.mountPoint ? stats->volumeInfo.mountPoint : "";
     const char* name = stats->fileName ? stats->fileName : "";
     char* path = static_cast<char*>(malloc(strlen(mountPoint) + strlen(name) + 1));
-    if (!path) throw KVFError("Can't allocate memory", zERR_NO_MEMORY, here(__LINE__));
+    if (!path) throw KVFError("Can't allocate memory", zERR_NO_MEMORY, KVF_LOCATION(kSource));
     strcpy(path, mountPoint);
     strcat(path, name);
     if (unlink(path) != 0) {
       int error = errno;
       free(path);
-      throw KVFError(strerror(error), error, here(__LINE__));
+      throw KVFError(strerror(error), error, KVF_LOCATION(kSource));
     }
     free(path);
     return;

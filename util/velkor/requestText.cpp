@@ -16,7 +16,7 @@ void RequestText::append(const char* source, int line, const char* format, ...) 
   if (n < 0 || static_cast<size_t>(n) >= capacity_ - length_) {
     text_[length_] = '\0';
     throw KVFError("Request does not fit its buffer", zERR_BUFFER_TOO_SMALL,
-                   std::string(source) + "[" + std::to_string(line) + "]");
+                   KVF_Location(source, line));
   }
   length_ += static_cast<size_t>(n);
 }

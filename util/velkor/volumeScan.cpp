@@ -18,8 +18,6 @@ namespace {
 
 const char kSource[] = "util/velkor/velkorHelper";
 
-std::string here(int line) { return std::string(kSource) + "[" + std::to_string(line) + "]"; }
-
 }  // namespace
 
 int getSomeZids(char* volumeName, bool onlineOnly, int criteria, int numRequested, int scanSequence, char* zids) {
@@ -60,8 +58,8 @@ int getSomeZids(char* volumeName, bool onlineOnly, int criteria, int numRequeste
   int slot = 0;
   while (p <= end && QXML::XML_GetNextTag(p, end, &child, &name, &nameLength) == 0) {
     if (nameLength > 0 && nameLength <= 3 && strncmp(name, "zid", nameLength) == 0) {
-      if (slot >= kZidSlots) throw KVFError("More zids returned than the batch holds", zERR_BUFFER_TOO_SMALL, here(__LINE__));
-      if (child.contentLength >= kZidSlotSize) throw KVFError("Zid text too long", zERR_BUFFER_TOO_SMALL, here(__LINE__));
+      if (slot >= kZidSlots) throw KVFError("More zids returned than the batch holds", zERR_BUFFER_TOO_SMALL, KVF_LOCATION(kSource));
+      if (child.contentLength >= kZidSlotSize) throw KVFError("Zid text too long", zERR_BUFFER_TOO_SMALL, KVF_LOCATION(kSource));
       char* out = zids + slot * kZidSlotSize;
       if (child.contentLength) memcpy(out, child.contentStart, child.contentLength);
       out[child.contentLength] = '\0';
