@@ -39,8 +39,7 @@ const char kSetOpening[] =
 const char kSetClosing[] = "</info></setBeastInfo></beast></kvfRequest>";
 
 void sendSet(OpenCmdFile& channel, ReplyBuf& reply, RequestText& request) {
-  reply.free += reply.used;
-  reply.used = 0;
+  reply.clear();
   channel.file.readWrite(request.text(), "setBeastInfo", &reply);
 }
 

@@ -24,6 +24,12 @@ class ReplyBuf {
 
   // Grows the block to used + extra bytes with `free` = extra; throws on failure.
   void grow(int32_t extra);
+  // Empties the buffer for the next exchange: its used bytes become free
+  // again (the block is kept).
+  void clear() {
+    free += used;
+    used = 0;
+  }
 
   char* data;    // owned; released with free()
   int32_t free;  // bytes free after the used part

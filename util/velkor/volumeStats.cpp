@@ -35,8 +35,7 @@ Statistics readStatistics(ReplyBuf* reply, char* volumeName, const int64_t* bloc
       {"compressedBlocks", QXML::TAG_CONTENT_REQUIRED},   {"blockSize", QXML::TAG_CONTENT_REQUIRED},
       {"volumeState", QXML::TAG_CONTENT_REQUIRED},        {nullptr, 0}};
   QXML::TagContent_s c[7];
-  reply->free += reply->used;
-  reply->used = 0;
+  reply->clear();
   getBeastInfo(reply, volumeName, nullptr, infoVolumeSimple, 0, "getBeastInfo", rows, c);
   auto number = [&](int i) { return KVF::LB_strtouq(c[i].value, nullptr, 10); };
   Statistics s;
@@ -83,8 +82,7 @@ void VELKOR_UserInterface::doVolumeStats(char* volumeName) {
                  "%s<kvfRequest><volume><fixCompStats><volumeName><![CDATA[%s]]></volumeName></fixCompStats>"
                  "</volume></kvfRequest>",
                  cmdHeader, volumeName);
-  reply.free += reply.used;
-  reply.used = 0;
+  reply.clear();
   try {
     channel.file.readWrite(request.text(), "fixCompStats", &reply);
   } catch (const KVFError& e) {
