@@ -60,16 +60,13 @@ velkor::CompStats& MountedVolume::check(uint64_t zid, bool fix, bool del, bool n
   return stats;
 }
 
-json MountedVolume::beast(uint64_t zid) const {
-  const json state = sim.state();
-  for (const json& b : state["volumes"][0]["beasts"])
-    if (b["zid"] == zid) return b;
-  return nullptr;
-}
+json MountedVolume::beast(uint64_t zid) const { return object("beasts", zid); }
 
-json MountedVolume::compBeast(uint64_t zid) const {
+json MountedVolume::compBeast(uint64_t zid) const { return object("compBeasts", zid); }
+
+json MountedVolume::object(const char* list, uint64_t zid) const {
   const json state = sim.state();
-  for (const json& b : state["volumes"][0]["compBeasts"])
+  for (const json& b : state["volumes"][0][list])
     if (b["zid"] == zid) return b;
   return nullptr;
 }

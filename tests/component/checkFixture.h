@@ -23,6 +23,8 @@ struct MountedVolume {
   // The beast in the simulator's live state, or null json when it is gone.
   json beast(uint64_t zid) const;
   json compBeast(uint64_t zid) const;
+  // The object of that zid in one of the state's lists, or null json.
+  json object(const char* list, uint64_t zid) const;
 
   testsupport::TempDir linkDir;
   std::string mountPoint;

@@ -200,13 +200,6 @@ json sweepFixture() {
 bool isCorrupted(unsigned long bits) { return bits & 0x7E0; }
 bool isFixable(unsigned long bits) { return !isCorrupted(bits) && (bits & 0x1C); }
 
-std::vector<json> requestsOf(const MountedVolume& v, const std::string& kind) {
-  std::vector<json> found;
-  for (const json& r : v.sim.requests())
-    if (r.value("request", "").find("<" + kind) != std::string::npos) found.push_back(r);
-  return found;
-}
-
 }  // namespace
 
 void expectDeletionWays(MountedVolume* volume);
@@ -297,7 +290,7 @@ void expectDeletionWays(MountedVolume* volume) {
     uint64_t zid = zidOf(position(what));
     EXPECT_NE(std::string::npos, log.find("unlink /f" + std::to_string(zid))) << what;
   }
-  std::vector<json> deletes = requestsOf(*volume, "deleteBeast");
+  std::vector<json> deletes = volume->sim.requestsOf("deleteBeast");
   ASSERT_EQ(2u, deletes.size());
   std::string expected = std::string(testsupport::kEnvelope) +
                          "<kvfRequest><beast><deleteBeast><volumeName><![CDATA[VOL1]]></volumeName><id><![CDATA[" +
@@ -308,7 +301,7 @@ void expectDeletionWays(MountedVolume* volume) {
 
 void expectExactRepairRequests(MountedVolume* volume) {
   std::vector<std::string> sets;
-  for (const json& r : requestsOf(*volume, "setBeastInfo")) sets.push_back(r["request"]);
+  for (const json& r : volume->sim.requestsOf("setBeastInfo")) sets.push_back(r["request"]);
   auto opening = [](uint64_t zid) {
     return std::string(testsupport::kEnvelope) +
            "<kvfRequest><beast><setBeastInfo><volumeName><![CDATA[VOL1]]></volumeName><id><![CDATA[" +
@@ -357,7 +350,7 @@ TEST(FileCheckFaults, ValueChangedIsRetried) {
   velkor::CompStats& s = v.check(500, true, false);
   EXPECT_EQ(1u, s.fixed);
   EXPECT_EQ(1u, s.processed);
-  EXPECT_EQ(4u, requestsOf(v, "setBeastInfo").size());
+  EXPECT_EQ(4u, v.sim.requestsOf("setBeastInfo").size());
   EXPECT_EQ(1u, v.check(500, false, false).problemFlags);
 }
 

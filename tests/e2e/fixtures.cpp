@@ -45,13 +45,6 @@ std::vector<std::string> entries(const std::string& log) {
   return found;
 }
 
-std::vector<json> requestsOf(const testsupport::Simulator& sim, const std::string& kind) {
-  std::vector<json> found;
-  for (const json& r : sim.requests())
-    if (r.value("request", "").find("<" + kind) != std::string::npos) found.push_back(r);
-  return found;
-}
-
 FinishedRun::FinishedRun(const testsupport::Simulator& sim, std::vector<std::string> args,
                          const testsupport::VelkorTerminal::Options& options)
     : terminal(sim, args, options) {

@@ -28,9 +28,6 @@ std::string row(const std::vector<std::string>& screen, size_t i);
 // The run log's entry elements, in order.
 std::vector<std::string> entries(const std::string& log);
 
-// Requests of one kind from the request log, in order.
-std::vector<json> requestsOf(const testsupport::Simulator& sim, const std::string& kind);
-
 extern const std::string kVol;
 
 // velkor run to its final prompt, which is then answered; the screen as it

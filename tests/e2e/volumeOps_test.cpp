@@ -44,7 +44,7 @@ std::vector<uint64_t> expectedCounters(const json& e) {
 std::vector<int> scanSequences(const Simulator& sim) {
   std::vector<int> sequences;
   std::regex sequence("<scanSequence>(-?\\d+)</scanSequence>");
-  for (const json& r : requestsOf(sim, "browseBeasts")) {
+  for (const json& r : sim.requestsOf("browseBeasts")) {
     std::smatch m;
     std::string text = r["request"];
     if (std::regex_search(text, m, sequence)) sequences.push_back(std::stoi(m[1]));
@@ -64,7 +64,7 @@ TEST(VolumeScan, BatchesOfTwentyAndTheirScanPositions) {
     FinishedRun run(sim, {"-L", "VOL1"});
     ASSERT_TRUE(run.finalScreen) << c.objects;
     EXPECT_EQ(c.sequences, scanSequences(sim)) << c.objects;
-    EXPECT_EQ(c.sequences.size(), requestsOf(sim, "getVolumeInfo").size() - 1)
+    EXPECT_EQ(c.sequences.size(), sim.requestsOf("getVolumeInfo").size() - 1)
         << "the total is fetched again before each batch";
     EXPECT_EQ((std::vector<uint64_t>{uint64_t(c.objects), 0, uint64_t(c.objects), 0, 0, 0, 0, 0}),
               counters(run.screen))
@@ -78,7 +78,7 @@ TEST(VolumeScan, BatchesOfTwentyAndTheirScanPositions) {
                 "<kvfRequest><volume><browseBeasts><volumeName><![CDATA[VOL1]]></volumeName><onlineOnly/>"
                 "<selectBeastsCriteria><selectBeastsAll/></selectBeastsCriteria><numBeastsRequested>20"
                 "</numBeastsRequested><scanSequence>0</scanSequence></browseBeasts></volume></kvfRequest>",
-            requestsOf(sim, "browseBeasts").at(0)["request"]);
+            sim.requestsOf("browseBeasts").at(0)["request"]);
 }
 
 TEST(VolumeScan, ProgressAndEntriesOfProblemFilesOnly) {
@@ -154,7 +154,7 @@ TEST(VolumeScan, EscapeThenYesAbortsEscapeThenNoGoesOn) {
     EXPECT_EQ(120u, counters(screen)[0]);
     EXPECT_EQ("  STATUS: finished successfully, check ./velkor.log for details", row(screen, 23));
   }
-  size_t before = requestsOf(sim, "getBeastInfo").size();
+  size_t before = sim.requestsOf("getBeastInfo").size();
   VelkorTerminal terminal(sim, {"-L", "VOL1"});
   ASSERT_TRUE(terminal.waitFor("Processed Files:"));
   terminal.send("\x1b");
@@ -167,7 +167,7 @@ TEST(VolumeScan, EscapeThenYesAbortsEscapeThenNoGoesOn) {
   terminal.finish();
   uint64_t processed = counters(screen)[0];
   EXPECT_LT(processed, 120u);
-  EXPECT_EQ(processed, requestsOf(sim, "getBeastInfo").size() - before)
+  EXPECT_EQ(processed, sim.requestsOf("getBeastInfo").size() - before)
       << "the scan stops after the object it was checking";
   EXPECT_EQ("  STATUS: user aborted, check ./velkor.log for details", row(screen, 23));
   EXPECT_TRUE(bold) << "the aborted status is drawn bold";
@@ -200,7 +200,7 @@ TEST(CcAttribute, ClearAllWithMarkedTwiceMarkedAndUnmarkedObjects) {
            "</newValue></attributes></persistentNamed></namedBeastInfo></info></setBeastInfo></beast></kvfRequest>";
   };
   std::vector<std::string> sets;
-  for (const json& r : requestsOf(sim, "setBeastInfo")) sets.push_back(r["request"]);
+  for (const json& r : sim.requestsOf("setBeastInfo")) sets.push_back(r["request"]);
   std::vector<std::string> expected = {
       set(1000, "<archive/><noStreamCompress/>", "<archive/>"), set(1000, "<archive/><noStreamCompress/>", "<archive/>"),
       set(1000, "<archive/><noStreamCompress/>", "<archive/>"), set(1001, "<noStreamCompress/>", ""),
@@ -241,11 +241,11 @@ TEST(Statistics, MaintenanceStateGoesStraightToTheTable) {
   EXPECT_EQ("    Compressed Bytes:         " + figure(163840) + "      " +
                 figure(uint64_t(recount["compressedBlocks"]) * 4096),
             run.at(16));
-  EXPECT_EQ(1u, requestsOf(sim, "fixCompStats").size());
+  EXPECT_EQ(1u, sim.requestsOf("fixCompStats").size());
   EXPECT_EQ(std::string(testsupport::kEnvelope) +
                 "<kvfRequest><volume><fixCompStats><volumeName><![CDATA[VOL1]]></volumeName></fixCompStats>"
                 "</volume></kvfRequest>",
-            requestsOf(sim, "fixCompStats")[0]["request"]);
+            sim.requestsOf("fixCompStats")[0]["request"]);
 }
 
 TEST(Statistics, OtherStatesAskFirst) {
@@ -263,7 +263,7 @@ TEST(Statistics, OtherStatesAskFirst) {
     EXPECT_EQ(std::string::npos, terminal.screenText().find("Compression Statistics:"));
     terminal.send("x");
     terminal.finish();
-    EXPECT_TRUE(requestsOf(sim, "fixCompStats").empty());
+    EXPECT_TRUE(sim.requestsOf("fixCompStats").empty());
   }
   VelkorTerminal terminal(sim, {"-S", "VOL1"});
   ASSERT_TRUE(terminal.waitFor("Do you want to continue (y/n)?"));
@@ -274,7 +274,7 @@ TEST(Statistics, OtherStatesAskFirst) {
   EXPECT_EQ("", row(terminal.screen(), 11));
   terminal.send("x");
   terminal.finish();
-  EXPECT_EQ(1u, requestsOf(sim, "fixCompStats").size());
+  EXPECT_EQ(1u, sim.requestsOf("fixCompStats").size());
 }
 
 TEST(Statistics, CompressionOffShowsTheNotSupportedLine) {

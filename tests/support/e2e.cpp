@@ -165,6 +165,13 @@ std::vector<nlohmann::json> Simulator::requests() const {
   return out;
 }
 
+std::vector<nlohmann::json> Simulator::requestsOf(const std::string& kind) const {
+  std::vector<nlohmann::json> found;
+  for (const nlohmann::json& r : requests())
+    if (r.value("request", "").find("<" + kind) != std::string::npos) found.push_back(r);
+  return found;
+}
+
 nlohmann::json Simulator::expected() const { return nlohmann::json::parse(readFile(dir_->file("expect.json"))); }
 
 void Simulator::setFaults(const std::string& json) const {

@@ -51,6 +51,8 @@ class Simulator {
   std::string mountPoint(const std::string& volume) const;
   nlohmann::json state() const;                   // control/state.json
   std::vector<nlohmann::json> requests() const;   // control/requests.jsonl
+  // The requests of one kind (e.g. "setBeastInfo"), in order.
+  std::vector<nlohmann::json> requestsOf(const std::string& kind) const;
   nlohmann::json expected() const;                // the generator's counts (generated volumes)
   // Writes control/faults: an object adds a rule, an array replaces all.
   void setFaults(const std::string& json) const;
