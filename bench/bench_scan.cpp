@@ -526,7 +526,7 @@ int main(int argc, char** argv) {
       return 2;
     }
   }
-  if (velkorBinary.empty()) velkorBinary = testsupport::binaryPath("util/velkor");
+  if (velkorBinary.empty()) velkorBinary = testsupport::velkorBinary();
   signal(SIGPIPE, SIG_IGN);
   setvbuf(stdout, nullptr, _IOLBF, 0);
 

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <memory>
 
-#include "lbString.h"
-#include "qXML.h"
+#include "common/lbString.h"
+#include "common_cpp/qXML.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <memory>
 
-#include "kvfError.h"
-#include "qXML.h"
+#include "common_cpp/kvfError.h"
+#include "common_cpp/qXML.h"
 #include "replyReads.h"
 
 namespace {

@@ -6,9 +6,9 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "velkorClass.h"
-#include "beastQueries.h"
-#include "velkorHelper.h"
+#include "velkor/velkorClass.h"
+#include "velkor/beastQueries.h"
+#include "velkor/velkorHelper.h"
 
 namespace componenttest {
 

@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "compStats.h"
+#include "velkor/compStats.h"
 #include "e2e.h"
 
 namespace componenttest {

@@ -7,9 +7,9 @@
 #include <functional>
 
 #include "checkFixture.h"
-#include "beastQueries.h"
-#include "kvfError.h"
-#include "velkorHelper.h"
+#include "velkor/beastQueries.h"
+#include "common_cpp/kvfError.h"
+#include "velkor/velkorHelper.h"
 
 using componenttest::json;
 using componenttest::MountedVolume;

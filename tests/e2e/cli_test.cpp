@@ -24,7 +24,7 @@ class CommandLine : public ::testing::Test {
       command.push_back(dir.file("manage.cmd"));
     }
     command.push_back("--");
-    command.push_back(testsupport::binaryPath("util/velkor"));
+    command.push_back(testsupport::velkorBinary());
     command.insert(command.end(), args.begin(), args.end());
     return testsupport::runProcess(command, "", dir.path());
   }
@@ -33,7 +33,7 @@ class CommandLine : public ::testing::Test {
   ProcessResult velkorRun(std::vector<std::string> args) {
     std::vector<std::string> command = {testsupport::sourcePath("scripts/kvf-sandbox"), "--cwd", dir.path(),
                                         "--manage-file", dir.file("manage.cmd"), "--",
-                                        testsupport::binaryPath("util/velkor")};
+                                        testsupport::velkorBinary()};
     command.insert(command.end(), args.begin(), args.end());
     return testsupport::runInTerminal(command, {{"Press any key to continue....", "x"}}, dir.path());
   }
@@ -178,7 +178,7 @@ TEST_F(CommandLine, RunLogDocumentsAppend) {
   std::regex time(R"(<CurrentTime time="[A-Z][a-z]{2} \d{2}, \d{4}  \d{2}:\d{2}:\d{2} [AP]M  [+-]\d{4}" timeValue="\d+" />)");
   text = std::regex_replace(text, time, "<CurrentTime T/>");
   text = std::regex_replace(text, std::regex(R"(  Build: [A-Z][a-z]{2} [ \d]\d \d{4} at \d{2}:\d{2}:\d{2}\n)"), "  Build: B\n");
-  std::string binary = testsupport::binaryPath("util/velkor");
+  std::string binary = testsupport::velkorBinary();
   auto document = [&](const std::vector<std::string>& args) {
     std::string d =
         "<velkor>\n<description>\n  velkor - Validate and fix KVF compression files\n  Version: 1.00\n"
@@ -201,7 +201,7 @@ TEST_F(CommandLine, NoScreenEndsTheRunWithTheReason) {
   std::vector<std::string> command = {testsupport::sourcePath("scripts/kvf-sandbox"), "--cwd", dir.path(),
                                       "--manage-file", dir.file("manage.cmd"), "--ro", testsupport::binaryPath("util"),
                                       "--", "/usr/bin/env", "-u", "TERM",
-                                      testsupport::binaryPath("util/velkor"), "-L", "VOL1"};
+                                      testsupport::velkorBinary(), "-L", "VOL1"};
   ProcessResult r = testsupport::runProcess(command, "", dir.path());
   EXPECT_EQ(1, r.exitStatus);
   std::string text = log();

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "signals.h"
+#include "screen/signals.h"
 
 static void cleanup(void*) {
   const char text[] = "cleanup ran\n";

@@ -197,7 +197,7 @@ TEST(SingleFile, InterruptLeavesTheTerminalUsable) {
   std::vector<std::string> command = {"/bin/bash", "-c", "trap : INT; \"$@\"", "bash",
                                       testsupport::sourcePath("scripts/kvf-sandbox"), "--admin", sim.adminDir(),
                                       "--volume", kVol + "=" + sim.volumeDir("VOL1"), "--cwd", dir.path(), "--",
-                                      testsupport::binaryPath("util/velkor"), "-l", kVol + "/good.dat"};
+                                      testsupport::velkorBinary(), "-l", kVol + "/good.dat"};
   testsupport::ProcessResult r =
       testsupport::runInTerminal(command, {{"Press any key to continue....", "\x03"}}, dir.path());
   EXPECT_TRUE(r.signal == SIGINT || r.exitStatus == 128 + SIGINT) << r.exitStatus << " " << r.signal;

@@ -246,7 +246,7 @@ VelkorTerminal::VelkorTerminal(const Simulator& sim, const std::vector<std::stri
     writeFile(cwd_ + "/kvfstart.cfg", options.cfg);
     argv.insert(argv.end(), {"--cfg", cwd_ + "/kvfstart.cfg"});
   }
-  argv.insert(argv.end(), {"--cwd", cwd_, "--", options.binary.empty() ? binaryPath("util/velkor") : options.binary});
+  argv.insert(argv.end(), {"--cwd", cwd_, "--", options.binary.empty() ? velkorBinary() : options.binary});
   argv.insert(argv.end(), args.begin(), args.end());
 
   struct winsize size = {};

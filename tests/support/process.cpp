@@ -140,6 +140,8 @@ ProcessResult runInTerminal(const std::vector<std::string>& argv, const std::vec
 std::string sourcePath(const std::string& relative) { return std::string(VELKOR_SOURCE_DIR) + "/" + relative; }
 std::string binaryPath(const std::string& relative) { return std::string(VELKOR_BINARY_DIR) + "/" + relative; }
 
+std::string velkorBinary() { return binaryPath("util/velkor/velkor"); }
+
 TempDir::TempDir() {
   char tmpl[] = "/tmp/velkor-test-XXXXXX";
   if (!mkdtemp(tmpl)) throw std::runtime_error("mkdtemp failed");

@@ -36,6 +36,8 @@ ProcessResult runInTerminal(const std::vector<std::string>& argv, const std::vec
 // Paths of the tree under test.
 std::string sourcePath(const std::string& relative);
 std::string binaryPath(const std::string& relative);
+// The velkor program of this build.
+std::string velkorBinary();
 
 // A fresh directory under /tmp, removed with its contents when destroyed.
 class TempDir {

@@ -10,8 +10,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "lbString.h"
-#include "qXML.h"
+#include "common/lbString.h"
+#include "common_cpp/qXML.h"
 
 namespace replyreads {
 

@@ -9,8 +9,8 @@
 #include <string>
 
 #include "e2e.h"
-#include "kvfError.h"
-#include "velkorClass.h"
+#include "common_cpp/kvfError.h"
+#include "velkor/velkorClass.h"
 
 using testsupport::Simulator;
 using velkor::CmdFile;

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "velkor.h"
+#include "velkor/velkor.h"
 
 TEST(ObjectPath, VolumeNamesAndAbsolutePathsAreKeptRelativePathsJoined) {
   char* cwd = getcwd(nullptr, 0);

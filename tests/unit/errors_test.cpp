@@ -2,9 +2,9 @@
 
 #include <cstring>
 
-#include "errorTable.h"
-#include "kvfError.h"
-#include "kvfUtil.h"
+#include "common_cpp/errorTable.h"
+#include "common_cpp/kvfError.h"
+#include "common/kvfUtil.h"
 
 TEST(GetErrorFromNumber, FixedNamesAndFallBacks) {
   EXPECT_STREQ("zOK", KVF::GetErrorFromNumber(0));

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <string>
 
-#include "kvfError.h"
-#include "qXML.h"
+#include "common_cpp/kvfError.h"
+#include "common_cpp/qXML.h"
 
 using namespace QXML;
 
@@ -123,4 +123,33 @@ TEST(TagContents, LaterRowsReachAcrossEarlierValues) {
   EXPECT_STREQ("4096", out[1].value);
   EXPECT_STREQ("9", out[2].value);
   EXPECT_EQ(out[0].element.contentStart, out[0].value);
+}
+
+// An optional row that is not found must not keep what its slot held before:
+// a caller reading under it (as under a record's optional part) finds nothing
+// instead of following a pointer into an earlier, freed reply.
+TEST(TagContents, RowNotFoundLocatesNothing) {
+  std::string stale = "<namedBeastInfo><openCount>1</openCount></namedBeastInfo>";
+  std::string reply = "<beastInfo><rootBeastInfo><eof>1</eof></rootBeastInfo></beastInfo>";
+  XML_ElementInfo_s parent = elementOf(reply, "beastInfo");
+  TagContent_s out[2];
+  out[1].element = elementOf(stale, "namedBeastInfo");
+  out[1].status = TAG_FOUND | TAG_HAS_CONTENT;
+  const TagRequest_s rows[] = {{"rootBeastInfo", 0}, {"namedBeastInfo", TAG_OPTIONAL}, {nullptr, 0}};
+  ASSERT_EQ(zOK, MKVF_GetTagContents(&parent, rows, out));
+  EXPECT_EQ(0u, out[1].status);
+  EXPECT_EQ(nullptr, out[1].element.contentStart);
+  EXPECT_EQ(nullptr, out[1].element.nameEnd);
+
+  XML_ElementInfo_s info{};
+  const char* name;
+  size_t length;
+  EXPECT_NE(zOK, XML_GetTagElement("openCount", out[1].element.contentStart, out[1].element.contentEnd, &info));
+  EXPECT_NE(zOK, XML_GetNextTag(out[1].element.contentStart, out[1].element.contentEnd, &info, &name, &length));
+  EXPECT_NE(zOK, XML_GetTagElementAtCurrentLevel("openCount", out[1].element.contentStart,
+                                                 out[1].element.contentEnd, &info));
+  const TagRequest_s under[] = {{"openCount", TAG_OPTIONAL}, {"kind", TAG_IS_ATTRIBUTE | TAG_OPTIONAL}, {nullptr, 0}};
+  TagContent_s row[2];
+  EXPECT_EQ(zOK, MKVF_GetTagContents(&out[1].element, under, row));
+  EXPECT_EQ(0u, row[0].status | row[1].status);
 }

@@ -4,9 +4,9 @@
 #include <cstring>
 #include <string>
 
-#include "kvfError.h"
-#include "lbString.h"
-#include "qXML.h"
+#include "common_cpp/kvfError.h"
+#include "common/lbString.h"
+#include "common_cpp/qXML.h"
 
 using QXML::XML_UTF8ToQUAD;
 using QXML::XML_UTF8ToSQUAD;

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "kvfError.h"
-#include "qXML.h"
+#include "common_cpp/kvfError.h"
+#include "common_cpp/qXML.h"
 
 using namespace QXML;
 

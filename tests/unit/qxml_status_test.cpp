@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "kvfError.h"
-#include "qXML.h"
+#include "common_cpp/kvfError.h"
+#include "common_cpp/qXML.h"
 
 using QXML::GetReplyResultValueForTag;
 

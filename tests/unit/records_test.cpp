@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "beastRecords.h"
-#include "kvfError.h"
+#include "velkor/beastRecords.h"
+#include "common_cpp/kvfError.h"
 
 using namespace velkor;
 

@@ -11,7 +11,7 @@
 #include <cstring>
 #include <string>
 
-#include "screenInterface.h"
+#include "screen/screenInterface.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "kvfUtil.h"
+#include "common/kvfUtil.h"
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include "lbString.h"
+#include "common/lbString.h"
 
 namespace KVF {
 

@@ -1,11 +1,11 @@
 // The table of the file system's status names and its lookup.
-#include "errorTable.h"
+#include "common_cpp/errorTable.h"
 
-#include "kvfUtil.h"
+#include "common/kvfUtil.h"
 
 const ErrorRow_s ErrorTable[] = {
 #define KVF_ERROR(number, name) {number, #name},
-#include "kvfErrors.def"
+#include "common_cpp/kvfErrors.def"
 #undef KVF_ERROR
     {0, "End of table"},
 };

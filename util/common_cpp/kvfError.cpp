@@ -1,8 +1,8 @@
-#include "kvfError.h"
+#include "common_cpp/kvfError.h"
 
 #include <cstring>
 
-#include "kvfUtil.h"
+#include "common/kvfUtil.h"
 
 KVFError::KVFError(const std::string& message, int code, const std::string& location)
     : std::runtime_error(message), code(code), location(location), isKvfCode(true), sysErrno(0) {}

@@ -9,7 +9,7 @@ enum KVFStatus : int {
   zOK = 0,
   zFAILURE = -1,
 #define KVF_ERROR(number, name) name = number,
-#include "kvfErrors.def"
+#include "common_cpp/kvfErrors.def"
 #undef KVF_ERROR
 };
 

@@ -1,4 +1,4 @@
-#include "qXML.h"
+#include "common_cpp/qXML.h"
 
 #include <cstdio>
 #include <cstring>
@@ -8,8 +8,8 @@
 #include <emmintrin.h>
 #endif
 
-#include "kvfError.h"
-#include "lbString.h"
+#include "common_cpp/kvfError.h"
+#include "common/lbString.h"
 
 namespace QXML {
 
@@ -70,9 +70,11 @@ const char* scanName(const char* p, const char* end) {
   return p;
 }
 
-// The first c in [p, end], or null.
+// The first c in [p, end], or null. A null range (the content of a
+// self-closing element, or of a row that was not found) holds nothing.
 const char* find(const char* p, const char* end, char c) {
-  if (p <= end && *p == c) return p;  // tags often follow each other directly
+  if (!p || p > end) return nullptr;
+  if (*p == c) return p;  // tags often follow each other directly
 #if defined(__SSE2__)
   for (const __m128i needle = _mm_set1_epi8(c); end - p >= 15; p += 16)
     if (const char* hit = firstOf16(p, _mm_cmpeq_epi8(load16(p), needle))) return hit;
@@ -264,6 +266,7 @@ int XML_GetTagElement(const char* name, const char* p, const char* end, XML_Elem
 }
 
 int XML_GetTagAttribute(const char* name, XML_ElementInfo_s* info) {
+  if (!info->nameEnd || !info->elementEnd) return zERR_XML_IS_INCOMPLETE;  // locates no element
   // The start tag's last byte before '>' (or before "/>" when self-closing).
   const char* bound = info->contentStart ? info->contentStart - 1 : info->elementEnd - 1;
   const char* pos = info->nameEnd;
@@ -437,8 +440,9 @@ bool readAttributeRow(XML_ElementInfo_s* parent, const TagRequest_s& request,
 int MKVF_GetTagContents(XML_ElementInfo_s* parent, const TagRequest_s* requests,
                         TagContent_s* contents) {
   for (; requests->name != nullptr; ++requests, ++contents) {
-    contents->value = nullptr;
-    contents->status = 0;
+    // A row that is not found locates nothing: its element is all null, so a
+    // caller that reads under it without checking finds no element there.
+    *contents = TagContent_s{};
     int error = zOK;
     bool found = (requests->flags & TAG_IS_ATTRIBUTE)
                      ? readAttributeRow(parent, *requests, contents)

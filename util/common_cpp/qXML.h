@@ -114,7 +114,9 @@ struct TagContent_s {
 // Fills one result row per request row from the parent element's content (child
 // elements at any depth) or its start tag (attributes). Writes a NUL after each
 // value into the reply text, so the reply must be writable and the row order
-// matters. 0, or zERR_XML_IS_BAD at the first row that fails.
+// matters. A row that is not found has status 0, a null value and an all-null
+// element, under which every scanner function finds nothing. 0, or
+// zERR_XML_IS_BAD at the first row that fails (later rows are not written).
 int MKVF_GetTagContents(XML_ElementInfo_s* parent, const TagRequest_s* requests,
                         TagContent_s* contents);
 

@@ -1,4 +1,4 @@
-#include "screenInterface.h"
+#include "screen/screenInterface.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>

@@ -1,7 +1,7 @@
 // The termination-signal layer. A handled signal prints a notice, restores the
 // default action of the program-error signals, runs the cleanup routine and
 // re-raises itself with its default action; SIGXFSZ is only reported.
-#include "signals.h"
+#include "screen/signals.h"
 
 #include <pthread.h>
 #include <signal.h>

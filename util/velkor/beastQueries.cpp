@@ -1,12 +1,12 @@
-#include "beastQueries.h"
+#include "velkor/beastQueries.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
-#include "kvfError.h"
-#include "lbString.h"
-#include "requestText.h"
+#include "common_cpp/kvfError.h"
+#include "common/lbString.h"
+#include "velkor/requestText.h"
 
 namespace velkor {
 

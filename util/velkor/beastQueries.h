@@ -4,10 +4,10 @@
 
 #include <cstdint>
 
-#include "beastRecords.h"
-#include "compStats.h"
-#include "qXML.h"
-#include "velkorClass.h"
+#include "velkor/beastRecords.h"
+#include "velkor/compStats.h"
+#include "common_cpp/qXML.h"
+#include "velkor/velkorClass.h"
 
 namespace velkor {
 

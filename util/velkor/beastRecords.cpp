@@ -1,4 +1,4 @@
-#include "beastRecords.h"
+#include "velkor/beastRecords.h"
 
 #include <strings.h>
 
@@ -6,8 +6,8 @@
 #include <cstring>
 #include <iomanip>
 
-#include "kvfError.h"
-#include "lbString.h"
+#include "common_cpp/kvfError.h"
+#include "common/lbString.h"
 
 namespace velkor {
 

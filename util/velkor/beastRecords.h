@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <ostream>
 
-#include "qXML.h"
+#include "common_cpp/qXML.h"
 
 namespace velkor {
 

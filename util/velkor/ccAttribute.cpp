@@ -1,4 +1,4 @@
-#include "ccAttribute.h"
+#include "velkor/ccAttribute.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -6,11 +6,11 @@
 #include <memory>
 #include <string>
 
-#include "beastQueries.h"
-#include "kvfError.h"
-#include "requestText.h"
-#include "velkorHelper.h"
-#include "velkorUI.h"
+#include "velkor/beastQueries.h"
+#include "common_cpp/kvfError.h"
+#include "velkor/requestText.h"
+#include "velkor/velkorHelper.h"
+#include "velkor/velkorUI.h"
 
 namespace velkor {
 

@@ -1,4 +1,4 @@
-#include "compCandidate.h"
+#include "velkor/compCandidate.h"
 
 #include <cerrno>
 #include <cstring>
@@ -7,10 +7,10 @@
 #include <memory>
 #include <string>
 
-#include "beastQueries.h"
-#include "kvfError.h"
-#include "lbString.h"
-#include "velkorUI.h"
+#include "velkor/beastQueries.h"
+#include "common_cpp/kvfError.h"
+#include "common/lbString.h"
+#include "velkor/velkorUI.h"
 
 namespace velkor {
 

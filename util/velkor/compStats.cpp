@@ -1,9 +1,9 @@
-#include "compStats.h"
+#include "velkor/compStats.h"
 
 #include <cstdlib>
 #include <cstring>
 
-#include "velkorUI.h"
+#include "velkor/velkorUI.h"
 
 namespace velkor {
 

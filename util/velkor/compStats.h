@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "velkorTypes.h"
+#include "velkor/velkorTypes.h"
 
 namespace velkor {
 

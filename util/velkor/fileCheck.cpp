@@ -1,4 +1,4 @@
-#include "fileCheck.h"
+#include "velkor/fileCheck.h"
 
 #include <unistd.h>
 
@@ -7,10 +7,10 @@
 #include <cstring>
 #include <string>
 
-#include "beastQueries.h"
-#include "kvfError.h"
-#include "requestText.h"
-#include "velkorHelper.h"
+#include "velkor/beastQueries.h"
+#include "common_cpp/kvfError.h"
+#include "velkor/requestText.h"
+#include "velkor/velkorHelper.h"
 
 namespace velkor {
 

@@ -2,9 +2,9 @@
 // detection, repair of fixable files and deletion of corrupted ones.
 #pragma once
 
-#include "beastRecords.h"
-#include "compStats.h"
-#include "velkorTypes.h"
+#include "velkor/beastRecords.h"
+#include "velkor/compStats.h"
+#include "velkor/velkorTypes.h"
 
 namespace velkor {
 

@@ -6,9 +6,9 @@
 #include <sstream>
 #include <string>
 
-#include "beastRecords.h"
-#include "lbString.h"
-#include "velkorUI.h"
+#include "velkor/beastRecords.h"
+#include "common/lbString.h"
+#include "velkor/velkorUI.h"
 
 namespace velkor {
 

@@ -1,3 +1,3 @@
-#include "velkor.h"
+#include "velkor/velkor.h"
 
 int main(int argc, char** argv) { return velkorMain(argc, argv); }

@@ -1,10 +1,10 @@
-#include "requestText.h"
+#include "velkor/requestText.h"
 
 #include <cstdarg>
 #include <cstdio>
 #include <string>
 
-#include "kvfError.h"
+#include "common_cpp/kvfError.h"
 
 namespace velkor {
 

@@ -6,7 +6,7 @@
 
 #include <cstddef>
 
-#include "velkorClass.h"
+#include "velkor/velkorClass.h"
 
 namespace velkor {
 

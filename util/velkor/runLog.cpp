@@ -1,10 +1,10 @@
-#include "runLog.h"
+#include "velkor/runLog.h"
 
 #include <cstdio>
 #include <ctime>
 #include <iostream>
 
-#include "velkor.h"
+#include "velkor/velkor.h"
 
 namespace {
 

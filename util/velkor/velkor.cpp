@@ -1,5 +1,5 @@
 // The run driver: the command line, the start-up checks and the order of a run.
-#include "velkor.h"
+#include "velkor/velkor.h"
 
 #include <curses.h>
 #include <fcntl.h>
@@ -13,10 +13,10 @@
 #include <fstream>
 #include <iostream>
 
-#include "runLog.h"
-#include "signals.h"
-#include "velkorClass.h"
-#include "velkorUI.h"
+#include "velkor/runLog.h"
+#include "screen/signals.h"
+#include "velkor/velkorClass.h"
+#include "velkor/velkorUI.h"
 
 const char* appName = "velkor";
 const char* appVersion = "1.00";

@@ -1,4 +1,4 @@
-#include "velkorClass.h"
+#include "velkor/velkorClass.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "kvfError.h"
-#include "qXML.h"
+#include "common_cpp/kvfError.h"
+#include "common_cpp/qXML.h"
 
 const char* managecmd = "/_admin/Manage_KVF/manage.cmd";
 const char* filecmd = "/_admin/Manage_KVF/files.cmd";

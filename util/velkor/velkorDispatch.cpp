@@ -1,10 +1,10 @@
 // The dispatch of the run's one operation, and the single-file operation.
 #include <iostream>
 
-#include "beastQueries.h"
-#include "kvfError.h"
-#include "velkorHelper.h"
-#include "velkorUI.h"
+#include "velkor/beastQueries.h"
+#include "common_cpp/kvfError.h"
+#include "velkor/velkorHelper.h"
+#include "velkor/velkorUI.h"
 
 namespace velkor {
 

@@ -2,8 +2,8 @@
 // the list, fix, delete and clear operations and what they are made of.
 #pragma once
 
-#include "compStats.h"
-#include "velkorTypes.h"
+#include "velkor/compStats.h"
+#include "velkor/velkorTypes.h"
 
 namespace velkor {
 

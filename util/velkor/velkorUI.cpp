@@ -1,6 +1,6 @@
 // The interface object: screen, counters, status line and the two worker
 // threads (elapsed time, and Escape to abort a volume scan).
-#include "velkorUI.h"
+#include "velkor/velkorUI.h"
 
 #include <unistd.h>
 
@@ -10,9 +10,9 @@
 #include <iostream>
 #include <stdexcept>
 
-#include "kvfUtil.h"
-#include "screenInterface.h"
-#include "velkor.h"
+#include "common/kvfUtil.h"
+#include "screen/screenInterface.h"
+#include "velkor/velkor.h"
 
 namespace velkor {
 

@@ -7,8 +7,8 @@
 #include <atomic>
 #include <cstdint>
 
-#include "compStats.h"
-#include "velkorTypes.h"
+#include "velkor/compStats.h"
+#include "velkor/velkorTypes.h"
 
 class ScreenInterface;
 

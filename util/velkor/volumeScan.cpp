@@ -5,12 +5,12 @@
 #include <memory>
 #include <string>
 
-#include "beastQueries.h"
-#include "kvfError.h"
-#include "lbString.h"
-#include "requestText.h"
-#include "velkorUI.h"
-#include "volumeScan.h"
+#include "velkor/beastQueries.h"
+#include "common_cpp/kvfError.h"
+#include "common/lbString.h"
+#include "velkor/requestText.h"
+#include "velkor/velkorUI.h"
+#include "velkor/volumeScan.h"
 
 namespace velkor {
 

@@ -4,11 +4,11 @@
 #include <cstring>
 #include <iostream>
 
-#include "beastQueries.h"
-#include "kvfError.h"
-#include "lbString.h"
-#include "requestText.h"
-#include "velkorUI.h"
+#include "velkor/beastQueries.h"
+#include "common_cpp/kvfError.h"
+#include "common/lbString.h"
+#include "velkor/requestText.h"
+#include "velkor/velkorUI.h"
 
 namespace velkor {
 
