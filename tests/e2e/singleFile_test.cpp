@@ -193,8 +193,12 @@ TEST(SingleFile, InterruptLeavesTheTerminalUsable) {
   Simulator sim = Simulator::withFixture(fixture().dump());
   testsupport::TempDir dir;
   // As at a real terminal, a shell that survives Ctrl-C leads the session:
-  // were the sandbox the leader, its death would also send SIGHUP.
-  std::vector<std::string> command = {"/bin/bash", "-c", "trap : INT; \"$@\"", "bash",
+  // were the sandbox the leader, its death would also send SIGHUP. Ctrl-C
+  // also ends the sandbox, so the shell stays until velkor itself has gone:
+  // velkor inherits the write end of a pipe whose reader (immune to Ctrl-C)
+  // ends when the last writer closes it.
+  std::vector<std::string> command = {"/bin/bash", "-c",
+                                      "trap : INT; exec 9> >(trap '' INT; cat); \"$@\"; s=$?; exec 9>&-; wait $!; exit $s", "bash",
                                       testsupport::sourcePath("scripts/kvf-sandbox"), "--admin", sim.adminDir(),
                                       "--volume", kVol + "=" + sim.volumeDir("VOL1"), "--cwd", dir.path(), "--",
                                       testsupport::velkorBinary(), "-l", kVol + "/good.dat"};
