@@ -9,7 +9,7 @@ using nlohmann::json;
 
 namespace {
 
-const char* const kActions[] = {"result", "raw", "empty", "cut", "pad", "eio_write", "eio_read", "delay"};
+const char* const kActions[] = {"result", "raw", "empty", "cut", "pad", "repeat", "eio_write", "eio_read", "delay"};
 
 FaultRule readRule(const json& j) {
   if (!j.is_object()) throw std::runtime_error("a fault rule must be a JSON object");
@@ -64,6 +64,17 @@ std::string Faults::dump() const {
     out.push_back(j);
   }
   return out.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
+void Faults::rememberReply(const std::string& kind, const std::string& reply) {
+  std::lock_guard lock(mutex_);
+  lastReplies_[kind] = reply;
+}
+
+std::string Faults::previousReply(const std::string& kind) const {
+  std::lock_guard lock(mutex_);
+  auto it = lastReplies_.find(kind);
+  return it == lastReplies_.end() ? std::string() : it->second;
 }
 
 std::optional<FaultRule> Faults::match(const std::string& kind, const std::string& file, const std::string& volume,

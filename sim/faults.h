@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -15,7 +16,7 @@ struct FaultRule {
   std::optional<std::string> file, volume, zid;
   uint64_t nth = 1;    // first matching occurrence the rule applies to (1-based)
   uint64_t count = 1;  // occurrences it applies to; 0: every one from nth on
-  std::string action;  // result, raw, empty, cut, pad, eio_write, eio_read, delay
+  std::string action;  // result, raw, empty, cut, pad, repeat, eio_write, eio_read, delay
   int64_t value = 0;   // result: the reply's result value (open, unlink: the errno)
   std::string text;    // raw: the reply
   uint64_t bytes = 0;  // cut: bytes kept; pad: size reached
@@ -33,10 +34,15 @@ class Faults {
   // in force for it.
   std::optional<FaultRule> match(const std::string& kind, const std::string& file, const std::string& volume,
                                  const std::string& zid);
+  // The reply last given to a request of this kind ("repeat" answers with it
+  // again, as a file system that does not advance would).
+  void rememberReply(const std::string& kind, const std::string& reply);
+  std::string previousReply(const std::string& kind) const;
 
  private:
-  mutable std::mutex mutex_;
+  mutable std::mutex mutex_;  // guards rules_ and lastReplies_
   std::vector<FaultRule> rules_;
+  std::map<std::string, std::string> lastReplies_;
 };
 
 // Applies a cut or pad rule to a reply.

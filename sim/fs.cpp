@@ -261,9 +261,11 @@ int exchange(SimContext& c, Handle& h) {
     else if (a == "raw") reply = rule->text;
     else if (a == "empty") reply.clear();
     else if (a == "cut" || a == "pad") reply = reshapeReply(*rule, std::move(reply));
+    else if (a == "repeat") reply = c.faults.previousReply(key.kind);
     else if (a == "eio_read") h.eioRead = true;
     else if (a == "eio_write") reply.clear(), status = -EIO;
   }
+  c.faults.rememberReply(key.kind, reply);
   h.data = std::move(reply);
   c.log.append(cmdFileName(h.cmd), h.request, h.data, rule ? rule->action : "");
   return status;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
+#include <map>
 #include <regex>
 #include <string>
 
@@ -413,5 +414,52 @@ TEST(VolumeScan, FaultsBreakOffAScan) {
     json state = sim.state();
     EXPECT_EQ(json({"archive", "dataStreamCompress"}), state["volumes"][0]["beasts"][23]["attributes"]);
     EXPECT_EQ(json({"archive"}), state["volumes"][0]["beasts"][24]["attributes"]);
+  }
+}
+
+// A scan whose next batch brings no zid above the last one checked ends with
+// an error instead of checking (and repairing) the same objects for ever:
+// zids above 2^32, whose position the file system reads as 32 bits, and a
+// file system that answers a batch again.
+TEST(VolumeScan, ScanThatCannotAdvanceEndsWithAnError) {
+  struct Case {
+    const char* what;
+    uint64_t firstZid;
+    const char* fault;
+  } cases[] = {{"zids above 2^32", (uint64_t(1) << 32) + 1000, nullptr},
+               {"a batch repeated", 1000, R"({"request":"browseBeasts","nth":2,"count":0,"action":"repeat"})"}};
+  for (const Case& c : cases) {
+    json beasts = json::array(), comps = json::array();
+    for (int i = 0; i < 45; ++i) {
+      json file = compressedFile(c.firstZid + 10 * i, "/f" + std::to_string(i));
+      file["attributes"] = {"archive"};  // fixable: the stream mark is missing
+      beasts.push_back(file);
+      comps.push_back(compData(c.firstZid + 10 * i));
+    }
+    Simulator sim = Simulator::withFixture(volume(beasts, comps).dump());
+    if (c.fault) sim.setFaults(c.fault);
+    FinishedRun run(sim, {"-F", "VOL1"});
+    ASSERT_TRUE(run.finalScreen) << c.what;
+    EXPECT_EQ("  STATUS: finished with error, check ./velkor.log for details", run.at(23)) << c.what;
+    std::vector<uint64_t> counts = counters(run.screen);
+    EXPECT_EQ(20u, counts[0]) << c.what;
+    EXPECT_EQ(20u, counts[6]) << c.what;
+    std::string log = run.terminal.runLog();
+    EXPECT_NE(std::string::npos, log.find("error: 24999 zERR_GENERIC_KVF_ERROR message: Volume scan did not advance: "
+                                          "the batch after zid " + std::to_string(c.firstZid + 190) +
+                                          " holds no zid above it</error>"))
+        << c.what << "\n" << log;
+    // Each object of the first batch was repaired once; none was checked twice.
+    std::map<std::string, int> repairs;
+    std::regex id("<id><!\\[CDATA\\[(\\d+)\\]\\]></id>");
+    for (const json& r : sim.requestsOf("setBeastInfo")) {
+      std::smatch m;
+      std::string text = r["request"];
+      if (std::regex_search(text, m, id)) ++repairs[m[1]];
+    }
+    EXPECT_EQ(20u, repairs.size()) << c.what;
+    for (auto& [zid, n] : repairs) EXPECT_EQ(1, n) << c.what << " zid " << zid;
+    json state = sim.state();
+    EXPECT_EQ(json({"archive"}), state["volumes"][0]["beasts"][20]["attributes"]) << c.what;
   }
 }

@@ -83,9 +83,14 @@ void VELKOR_UserInterface::volumeOp(char* volumeName, ObjectRoutine routine, OpA
   drawAt(6, 2, 2, "Summary:\n");
   displayStats(1);
 
-  // The position is the last zid seen, narrowed to 32 bits.
+  // The position sent is the last zid of the batch, narrowed to 32 bits. A
+  // file system that reads it as 32 bits, or a reply that repeats a batch,
+  // answers with zids already checked: only zids above the highest one
+  // checked (compared as 64-bit numbers) are visited, and a batch that brings
+  // none ends the scan instead of checking the same objects forever.
   int position = 0;
-  const char* last = nullptr;
+  bool checkedAny = false;
+  uint64_t highestChecked = 0;
   for (;;) {
     if (aborted) {
       abortWatch = false;
@@ -100,19 +105,29 @@ void VELKOR_UserInterface::volumeOp(char* volumeName, ObjectRoutine routine, OpA
         abortWatch = false;
         return;
       }
-      for (int i = 0; i < n && i < kZidSlots; ++i) {
+      int slots = n < kZidSlots ? n : kZidSlots;
+      bool advanced = false;
+      for (int i = 0; i < slots; ++i) {
         char* zid = zids.get() + i * kZidSlotSize;
+        uint64_t value = KVF::LB_strtouq(zid, nullptr, 10);
+        if (checkedAny && value <= highestChecked) continue;
+        advanced = checkedAny = true;
+        highestChecked = value;
         stats->resetForNextObject();
         routine(volumeName, zid, args, stats);
         ++processed;
-        last = zid;
         if (aborted) {
           abortWatch = false;
           return;
         }
       }
+      if (!advanced)
+        throw KVFError("Volume scan did not advance: the batch after zid " + std::to_string(highestChecked) +
+                           " holds no zid above it",
+                       zERR_GENERIC_KVF_ERROR, KVF_LOCATION(kSource));
+      const char* last = zids.get() + (slots - 1) * kZidSlotSize;
+      position = static_cast<int>(static_cast<uint32_t>(KVF::LB_strtouq(last, nullptr, 10)));
     }
-    if (last) position = static_cast<int>(static_cast<uint32_t>(KVF::LB_strtouq(last, nullptr, 10)));
     if (n != kZidSlots) return;
   }
 }
