@@ -1,6 +1,8 @@
 // The command line and the run log, through the real binary in the sandbox.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <regex>
 #include <sstream>
 
@@ -212,4 +214,22 @@ TEST_F(CommandLine, NoScreenEndsTheRunWithTheReason) {
       << text;
   EXPECT_EQ(std::string::npos, text.find("<endTime>"));
   EXPECT_EQ(std::string::npos, text.find("</velkor>"));
+}
+
+// Run as root in another user's directory, the log is not appended through a
+// symbolic link that user planted; a link of the user's own is followed.
+TEST_F(CommandLine, LogThroughAnotherUsersLinkIsRefused) {
+  testsupport::writeFile(dir.file("target"), "precious\n");
+  ASSERT_EQ(0, symlink(dir.file("target").c_str(), dir.file("velkor.log").c_str()));
+  ASSERT_EQ(0, lchown(dir.file("velkor.log").c_str(), 4242, 4242));
+  ProcessResult r = velkor({"-L", "VOL1"});
+  EXPECT_EQ(1, r.exitStatus);
+  EXPECT_EQ("velkor: ./velkor.log is a symbolic link owned by another user (uid 4242); the run log is not "
+            "written through it.\n",
+            r.err);
+  EXPECT_EQ("precious\n", log("target"));
+
+  ASSERT_EQ(0, lchown(dir.file("velkor.log").c_str(), geteuid(), getegid()));
+  EXPECT_EQ(0, velkorRun({"-L", "VOL1"}).exitStatus);
+  EXPECT_EQ(0u, log("target").find("precious\n<velkor>\n"));
 }

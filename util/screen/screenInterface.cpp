@@ -21,6 +21,8 @@ void copyToScreen(WINDOW* w) {
 
 }  // namespace
 
+void RestoreTerminal() { endwin(); }
+
 int GetTermSize(int* rows, int* cols) {
   struct winsize size;
   *rows = 0;
@@ -46,7 +48,7 @@ ScreenInterface::ScreenInterface() : pad(nullptr), screen_(nullptr), hasColours_
   typeahead(-1);
   pad = newpad(kPadRows, kPadColumns);
   if (!pad) {
-    endwin();
+    RestoreTerminal();
     delscreen(screen_);
     throw std::runtime_error("no pad");
   }
@@ -65,7 +67,7 @@ ScreenInterface::ScreenInterface() : pad(nullptr), screen_(nullptr), hasColours_
 }
 
 ScreenInterface::~ScreenInterface() {
-  endwin();
+  RestoreTerminal();
   if (pad) delwin(pad);
   delscreen(screen_);
 }

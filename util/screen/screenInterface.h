@@ -1,5 +1,8 @@
 // ScreenInterface: a thin layer over curses. All drawing goes to one off-screen
 // pad that is copied to the terminal after each write; attributes are numbers.
+// Not thread-safe by itself: curses keeps one global state, so a program that
+// draws from several threads serialises every call of this layer (velkor's
+// interface object holds its screen lock around each one).
 #pragma once
 
 #include <curses.h>
@@ -69,6 +72,12 @@ class ScreenInterface {
   int updateDepth_ = 0;
   bool copyPending_ = false;
 };
+
+// Leaves curses mode, giving the terminal back as it was found (cursor,
+// normal screen, echo and line mode). The one restoration routine of the
+// program: called on every exit path (normal end, exit(), a handled
+// termination signal); harmless when curses mode is not active.
+void RestoreTerminal();
 
 // The terminal's size from descriptor 0; -1 (and 0 x 0) when it can't be read.
 int GetTermSize(int* rows, int* cols);

@@ -2,11 +2,10 @@
 // single-file operations, its details on the screen.
 #include <cstdio>
 #include <cstring>
-#include <iostream>
-#include <sstream>
 #include <string>
 
 #include "velkor/beastRecords.h"
+#include "velkor/runLog.h"
 #include "common/lbString.h"
 #include "velkor/velkorUI.h"
 
@@ -14,26 +13,11 @@ namespace velkor {
 
 namespace {
 
-const char* const kStatusElements[11] = {
-    "<good/>",       "<skippedChecking/>",  "<invalidAttribute/>", "<invalidState/>",
-    "<mismatchedDeletedFlag/>", "<invalidZid/>", "<compBeastNotFound/>", "<compBeastEOFZero/>",
-    "<badCompHeader/>", "<mismatchedZid/>", "<noPhysicalData/>",
-};
-
 const char* const kStatusTexts[11] = {
     "Good",           "Skipped checking",         "%d: Invalid attribute ", "%d: Invalid state ",
     "%d: Mismatched deleted flag ", "%d: Invalid zid ", "%d: Comp beast not found ", "%d: Comp beast EOF zero ",
     "%d: Bad comp header ", "%d: Mismatched zid ", "%d: No physical data ",
 };
-
-// One element per set problem bit, lowest first; higher bits read as invalid state.
-std::string statusElements(unsigned long problems) {
-  std::string text;
-  for (int bit = 0; bit < 32; ++bit) {
-    if (problems >> bit & 1) text += bit < 11 ? kStatusElements[bit] : "<invalidState/>";
-  }
-  return text;
-}
 
 // The screen's status text: unnumbered "Good" and "Skipped checking", the
 // others numbered from 1.
@@ -72,54 +56,14 @@ void VELKOR_UserInterface::logFileInfo(UncompBeastInfo* info, CompBeastInfo* com
                                        unsigned long noHeader, unsigned long fixed, unsigned long deleted) {
   char type[64];
   getTypeStr(type, info->allNamesDeleted, info->beastType, 1);
-  // The entry is put together first and written whole: the log's stream
-  // flushes after every insertion, which would cost a write per field. It is
-  // formatted with the log's own flags, and hands back the ones it leaves.
-  std::ostringstream log;
-  log.flags(std::cerr.flags());
-  log << "<entry><volume>" << info->name << "</volume>"
-      << "<name>" << (name ? name : "") << "</name>"
-      << "<type>" << type << "</type>"
-      << "<fileStatus>" << statusElements(problems) << "</fileStatus>";
-  if (fixed) log << "<action><fixed/></action>";
-  if (deleted) log << "<actionTaken><deleted/></actionTaken>";
-  if (!(problems & skippedChecking)) {
-    log << "<zid>" << info->zid << "</zid>"
-        << "<attributes>" << std::hex << std::showbase << info->attributes << std::dec << "</attributes>";
-    bool volumeLevelGood = operation < 129 && (problems & good);
-    if (info->beastType != 4 && !volumeLevelGood) {
-      // The created time's closing tag is spelled with a lower-case t.
-      if (info->beastType == 3)
-        log << "<createdTime>" << info->createdTimeText << "</createdtime>"
-            << "<accessedTime>" << info->accessedTimeText << "</accessedTime>";
-      if (info->compInfo)
-        log << "<compInfo><compZid>" << info->compInfo->compZid << "</compZid><ucPrecious>"
-            << info->compInfo->ucPrecious << "</ucPrecious><cPrecious>" << info->compInfo->cPrecious
-            << "</cPrecious><status>" << info->compInfo->status << "</status><action>" << info->compInfo->action
-            << "</action></compInfo>";
-      if (comp) {
-        if (problems & mismatchedZid) log << "<uncompZid>" << comp->uncompZid << "</uncompZid>";
-        if (problems & mismatchedDeletedFlag) log << "<compDeleteFlag>" << comp->uncompBeastDeleted << "</compDeleteFlag>";
-        // The compHeader element is left open.
-        if (!noHeader)
-          log << "<compHeader><compressCode>" << comp->compressCode << "</compressCode><compressMajorVersion>"
-              << comp->compressMajorVersion << "</compressMajorVersion><compressMinorVersion>"
-              << comp->compressMinorVersion << "</compressMinorVersion><originalFileLength>"
-              << comp->originalFileLength << "</originalFileLength><compressedFileLength>"
-              << comp->compressedFileLength << "</compressedFileLength>";
-      }
-    }
-  }
-  log << "</entry>" << "\n";
-  std::cerr.flags(log.flags());
-  std::cerr << log.str();
-  std::cerr.flush();
+  LogFileEntry(*info, comp, name, type, problems, noHeader != 0, fixed != 0, deleted != 0,
+               isVolumeOperation(operation));
 }
 
 void VELKOR_UserInterface::displayFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name,
                                            unsigned long problems, unsigned long noHeader, unsigned long fixed,
                                            unsigned long deleted) {
-  if (operation < 128) {
+  if (isVolumeOperation(operation)) {
     // A scan logs only what has something to report and draws nothing.
     if (problems != good) logFileInfo(info, comp, name, problems, noHeader, fixed, deleted);
     return;
@@ -140,9 +84,9 @@ void VELKOR_UserInterface::displayFileInfo(UncompBeastInfo* info, CompBeastInfo*
 
   drawAt(17, 4, 2, "Zid:          0x%-16Lx               Attributes:    0x%-8Lx", zidValue(info->zid),
          static_cast<unsigned long long>(info->attributes));
-  if (info->beastType == 4) return;
+  if (info->beastType == beastDirectory) return;
   int r = 1;
-  if (info->beastType == 3) {
+  if (info->beastType == beastFile) {
     drawAt(18, 4, 2, "Created Time: %s                   Accessed Time: %s", info->createdTimeText,
            info->accessedTimeText);
     r = 2;

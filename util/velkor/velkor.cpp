@@ -1,8 +1,6 @@
 // The run driver: the command line, the start-up checks and the order of a run.
 #include "velkor/velkor.h"
 
-#include <curses.h>
-#include <fcntl.h>
 #include <getopt.h>
 #include <unistd.h>
 
@@ -10,10 +8,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <fstream>
 #include <iostream>
 
 #include "velkor/runLog.h"
+#include "screen/screenInterface.h"
 #include "screen/signals.h"
 #include "velkor/velkorClass.h"
 #include "velkor/velkorUI.h"
@@ -130,14 +128,13 @@ long VELKOR_HaveRights() {
   return 1;
 }
 
-void VELKOR_Cleanup(void*) { endwin(); }
+void VELKOR_Cleanup(void*) { RestoreTerminal(); }
 
-void VELKOR_AtExitCleanup() { endwin(); }
+void VELKOR_AtExitCleanup() { RestoreTerminal(); }
 
 void LetUserRead() {}
 
 int velkorMain(int argc, char** argv) {
-  std::ofstream logStream;
   Signals_RegisterForTerminationSignals(VELKOR_Cleanup, nullptr);
 
   if (VELKOR_HaveRights() == 0) {
@@ -197,16 +194,11 @@ int velkorMain(int argc, char** argv) {
   char* path = formObjectPath(operation, argv[optind]);
   if (!path) return 1;
 
-  if (doOpenLogFile(logStream, logPath, 8) != 0) {
+  RunLog log;
+  if (!log.open(logPath)) {
     free(path);
     return 1;
   }
-  std::streambuf* savedErr = std::cerr.rdbuf(logStream.rdbuf());
-  std::cerr.setf(std::ios::dec | std::ios::oct | std::ios::hex | std::ios::showbase);
-  // The signal handler writes its messages straight to the log's descriptor.
-  int signalLogFd = open(logPath, O_WRONLY | O_APPEND | O_CLOEXEC);
-  Signals_SetErrorDescriptor(signalLogFd);
-
   LogDocumentStart(argc, argv);
   atexit(VELKOR_AtExitCleanup);
 
@@ -214,14 +206,8 @@ int velkorMain(int argc, char** argv) {
   try {
     ui = new velkor::VELKOR_UserInterface(argc, argv);
   } catch (const std::exception& e) {
-    std::cerr << "Exception while attempting to create a UserInterface Object:  " << e.what() << "\n"
-              << "util/velkor/velkor[617]" << "\n";
-    std::cerr.flush();
-    Signals_SetErrorDescriptor(-1);
-    if (signalLogFd >= 0) close(signalLogFd);
-    std::cerr.rdbuf(savedErr);
+    LogInterfaceFailure(e.what());
     free(path);
-    logStream.close();
     return 1;
   }
 
@@ -229,10 +215,6 @@ int velkorMain(int argc, char** argv) {
   delete ui;
 
   LogDocumentEnd();
-  Signals_SetErrorDescriptor(-1);
-  if (signalLogFd >= 0) close(signalLogFd);
-  std::cerr.rdbuf(savedErr);
-  logStream.close();
   free(path);
   return 0;
 }

@@ -1,8 +1,7 @@
 // The dispatch of the run's one operation, and the single-file operation.
-#include <iostream>
-
 #include "velkor/beastQueries.h"
 #include "common_cpp/kvfError.h"
+#include "velkor/runLog.h"
 #include "velkor/velkorHelper.h"
 #include "velkor/velkorUI.h"
 
@@ -28,9 +27,7 @@ void VELKOR_UserInterface::opDispatcher(int op, char* path, unsigned long noHead
       default: break;
     }
   } catch (const KVFError& e) {
-    std::cerr << "<error>" << "util/velkor/velkorUI" << "[" << 994 << "] originated from:" << e.location
-              << " error: " << e.number() << " " << e.numberName() << " message: " << e.what() << "</error>"
-              << "\n";
+    LogError(e);
     error = true;
   }
 }

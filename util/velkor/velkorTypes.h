@@ -37,6 +37,15 @@ enum ProblemCode : unsigned long {
 const unsigned long kCorruptedProblems = 0x7E0;
 const unsigned long kFixableProblems = 0x1C;
 
+// The type of a beast as its records tell it.
+enum BeastType : int {
+  beastUnknown = 0,
+  beastDataStream = 1,
+  beastExtendedAttribute = 2,
+  beastFile = 3,
+  beastDirectory = 4,
+};
+
 // Operation codes: volume-level codes are below 128, file-level codes above.
 enum OperationCode : unsigned int {
   opClearAll = 0x1,
@@ -50,5 +59,8 @@ enum OperationCode : unsigned int {
   opList = 0x800,
   opBackground = 0x1000,
 };
+
+// Volume-level operations take a volume name; the others a file name.
+inline bool isVolumeOperation(unsigned long long operation) { return operation <= 128; }
 
 }  // namespace velkor

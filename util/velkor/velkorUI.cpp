@@ -12,6 +12,7 @@
 
 #include "common/kvfUtil.h"
 #include "screen/screenInterface.h"
+#include "velkor/runLog.h"
 #include "velkor/velkor.h"
 
 namespace velkor {
@@ -274,7 +275,7 @@ void VELKOR_UserInterface::setStatus(int state) {
       attribute = 14;
     }
     screen->OutputToScreenWithAttribute(attribute, "STATUS: %s, check %s for details", text, logPath);
-    std::cerr << "<finishStatus>" << text << "</finishStatus>" << "\n";
+    LogFinishStatus(text);
   }
 }
 

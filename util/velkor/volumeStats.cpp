@@ -2,12 +2,12 @@
 // and after the file system recounts them.
 #include <cctype>
 #include <cstring>
-#include <iostream>
 
 #include "velkor/beastQueries.h"
 #include "common_cpp/kvfError.h"
 #include "common/lbString.h"
 #include "velkor/requestText.h"
+#include "velkor/runLog.h"
 #include "velkor/velkorUI.h"
 
 namespace velkor {
@@ -87,7 +87,7 @@ void VELKOR_UserInterface::doVolumeStats(char* volumeName) {
     channel.file.readWrite(request.text(), "fixCompStats", &reply);
   } catch (const KVFError& e) {
     if (e.code != zERR_COMPRESSION_NOT_ENABLED) throw KVFError(e);
-    std::cerr << "<msg>Volume doesn't have compression feature turned on</msg>" << std::endl;
+    LogMessage("Volume doesn't have compression feature turned on");
     displayCompNotSupported();
     return;
   }
