@@ -1,7 +1,6 @@
 // The table of the file system's status names and its lookup.
 #include "common_cpp/errorTable.h"
 
-#include "common/kvfUtil.h"
 
 const ErrorRow_s ErrorTable[] = {
 #define KVF_ERROR(number, name) {number, #name},

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "common/kvfUtil.h"
+#include "common_cpp/errorTable.h"
 
 KVFError::KVFError(const std::string& message, int code, const std::string& location)
     : std::runtime_error(message), code(code), location(location), isKvfCode(true), sysErrno(0) {}
@@ -18,6 +18,12 @@ std::string KVFError::numberName() const {
 
 AdminError::~AdminError() = default;
 
-std::string KVF_Location(const char* source, int line) {
-  return std::string(source) + "[" + std::to_string(line) + "]";
+std::string KVF_SourceLocation(const char* file, int line) {
+  std::string path(file);
+  size_t tree = path.rfind("/util/");
+  if (tree != std::string::npos) path.erase(0, tree + 1);
+  else if (path.rfind("util/", 0) != 0) path.erase(0, path.rfind('/') + 1);
+  size_t dot = path.rfind('.');
+  if (dot != std::string::npos && path.find('/', dot) == std::string::npos) path.erase(dot);
+  return path + "[" + std::to_string(line) + "]";
 }

@@ -42,7 +42,9 @@ class AdminError : public KVFError {
   ~AdminError() override;
 };
 
-// "source[line]": the location text of an error raised at that line of the
-// named source file (a path without extension, e.g. "util/velkor/velkorHelper").
-std::string KVF_Location(const char* source, int line);
-#define KVF_LOCATION(source) KVF_Location(source, __LINE__)
+// The location text of an error raised at `line` of the source file `file`
+// (a compiler's __FILE__): the file's path from the tree's util/ folder
+// without its extension, then the line in square brackets, e.g.
+// "util/velkor/volumeScan[97]". KVF_HERE is the line it stands on.
+std::string KVF_SourceLocation(const char* file, int line);
+#define KVF_HERE KVF_SourceLocation(__FILE__, __LINE__)

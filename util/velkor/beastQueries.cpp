@@ -6,7 +6,7 @@
 
 #include "common_cpp/kvfError.h"
 #include "common/lbString.h"
-#include "velkor/requestText.h"
+#include "velkor/requests.h"
 
 namespace velkor {
 
@@ -16,12 +16,10 @@ using QXML::XML_ElementInfo_s;
 
 namespace {
 
-const char kSource[] = "util/velkor/velkorHelper";
-
 // Copies a value into the caller's buffer of `size` bytes, or refuses it.
 void copyOut(char* out, size_t size, const char* value, int line) {
   size_t length = value ? strlen(value) : 0;
-  if (length >= size) throw KVFError("Value does not fit its buffer", zERR_BUFFER_TOO_SMALL, KVF_Location(kSource, line));
+  if (length >= size) throw KVFError("Value does not fit its buffer", zERR_BUFFER_TOO_SMALL, KVF_SourceLocation(__FILE__, line));
   memcpy(out, value ? value : "", length + 1);
 }
 
@@ -31,27 +29,17 @@ int getTagContentFromReply(ReplyBuf* reply, const char* tag, const TagRequest_s*
   XML_ElementInfo_s element;
   const char* end = reply->data + (reply->used > 0 ? reply->used - 1 : 0);
   int result = QXML::XML_GetTagElement(tag, reply->data, end, &element);
-  if (result != 0) throw KVFError(tag, result, KVF_LOCATION(kSource));
+  if (result != 0) throw KVFError(tag, result, KVF_HERE);
   result = QXML::MKVF_GetTagContents(&element, requests, contents);
-  if (result != 0) throw KVFError("Error getting tag content", result, KVF_LOCATION(kSource));
+  if (result != 0) throw KVFError("Error getting tag content", result, KVF_HERE);
   return 0;
 }
 
 void getBeastInfo(ReplyBuf* reply, char* volume, char* zid, unsigned long infoMask, unsigned long getComp,
                   const char* tag, const TagRequest_s* requests, TagContent_s* contents) {
-  static const char* const typeElements[] = {"<rootBeastInfo/>",          "<namedBeastInfo/>",
-                                             "<fileBeastInfo/>",          "<compBeastInfo/>",
-                                             "<volumeBeastInfoSimple/>", "<volumeBeastInfoFull/>"};
   OpenCmdFile channel(managecmd);
   RequestText request;
-  request.append(kSource, __LINE__,
-                 "%s<kvfRequest><beast><getBeastInfo getCompBeastInfo=\"%s\"><volumeName><![CDATA[%s]]></volumeName>"
-                 "<id><![CDATA[%s]]></id><typeOfInfo>",
-                 cmdHeader, getComp == 1 ? "true" : "false", volume, zid ? zid : "0");
-  for (int bit = 0; bit < 6; ++bit) {
-    if (infoMask & (1ul << bit)) request.append(kSource, __LINE__, "%s", typeElements[bit]);
-  }
-  request.append(kSource, __LINE__, "</typeOfInfo></getBeastInfo></beast></kvfRequest>");
+  beastInfoRequest(request, volume, zid, infoMask, getComp == 1);
   channel.file.readWrite(request.text(), "getBeastInfo", reply);
   getTagContentFromReply(reply, tag, requests, contents);
 }
@@ -77,10 +65,7 @@ void getCompUncompInfo(char* volume, char* zid, UncompBeastInfo** file, CompBeas
 void getFileStdInfoByPath(ReplyBuf* reply, char* path, const TagRequest_s* requests, TagContent_s* contents) {
   OpenCmdFile channel(filecmd);
   RequestText request;
-  request.append(kSource, __LINE__,
-                 "%s<fileRequest><fileInfo><getFileInfo><fileName><![CDATA[%s]]></fileName><typeOfInfo>"
-                 "<standardInfo/></typeOfInfo></getFileInfo></fileInfo></fileRequest>",
-                 cmdHeader, path);
+  fileInfoRequest(request, path);
   channel.file.readWrite(request.text(), "getFileInfo", reply);
   getTagContentFromReply(reply, "standardInfo", requests, contents);
 }
@@ -98,17 +83,14 @@ void getFileName(char* volume, char* zid, CompStats* stats) {
   ReplyBuf reply;
   OpenCmdFile channel(managecmd);
   RequestText request;
-  request.append(kSource, __LINE__,
-                 "%s<kvfRequest><beast><getBeastFullName><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]>"
-                 "</id><onlineOnly/><nameSpace>%s</nameSpace></getBeastFullName></beast></kvfRequest>",
-                 cmdHeader, volume, zid, "Unix");
+  fullNameRequest(request, volume, zid);
   channel.file.readWrite(request.text(), "getBeastFullName", &reply);
   const TagRequest_s rows[] = {{"name", 0}, {nullptr, 0}};
   TagContent_s contents[1];
   getTagContentFromReply(&reply, "getBeastFullName", rows, contents);
   const char* name = contents[0].value ? contents[0].value : "";
   char* copy = static_cast<char*>(calloc(strlen(name) + 1, 1));
-  if (!copy) throw KVFError("Can't allocate memory", zERR_NO_MEMORY, KVF_LOCATION(kSource));
+  if (!copy) throw KVFError("Can't allocate memory", zERR_NO_MEMORY, KVF_HERE);
   memcpy(copy, name, strlen(name));
   free(stats->fileName);
   stats->fileName = copy;
@@ -118,10 +100,7 @@ void getVolumeInfo(char* volumeName, VolumeInfo_s* info) {
   ReplyBuf reply;
   OpenCmdFile channel(managecmd);
   RequestText request;
-  request.append(kSource, __LINE__,
-                 "%s<kvfRequest><volume><getVolumeInfo><volumeName><![CDATA[%s]]></volumeName><basicInfo/>"
-                 "<attributes/></getVolumeInfo></volume></kvfRequest>",
-                 cmdHeader, volumeName);
+  volumeInfoRequest(request, volumeName, true);
   channel.file.readWrite(request.text(), "getVolumeInfo", &reply);
 
   const TagRequest_s parts[] = {{"basicInfo", QXML::TAG_CONTENT_REQUIRED},
@@ -140,7 +119,7 @@ void getVolumeInfo(char* volumeName, VolumeInfo_s* info) {
   // The state fills at most its 32 bytes (a 32-byte state has no terminator).
   size_t stateLength = strlen(basic[0].value);
   if (stateLength > sizeof info->volumeState)
-    throw KVFError("Volume state does not fit its field", zERR_BUFFER_TOO_SMALL, KVF_LOCATION(kSource));
+    throw KVFError("Volume state does not fit its field", zERR_BUFFER_TOO_SMALL, KVF_HERE);
   memset(info->volumeState, 0, sizeof info->volumeState);
   memcpy(info->volumeState, basic[0].value, stateLength);
 
@@ -163,10 +142,7 @@ unsigned long getVolumeTotalObjects(char* volumeName) {
   ReplyBuf reply;
   OpenCmdFile channel(managecmd);
   RequestText request;
-  request.append(kSource, __LINE__,
-                 "%s<kvfRequest><volume><getVolumeInfo><volumeName><![CDATA[%s]]></volumeName><basicInfo/>"
-                 "</getVolumeInfo></volume></kvfRequest>",
-                 cmdHeader, volumeName);
+  volumeInfoRequest(request, volumeName, false);
   channel.file.readWrite(request.text(), "getVolumeInfo", &reply);
   const TagRequest_s rows[] = {{"totalObjects", QXML::TAG_CONTENT_REQUIRED}, {nullptr, 0}};
   TagContent_s contents[1];

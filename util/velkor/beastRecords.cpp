@@ -31,7 +31,6 @@ namespace {
 
 const unsigned kRequired = 0;
 const unsigned kOptional = QXML::TAG_OPTIONAL;
-const char kSource[] = "util/velkor/velkorClass";
 
 // Reads `rows` from the content of `parent`. An element without content has
 // none of the rows: that is an error unless every row is optional.
@@ -39,14 +38,14 @@ void readRows(XML_ElementInfo_s* parent, const TagRequest_s* rows, TagContent_s*
               int line) {
   if (!parent->contentStart || parent->contentLength == 0) {
     for (int i = 0; rows[i].name; ++i) {
-      if (!(rows[i].flags & QXML::TAG_OPTIONAL)) throw KVFError(message, zERR_XML_IS_BAD, KVF_Location(kSource, line));
+      if (!(rows[i].flags & QXML::TAG_OPTIONAL)) throw KVFError(message, zERR_XML_IS_BAD, KVF_SourceLocation(__FILE__, line));
       contents[i].value = nullptr;
       contents[i].status = 0;
     }
     return;
   }
   int result = QXML::MKVF_GetTagContents(parent, rows, contents);
-  if (result != 0) throw KVFError(message, result, KVF_Location(kSource, line));
+  if (result != 0) throw KVFError(message, result, KVF_SourceLocation(__FILE__, line));
 }
 
 bool hasContent(const TagContent_s& row) { return row.status & QXML::TAG_HAS_CONTENT; }
@@ -59,7 +58,7 @@ void copyField(char* field, size_t size, const TagContent_s& row, int line) {
   memset(field, 0, size);
   if (!row.value) return;
   size_t length = strlen(row.value);
-  if (length >= size) throw KVFError("Value too long for its field", zERR_BUFFER_TOO_SMALL, KVF_Location(kSource, line));
+  if (length >= size) throw KVFError("Value too long for its field", zERR_BUFFER_TOO_SMALL, KVF_SourceLocation(__FILE__, line));
   memcpy(field, row.value, length);
 }
 
@@ -107,7 +106,7 @@ uint64_t getPhysSize(XML_ElementInfo_s* storageInfo) {
   TagContent_s contents[1];
   if (!storageInfo->contentStart || storageInfo->contentLength == 0) return 0;
   int result = QXML::MKVF_GetTagContents(storageInfo, rows, contents);
-  if (result != 0) throw KVFError("Failed to get storage info", result, KVF_LOCATION("util/velkor/velkorHelper"));
+  if (result != 0) throw KVFError("Failed to get storage info", result, KVF_HERE);
   return decimal(contents[0]);
 }
 
@@ -147,7 +146,7 @@ UncompBeastInfo::UncompBeastInfo(const char* volumeName, XML_ElementInfo_s* elem
   try {
     fillInRootInfo(&c[0].element);
     // The named information is needed as much as the root information.
-    if (!(c[1].status & QXML::TAG_FOUND)) throw KVFError("Failed to get named info", zERR_XML_IS_BAD, KVF_LOCATION(kSource));
+    if (!(c[1].status & QXML::TAG_FOUND)) throw KVFError("Failed to get named info", zERR_XML_IS_BAD, KVF_HERE);
     setNamedInfo(&c[1].element);
     if (c[2].status & QXML::TAG_FOUND) setFileInfo(&c[2].element);
   } catch (...) {
@@ -215,7 +214,7 @@ int UncompBeastInfo::getParentNameType(XML_ElementInfo_s* parent) {
   for (int type = 0; c[0].value && type < 4; ++type) {
     if (strncasecmp(c[0].value, types[type], strlen(types[type])) == 0) return type;
   }
-  throw KVFError("Failed to get parent entry name type", zERR_INVALID_NAME_TYPE, KVF_LOCATION(kSource));
+  throw KVFError("Failed to get parent entry name type", zERR_INVALID_NAME_TYPE, KVF_HERE);
 }
 
 void UncompBeastInfo::setFileInfo(XML_ElementInfo_s* file) {
@@ -250,7 +249,7 @@ CompBeastInfo::CompBeastInfo(XML_ElementInfo_s* element) {
     const TagRequest_s zidRows[] = {{"uncompZid", kRequired}, {nullptr, 0}};
     TagContent_s zid[1];
     if (QXML::MKVF_GetTagContents(&c[1].element, zidRows, zid) != 0)
-      throw KVFError("Failed to get uncompZid", -1, KVF_LOCATION(kSource));
+      throw KVFError("Failed to get uncompZid", -1, KVF_HERE);
     copyField(uncompZid, sizeof uncompZid, zid[0], __LINE__);
     found = 1;
   }

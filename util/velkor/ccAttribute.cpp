@@ -8,7 +8,7 @@
 
 #include "velkor/beastQueries.h"
 #include "common_cpp/kvfError.h"
-#include "velkor/requestText.h"
+#include "velkor/requests.h"
 #include "velkor/velkorHelper.h"
 #include "velkor/velkorUI.h"
 
@@ -16,7 +16,6 @@ namespace velkor {
 
 namespace {
 
-const char kSource[] = "util/velkor/velkorHelper";
 
 // A fresh object's check may have to wait for other writers; it gives up
 // after this many refused sets in a row.
@@ -39,7 +38,7 @@ bool isSetCCBit(char* volumeName, char* zid, SetValue& value) {
 
   size_t length = strlen(attributes);
   if (length >= static_cast<size_t>(kSetValueSize))
-    throw KVFError("Attributes text does not fit its buffer", zERR_BUFFER_TOO_SMALL, KVF_LOCATION(kSource));
+    throw KVFError("Attributes text does not fit its buffer", zERR_BUFFER_TOO_SMALL, KVF_HERE);
   memcpy(value.oldValue, attributes, length + 1);
   size_t before = static_cast<size_t>(found - attributes);
   memcpy(value.newValue, attributes, before);
@@ -51,12 +50,7 @@ void clearCCBit(char* volumeName, char* zid, SetValue& value) {
   ReplyBuf reply;
   OpenCmdFile channel(managecmd);
   RequestText request;
-  request.append(kSource, __LINE__,
-                 "%s<kvfRequest><beast><setBeastInfo><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]></id>"
-                 "<onlineOnly/><ignoreOpenFile/><info><namedBeastInfo><persistentNamed><attributes><oldValue>%s"
-                 "</oldValue><newValue>%s</newValue></attributes></persistentNamed></namedBeastInfo></info>"
-                 "</setBeastInfo></beast></kvfRequest>",
-                 cmdHeader, volumeName, zid, value.oldValue, value.newValue);
+  attributesSetRequest(request, volumeName, zid, value.oldValue, value.newValue);
   channel.file.readWrite(request.text(), "setBeastInfo", &reply);
 }
 

@@ -18,7 +18,6 @@ const char* kvfStartConfigPath = "/etc/opt/quorlen/kvf/kvfstart.cfg";
 
 namespace {
 
-const char kSource[] = "util/velkor/velkorHelper";
 const unsigned int kNoSetting = 4294967295u;
 
 }  // namespace
@@ -26,7 +25,7 @@ const unsigned int kNoSetting = 4294967295u;
 unsigned int getSetParameterValue(const char* name) {
   std::ifstream config(kvfStartConfigPath);
   if (!config.is_open())
-    throw KVFError(std::string("Unable to read the start-up configuration file ") + kvfStartConfigPath, KVF_LOCATION(kSource),
+    throw KVFError(std::string("Unable to read the start-up configuration file ") + kvfStartConfigPath, KVF_HERE,
                    errno);
   char line[256];
   const size_t nameLength = strlen(name);
@@ -36,7 +35,7 @@ unsigned int getSetParameterValue(const char* name) {
       if (config.eof() && config.gcount() == 0) return kNoSetting;
       if (!config.eof())
         throw KVFError(std::string("A line longer than 255 characters in ") + kvfStartConfigPath,
-                       zERR_BUFFER_TOO_SMALL, KVF_LOCATION(kSource));
+                       zERR_BUFFER_TOO_SMALL, KVF_HERE);
     }
     // The last line may end without a newline.
     if (line[0] != '#' && line[0] != '\0' && strstr(line + 1, name)) {

@@ -5,18 +5,18 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "velkor/beastQueries.h"
 #include "common_cpp/kvfError.h"
-#include "velkor/requestText.h"
+#include "velkor/requests.h"
 #include "velkor/velkorHelper.h"
 
 namespace velkor {
 
 namespace {
 
-const char kSource[] = "util/velkor/velkorHelper";
 
 bool isZeroZid(const char* zid) { return strcmp(zid, "0") == 0; }
 
@@ -28,15 +28,10 @@ struct TagText {
   TagText(unsigned long long bits, unsigned long long mask, const char** tags, int line) {
     unsigned long length;
     if (convertBitsToTags(bits, mask, tags, sizeof text, text, &length) != 0)
-      throw KVFError("Tag text does not fit its buffer", zERR_BUFFER_TOO_SMALL, KVF_Location(kSource, line));
+      throw KVFError("Tag text does not fit its buffer", zERR_BUFFER_TOO_SMALL, KVF_SourceLocation(__FILE__, line));
   }
   char text[512];
 };
-
-const char kSetOpening[] =
-    "%s<kvfRequest><beast><setBeastInfo><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]></id>"
-    "<onlineOnly/><ignoreOpenFile/><info>";
-const char kSetClosing[] = "</info></setBeastInfo></beast></kvfRequest>";
 
 void sendSet(OpenCmdFile& channel, ReplyBuf& reply, RequestText& request) {
   reply.clear();
@@ -52,49 +47,32 @@ class Repair {
     TagText before(oldStatus, compStatusBitsToCheck, compStatusTags, __LINE__);
     TagText after(newStatus, compStatusBitsToCheck, compStatusTags, __LINE__);
     RequestText request;
-    request.append(kSource, __LINE__, kSetOpening, cmdHeader, volume_, zid_);
-    request.append(kSource, __LINE__, "<rootBeastInfo><variableData><variableDataComp>");
-    if (setCPrecious) request.append(kSource, __LINE__, "<cPrecious><oldValue>0</oldValue><newValue>1</newValue></cPrecious>");
-    request.append(kSource, __LINE__,
-                   "<status><oldValue>%s</oldValue><newValue>%s</newValue></status></variableDataComp>"
-                   "</variableData></rootBeastInfo>%s",
-                   before.text, after.text, kSetClosing);
+    statusSetRequest(request, volume_, zid_, before.text, after.text, setCPrecious);
     sendSet(channel_, reply_, request);
   }
 
   // Attributes and action in one request; either part only when asked for.
   void combined(bool withAttributes, uint64_t oldAttributes, uint64_t newAttributes, bool withAction,
                 uint32_t oldAction, uint32_t newAction) {
-    RequestText request;
-    request.append(kSource, __LINE__, kSetOpening, cmdHeader, volume_, zid_);
+    std::optional<TagText> attributesBefore, attributesAfter, actionBefore, actionAfter;
     if (withAttributes) {
-      TagText before(oldAttributes, attrBitsToCheck, attrTags, __LINE__);
-      TagText after(newAttributes, attrBitsToCheck, attrTags, __LINE__);
-      request.append(kSource, __LINE__,
-                     "<namedBeastInfo><persistentNamed><attributes><oldValue>%s</oldValue><newValue>%s</newValue>"
-                     "</attributes></persistentNamed></namedBeastInfo>",
-                     before.text, after.text);
+      attributesBefore.emplace(oldAttributes, attrBitsToCheck, attrTags, __LINE__);
+      attributesAfter.emplace(newAttributes, attrBitsToCheck, attrTags, __LINE__);
     }
     if (withAction) {
-      TagText before(oldAction, compActionBitsToCheck, compActionTags, __LINE__);
-      TagText after(newAction, compActionBitsToCheck, compActionTags, __LINE__);
-      request.append(kSource, __LINE__,
-                     "<rootBeastInfo><variableData><variableDataComp><action><oldValue>%s</oldValue><newValue>%s"
-                     "</newValue></action></variableDataComp></variableData></rootBeastInfo>",
-                     before.text, after.text);
+      actionBefore.emplace(oldAction, compActionBitsToCheck, compActionTags, __LINE__);
+      actionAfter.emplace(newAction, compActionBitsToCheck, compActionTags, __LINE__);
     }
-    request.append(kSource, __LINE__, "%s", kSetClosing);
+    RequestText request;
+    attributesAndActionSetRequest(request, volume_, zid_, withAttributes ? attributesBefore->text : nullptr,
+                                  withAttributes ? attributesAfter->text : nullptr,
+                                  withAction ? actionBefore->text : nullptr, withAction ? actionAfter->text : nullptr);
     sendSet(channel_, reply_, request);
   }
 
   void deletedFlag(bool oldValue, bool newValue) {
     RequestText request;
-    request.append(kSource, __LINE__,
-                   "%s<kvfRequest><beast><setBeastInfo><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]>"
-                   "</id><ignoreOpenFile/><info><rootBeastInfo><variableData><variableDataUncomp>"
-                   "<uncompBeastDeleted><oldValue>%s</oldValue><newValue>%s</newValue></uncompBeastDeleted>"
-                   "</variableDataUncomp></variableData></rootBeastInfo></info></setBeastInfo></beast></kvfRequest>",
-                   cmdHeader, volume_, zid_, oldValue ? "true" : "false", newValue ? "true" : "false");
+    deletedFlagSetRequest(request, volume_, zid_, oldValue, newValue);
     sendSet(channel_, reply_, request);
   }
 
@@ -215,22 +193,19 @@ void deleteCorruptedFile(char* volume, char* zid, UncompBeastInfo* file, CompBea
     const char* mountPoint = stats->volumeInfo.mountPoint ? stats->volumeInfo.mountPoint : "";
     const char* name = stats->fileName ? stats->fileName : "";
     char* path = static_cast<char*>(malloc(strlen(mountPoint) + strlen(name) + 1));
-    if (!path) throw KVFError("Can't allocate memory", zERR_NO_MEMORY, KVF_LOCATION(kSource));
+    if (!path) throw KVFError("Can't allocate memory", zERR_NO_MEMORY, KVF_HERE);
     strcpy(path, mountPoint);
     strcat(path, name);
     if (unlink(path) != 0) {
       int error = errno;
       free(path);
-      throw KVFError(strerror(error), error, KVF_LOCATION(kSource));
+      throw KVFError(strerror(error), error, KVF_HERE);
     }
     free(path);
     return;
   }
   RequestText request;
-  request.append(kSource, __LINE__,
-                 "%s<kvfRequest><beast><deleteBeast><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]></id>"
-                 "<onlineOnly/></deleteBeast></beast></kvfRequest>",
-                 cmdHeader, volume, zid);
+  deleteRequest(request, volume, zid);
   channel.file.readWrite(request.text(), "deleteBeast", &reply);
 }
 

@@ -8,7 +8,7 @@
 
 namespace velkor {
 
-void RequestText::append(const char* source, int line, const char* format, ...) {
+void RequestText::append(const char* format, ...) {
   va_list args;
   va_start(args, format);
   int n = vsnprintf(text_ + length_, capacity_ - length_, format, args);
@@ -16,7 +16,7 @@ void RequestText::append(const char* source, int line, const char* format, ...) 
   if (n < 0 || static_cast<size_t>(n) >= capacity_ - length_) {
     text_[length_] = '\0';
     throw KVFError("Request does not fit its buffer", zERR_BUFFER_TOO_SMALL,
-                   KVF_Location(source, line));
+                   KVF_SourceLocation(file_, line_));
   }
   length_ += static_cast<size_t>(n);
 }

@@ -14,10 +14,14 @@ class RequestText {
  public:
   static const size_t kMaxCapacity = 1024;
 
-  explicit RequestText(size_t capacity = kMaxCapacity) : capacity_(capacity), length_(0) { text_[0] = '\0'; }
+  // A refusal names the place that made the request (by default the caller).
+  explicit RequestText(size_t capacity = kMaxCapacity, const char* file = __builtin_FILE(), int line = __builtin_LINE())
+      : capacity_(capacity), length_(0), file_(file), line_(line) {
+    text_[0] = '\0';
+  }
 
-  // Appends printf-style text; `source` names the requesting file for the error.
-  void append(const char* source, int line, const char* format, ...) __attribute__((format(printf, 4, 5)));
+  // Appends printf-style text.
+  void append(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
   char* text() { return text_; }
   size_t length() const { return length_; }
@@ -25,6 +29,8 @@ class RequestText {
  private:
   size_t capacity_;
   size_t length_;
+  const char* file_;
+  int line_;
   char text_[kMaxCapacity];
 };
 

@@ -8,7 +8,7 @@
 #include "velkor/beastQueries.h"
 #include "common_cpp/kvfError.h"
 #include "common/lbString.h"
-#include "velkor/requestText.h"
+#include "velkor/requests.h"
 #include "velkor/velkorUI.h"
 #include "velkor/volumeScan.h"
 
@@ -16,29 +16,14 @@ namespace velkor {
 
 namespace {
 
-const char kSource[] = "util/velkor/velkorHelper";
 
 }  // namespace
 
 int getSomeZids(char* volumeName, bool onlineOnly, int criteria, int numRequested, int scanSequence, char* zids) {
-  static const char* const criteriaElements[] = {"<selectBeastsForCompression/>", "<selectBeastsSalvageable/>",
-                                                 "<selectBeastsPurgeable/>", "<selectBeastsForBackup/>",
-                                                 "<selectBeastsForMigration/>"};
   ReplyBuf reply;
   OpenCmdFile channel(managecmd);
   RequestText request;
-  request.append(kSource, __LINE__, "%s<kvfRequest><volume><browseBeasts><volumeName><![CDATA[%s]]></volumeName>",
-                 cmdHeader, volumeName);
-  if (onlineOnly) request.append(kSource, __LINE__, "<onlineOnly/>");
-  request.append(kSource, __LINE__, "<selectBeastsCriteria>");
-  if (criteria == 0) request.append(kSource, __LINE__, "<selectBeastsAll/>");
-  for (int bit = 0; bit < 5; ++bit) {
-    if (criteria & (1 << bit)) request.append(kSource, __LINE__, "%s", criteriaElements[bit]);
-  }
-  request.append(kSource, __LINE__,
-                 "</selectBeastsCriteria><numBeastsRequested>%d</numBeastsRequested><scanSequence>%d</scanSequence>"
-                 "</browseBeasts></volume></kvfRequest>",
-                 numRequested, scanSequence);
+  browseRequest(request, volumeName, onlineOnly, criteria, numRequested, scanSequence);
   channel.file.readWrite(request.text(), "browseBeasts", &reply);
 
   const QXML::TagRequest_s rows[] = {{"lastZidReturned", QXML::TAG_CONTENT_REQUIRED},
@@ -58,8 +43,8 @@ int getSomeZids(char* volumeName, bool onlineOnly, int criteria, int numRequeste
   int slot = 0;
   while (p <= end && QXML::XML_GetNextTag(p, end, &child, &name, &nameLength) == 0) {
     if (nameLength > 0 && nameLength <= 3 && strncmp(name, "zid", nameLength) == 0) {
-      if (slot >= kZidSlots) throw KVFError("More zids returned than the batch holds", zERR_BUFFER_TOO_SMALL, KVF_LOCATION(kSource));
-      if (child.contentLength >= kZidSlotSize) throw KVFError("Zid text too long", zERR_BUFFER_TOO_SMALL, KVF_LOCATION(kSource));
+      if (slot >= kZidSlots) throw KVFError("More zids returned than the batch holds", zERR_BUFFER_TOO_SMALL, KVF_HERE);
+      if (child.contentLength >= kZidSlotSize) throw KVFError("Zid text too long", zERR_BUFFER_TOO_SMALL, KVF_HERE);
       char* out = zids + slot * kZidSlotSize;
       if (child.contentLength) memcpy(out, child.contentStart, child.contentLength);
       out[child.contentLength] = '\0';
@@ -124,7 +109,7 @@ void VELKOR_UserInterface::volumeOp(char* volumeName, ObjectRoutine routine, OpA
       if (!advanced)
         throw KVFError("Volume scan did not advance: the batch after zid " + std::to_string(highestChecked) +
                            " holds no zid above it",
-                       zERR_GENERIC_KVF_ERROR, KVF_LOCATION(kSource));
+                       zERR_GENERIC_KVF_ERROR, KVF_HERE);
       const char* last = zids.get() + (slots - 1) * kZidSlotSize;
       position = static_cast<int>(static_cast<uint32_t>(KVF::LB_strtouq(last, nullptr, 10)));
     }

@@ -6,7 +6,7 @@
 #include "velkor/beastQueries.h"
 #include "common_cpp/kvfError.h"
 #include "common/lbString.h"
-#include "velkor/requestText.h"
+#include "velkor/requests.h"
 #include "velkor/runLog.h"
 #include "velkor/velkorUI.h"
 
@@ -14,7 +14,6 @@ namespace velkor {
 
 namespace {
 
-const char kSource[] = "util/velkor/velkorHelper";
 const char kQuestion[] = "maintenance state. Do you want to continue (y/n)?";
 const char* const kLabels[5] = {
     "Compressed Files:         ", "Compressed Deleted Files: ", "Uncompressible Files:     ",
@@ -77,11 +76,8 @@ void VELKOR_UserInterface::doVolumeStats(char* volumeName) {
            static_cast<unsigned long long>(before.figure[row]));
   }
 
-  RequestText request(512);
-  request.append(kSource, __LINE__,
-                 "%s<kvfRequest><volume><fixCompStats><volumeName><![CDATA[%s]]></volumeName></fixCompStats>"
-                 "</volume></kvfRequest>",
-                 cmdHeader, volumeName);
+  RequestText request(kFixCompStatsRequestSize);
+  fixCompStatsRequest(request, volumeName);
   reply.clear();
   try {
     channel.file.readWrite(request.text(), "fixCompStats", &reply);
