@@ -59,7 +59,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using testsupport::Simulator;
 
-const char kEnvelope[] = "<virtualIO><datastream name=\"command\"/></virtualIO>";
 const char kPrompt[] = "Press any key to continue....";
 const char kMountPoint[] = "/media/kvf/VOL1";  // of the generated volume VOL1
 const int kRows = 25, kCols = 120;
@@ -318,27 +317,14 @@ class Baseline {
 
   // The exchanges of `velkor -L volume`; returns the objects visited, or -1.
   long run(const char* volume) {
-    char request[1024];
-    snprintf(request, sizeof request,
-             "%s<kvfRequest><volume><getVolumeInfo><volumeName><![CDATA[%s]]></volumeName><basicInfo/>"
-             "<attributes/></getVolumeInfo></volume></kvfRequest>",
-             kEnvelope, volume);
-    if (!exchange(request, "getVolumeInfo")) return -1;
+    using testsupport::requestText;
+    if (!exchange(requestText(velkor::volumeInfoRequest, volume, true), "getVolumeInfo")) return -1;
     long visited = 0;
     int position = 0;
     char zids[kBatch][21];
     for (;;) {
-      snprintf(request, sizeof request,
-               "%s<kvfRequest><volume><getVolumeInfo><volumeName><![CDATA[%s]]></volumeName><basicInfo/>"
-               "</getVolumeInfo></volume></kvfRequest>",
-               kEnvelope, volume);
-      if (!exchange(request, "getVolumeInfo")) return -1;
-      snprintf(request, sizeof request,
-               "%s<kvfRequest><volume><browseBeasts><volumeName><![CDATA[%s]]></volumeName><onlineOnly/>"
-               "<selectBeastsCriteria><selectBeastsAll/></selectBeastsCriteria><numBeastsRequested>%d"
-               "</numBeastsRequested><scanSequence>%d</scanSequence></browseBeasts></volume></kvfRequest>",
-               kEnvelope, volume, kBatch, position);
-      if (!exchange(request, "browseBeasts")) return -1;
+      if (!exchange(requestText(velkor::volumeInfoRequest, volume, false), "getVolumeInfo")) return -1;
+      if (!exchange(requestText(velkor::browseRequest, volume, true, 0, kBatch, position), "browseBeasts")) return -1;
       int n = 0;
       for (const char* p = strstr(block_, "<beastZids>"); p && n < kBatch && (p = strstr(p, "<zid>"));) {
         p += 5;
@@ -348,17 +334,9 @@ class Baseline {
         zids[n++][len] = '\0';
       }
       for (int i = 0; i < n; ++i) {
-        snprintf(request, sizeof request,
-                 "%s<kvfRequest><beast><getBeastInfo getCompBeastInfo=\"true\"><volumeName><![CDATA[%s]]>"
-                 "</volumeName><id><![CDATA[%s]]></id><typeOfInfo><rootBeastInfo/><namedBeastInfo/>"
-                 "<fileBeastInfo/><compBeastInfo/></typeOfInfo></getBeastInfo></beast></kvfRequest>",
-                 kEnvelope, volume, zids[i]);
-        if (!exchange(request, "getBeastInfo")) return -1;
-        snprintf(request, sizeof request,
-                 "%s<kvfRequest><beast><getBeastFullName><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]>"
-                 "</id><onlineOnly/><nameSpace>Unix</nameSpace></getBeastFullName></beast></kvfRequest>",
-                 kEnvelope, volume, zids[i]);
-        if (!exchange(request, "getBeastFullName")) return -1;
+        const char* zid = zids[i];
+        if (!exchange(requestText(velkor::beastInfoRequest, volume, zid, 15ul, true), "getBeastInfo")) return -1;
+        if (!exchange(requestText(velkor::fullNameRequest, volume, zid), "getBeastFullName")) return -1;
         ++visited;
       }
       if (n > 0) position = static_cast<int>(static_cast<uint32_t>(strtoull(zids[n - 1], nullptr, 10)));
@@ -372,7 +350,7 @@ class Baseline {
   // One exchange as the program makes it: open, seek, write, seek, reads of
   // the free part of a 4096-byte block growing by 4096, close; then only the
   // reply's status is looked at.
-  bool exchange(const char* request, const char* tag) {
+  bool exchange(const std::string& request, const char* tag) {
     if (baselineWorkUs > 0) {
       auto until = Clock::now() + std::chrono::microseconds(baselineWorkUs);
       while (Clock::now() < until) {
@@ -380,7 +358,7 @@ class Baseline {
     }
     int fd = open(manage_.c_str(), O_RDWR);
     if (fd < 0) return false;
-    bool ok = lseek(fd, 0, SEEK_SET) == 0 && write(fd, request, strlen(request)) >= 0 && lseek(fd, 0, SEEK_SET) == 0;
+    bool ok = lseek(fd, 0, SEEK_SET) == 0 && write(fd, request.data(), request.size()) >= 0 && lseek(fd, 0, SEEK_SET) == 0;
     size_t used = 0, free = 4096;
     while (ok) {
       ssize_t n = read(fd, block_ + used, free);

@@ -8,7 +8,7 @@
 
 #include "common_cpp/kvfError.h"
 #include "common_cpp/qXML.h"
-#include "replyReads.h"
+#include "programReads.h"
 
 namespace {
 
@@ -51,19 +51,14 @@ void scan(const uint8_t* data, size_t size) {
   QXML::XML_stripCDATA(cdata, end);
 }
 
-// The program's reads, each on a fresh copy since the reads write NULs into it.
+// The program's reads, each on a fresh reply buffer holding exactly the
+// input (the reads write NULs into it).
 void read(const uint8_t* data, size_t size) {
-  using namespace replyreads;
-  for (int kind = 0; kind < 8; ++kind) {
-    std::unique_ptr<char[]> reply = copyOf(data, size, true);
-    Reader r;
+  for (int kind = 0; kind < programreads::kKinds; ++kind) {
+    velkor::ReplyBuf reply;
+    reply.assign(reinterpret_cast<const char*>(data), size);
     try {
-      switch (kind) {
-        case 0: readBeastInfo(r, reply.get(), size); break;
-        case 1: readBrowse(r, reply.get(), size); break;
-        case 2: readVolumeInfo(r, reply.get(), size); break;
-        default: readOthers(r, reply.get(), size, kind - 3); break;
-      }
+      programreads::read(static_cast<programreads::Kind>(kind), &reply);
     } catch (const KVFError&) {
     }
   }

@@ -292,21 +292,13 @@ void expectDeletionWays(MountedVolume* volume) {
   }
   std::vector<json> deletes = volume->sim.requestsOf("deleteBeast");
   ASSERT_EQ(2u, deletes.size());
-  std::string expected = std::string(testsupport::kEnvelope) +
-                         "<kvfRequest><beast><deleteBeast><volumeName><![CDATA[VOL1]]></volumeName><id><![CDATA[" +
-                         std::to_string(zidOf(position("compressed data stream, zid 0"))) +
-                         "]]></id><onlineOnly/></deleteBeast></beast></kvfRequest>";
-  EXPECT_EQ(expected, deletes[0]["request"]);
+  std::string zid = std::to_string(zidOf(position("compressed data stream, zid 0")));
+  EXPECT_EQ(testsupport::requestText(velkor::deleteRequest, "VOL1", zid.c_str()), deletes[0]["request"]);
 }
 
 void expectExactRepairRequests(MountedVolume* volume) {
   std::vector<std::string> sets;
   for (const json& r : volume->sim.requestsOf("setBeastInfo")) sets.push_back(r["request"]);
-  auto opening = [](uint64_t zid) {
-    return std::string(testsupport::kEnvelope) +
-           "<kvfRequest><beast><setBeastInfo><volumeName><![CDATA[VOL1]]></volumeName><id><![CDATA[" +
-           std::to_string(zid) + "]]></id>";
-  };
   auto has = [&](const std::string& text) {
     for (const std::string& s : sets)
       if (s == text) return true;
@@ -314,30 +306,22 @@ void expectExactRepairRequests(MountedVolume* volume) {
   };
   auto zid = [](const char* what) {
     for (size_t i = 0; i < kCases; ++i)
-      if (std::string(kSweep[i].what) == what) return zidOf(i);
-    return uint64_t(0);
+      if (std::string(kSweep[i].what) == what) return std::to_string(zidOf(i));
+    return std::string();
   };
-  const std::string closing = "</info></setBeastInfo></beast></kvfRequest>";
-  EXPECT_TRUE(has(opening(zid("compressed, Cc instead of stream mark")) +
-                  "<onlineOnly/><ignoreOpenFile/><info><namedBeastInfo><persistentNamed><attributes><oldValue>"
-                  "<archive/><noStreamCompress/></oldValue><newValue><archive/><dataStreamCompress/></newValue>"
-                  "</attributes></persistentNamed></namedBeastInfo>" + closing));
-  EXPECT_TRUE(has(opening(zid("compressed, both precious")) +
-                  "<onlineOnly/><ignoreOpenFile/><info><rootBeastInfo><variableData><variableDataComp><status>"
-                  "<oldValue><compressed/><clean/></oldValue><newValue><compressed/></newValue></status>"
-                  "</variableDataComp></variableData></rootBeastInfo>" + closing));
-  EXPECT_TRUE(has(opening(zid("held uncompressed, marked compressed")) +
-                  "<onlineOnly/><ignoreOpenFile/><info><rootBeastInfo><variableData><variableDataComp><cPrecious>"
-                  "<oldValue>0</oldValue><newValue>1</newValue></cPrecious><status><oldValue><compressed/><clean/>"
-                  "</oldValue><newValue><uncompressed/><compressed/></newValue></status></variableDataComp>"
-                  "</variableData></rootBeastInfo>" + closing));
-  EXPECT_TRUE(has(opening(zid("uncompressed, not clean, not logged")) + "<onlineOnly/><ignoreOpenFile/><info>" +
-                  closing))
+  using testsupport::requestText;
+  EXPECT_TRUE(has(requestText(velkor::attributesAndActionSetRequest, "VOL1",
+                              zid("compressed, Cc instead of stream mark").c_str(), "<archive/><noStreamCompress/>",
+                              "<archive/><dataStreamCompress/>", nullptr, nullptr)));
+  EXPECT_TRUE(has(requestText(velkor::statusSetRequest, "VOL1", zid("compressed, both precious").c_str(),
+                              "<compressed/><clean/>", "<compressed/>", false)));
+  EXPECT_TRUE(has(requestText(velkor::statusSetRequest, "VOL1", zid("held uncompressed, marked compressed").c_str(),
+                              "<compressed/><clean/>", "<uncompressed/><compressed/>", true)));
+  EXPECT_TRUE(has(requestText(velkor::attributesAndActionSetRequest, "VOL1",
+                              zid("uncompressed, not clean, not logged").c_str(), nullptr, nullptr, nullptr, nullptr)))
       << "an uncompressed file that is neither clean nor logged gets an empty set request";
-  EXPECT_TRUE(has(opening(zid("compressed data marked deleted")) +
-                  "<ignoreOpenFile/><info><rootBeastInfo><variableData><variableDataUncomp><uncompBeastDeleted>"
-                  "<oldValue>true</oldValue><newValue>false</newValue></uncompBeastDeleted></variableDataUncomp>"
-                  "</variableData></rootBeastInfo>" + closing));
+  EXPECT_TRUE(has(requestText(velkor::deletedFlagSetRequest, "VOL1", zid("compressed data marked deleted").c_str(),
+                              true, false)));
 }
 
 // A set request refused because the object changed is retried with fresh

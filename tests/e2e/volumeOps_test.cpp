@@ -75,10 +75,7 @@ TEST(VolumeScan, BatchesOfTwentyAndTheirScanPositions) {
   }
   Simulator sim = Simulator::withFixture(volume(files(1), json::array()).dump());
   FinishedRun run(sim, {"-L", "VOL1"});
-  EXPECT_EQ(std::string(testsupport::kEnvelope) +
-                "<kvfRequest><volume><browseBeasts><volumeName><![CDATA[VOL1]]></volumeName><onlineOnly/>"
-                "<selectBeastsCriteria><selectBeastsAll/></selectBeastsCriteria><numBeastsRequested>20"
-                "</numBeastsRequested><scanSequence>0</scanSequence></browseBeasts></volume></kvfRequest>",
+  EXPECT_EQ(testsupport::requestText(velkor::browseRequest, "VOL1", true, 0, 20, 0),
             sim.requestsOf("browseBeasts").at(0)["request"]);
 }
 
@@ -193,12 +190,8 @@ TEST(CcAttribute, ClearAllWithMarkedTwiceMarkedAndUnmarkedObjects) {
   EXPECT_EQ("  STATUS: finished successfully, check ./velkor.log for details", run.at(23));
 
   auto set = [](uint64_t zid, const std::string& oldValue, const std::string& newValue) {
-    return std::string(testsupport::kEnvelope) +
-           "<kvfRequest><beast><setBeastInfo><volumeName><![CDATA[VOL1]]></volumeName><id><![CDATA[" +
-           std::to_string(zid) +
-           "]]></id><onlineOnly/><ignoreOpenFile/><info><namedBeastInfo><persistentNamed><attributes><oldValue>" +
-           oldValue + "</oldValue><newValue>" + newValue +
-           "</newValue></attributes></persistentNamed></namedBeastInfo></info></setBeastInfo></beast></kvfRequest>";
+    return testsupport::requestText(velkor::attributesSetRequest, "VOL1", std::to_string(zid).c_str(),
+                                    oldValue.c_str(), newValue.c_str());
   };
   std::vector<std::string> sets;
   for (const json& r : sim.requestsOf("setBeastInfo")) sets.push_back(r["request"]);
@@ -243,9 +236,7 @@ TEST(Statistics, MaintenanceStateGoesStraightToTheTable) {
                 figure(uint64_t(recount["compressedBlocks"]) * 4096),
             run.at(16));
   EXPECT_EQ(1u, sim.requestsOf("fixCompStats").size());
-  EXPECT_EQ(std::string(testsupport::kEnvelope) +
-                "<kvfRequest><volume><fixCompStats><volumeName><![CDATA[VOL1]]></volumeName></fixCompStats>"
-                "</volume></kvfRequest>",
+  EXPECT_EQ(testsupport::requestText(velkor::fixCompStatsRequest, "VOL1"),
             sim.requestsOf("fixCompStats")[0]["request"]);
 }
 

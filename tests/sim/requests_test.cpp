@@ -234,14 +234,14 @@ TEST_F(Requests, FixCompStatsRecounts) {
 }
 
 TEST_F(Requests, MalformedRequestsGetAnErrorResult) {
-  std::string withoutEnvelope = getBeastInfo("VOL1", "101", 15, true).substr(strlen(kEnvelope));
+  std::string withoutEnvelope = getBeastInfo("VOL1", "101", 15, true).substr(strlen(cmdHeader));
   EXPECT_EQ(resultOf(sim.manage(withoutEnvelope), "getBeastInfo"), 21702);
   std::string cut = getBeastInfo("VOL1", "101", 15, true);
   cut.resize(cut.size() - 20);
   EXPECT_EQ(resultOf(sim.manage(cut), "getBeastInfo"), 21702);
   EXPECT_EQ(sim.manage(""), "");  // nothing written, nothing to read
-  for (std::string text : {std::string("\0\xff\xfe<<>>", 7), std::string(kEnvelope) + "<kvfRequest/>",
-                           std::string(kEnvelope) + "<kvfRequest><beast><noSuch/></beast></kvfRequest>",
+  for (std::string text : {std::string("\0\xff\xfe<<>>", 7), std::string(cmdHeader) + "<kvfRequest/>",
+                           std::string(cmdHeader) + "<kvfRequest><beast><noSuch/></beast></kvfRequest>",
                            std::string(100000, '<')}) {
     std::string r = sim.manage(text);
     EXPECT_NE(r.find("<result value=\"21702\"/>"), std::string::npos) << r;

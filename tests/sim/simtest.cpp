@@ -2,125 +2,53 @@
 
 namespace simtest {
 
-namespace {
-const char* const kMaskTags[] = {"<rootBeastInfo/>", "<namedBeastInfo/>", "<fileBeastInfo/>",
-                                 "<compBeastInfo/>", "<volumeBeastInfoSimple/>", "<volumeBeastInfoFull/>"};
-const char kSetHead[] =
-    "%s<kvfRequest><beast><setBeastInfo><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]></id><onlineOnly/>"
-    "<ignoreOpenFile/><info>";
-const char kSetTail[] = "</info></setBeastInfo></beast></kvfRequest>";
-}  // namespace
+using testsupport::requestText;
 
 std::string getBeastInfo(const char* volume, const char* zid, unsigned mask, bool comp) {
-  std::string r = format(
-      "%s<kvfRequest><beast><getBeastInfo getCompBeastInfo=\"%s\"><volumeName><![CDATA[%s]]></volumeName><id><!"
-      "[CDATA[%s]]></id><typeOfInfo>",
-      kEnvelope, comp ? "true" : "false", volume, zid ? zid : "0");
-  for (int i = 0; i < 6; ++i)
-    if (mask & (1u << i)) r += kMaskTags[i];
-  return r + "</typeOfInfo></getBeastInfo></beast></kvfRequest>";
+  return requestText(velkor::beastInfoRequest, volume, zid, static_cast<unsigned long>(mask), comp);
 }
 
 std::string getBeastFullName(const char* volume, const char* zid) {
-  return format(
-      "%s<kvfRequest><beast><getBeastFullName><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]></id><onlineOnly/"
-      "><nameSpace>%s</nameSpace></getBeastFullName></beast></kvfRequest>",
-      kEnvelope, volume, zid, "Unix");
+  return requestText(velkor::fullNameRequest, volume, zid);
 }
 
-std::string getFileInfo(const char* path) {
-  return format(
-      "%s<fileRequest><fileInfo><getFileInfo><fileName><![CDATA[%s]]></fileName><typeOfInfo><standardInfo/></"
-      "typeOfInfo></getFileInfo></fileInfo></fileRequest>",
-      kEnvelope, path);
-}
+std::string getFileInfo(const char* path) { return requestText(velkor::fileInfoRequest, path); }
 
-std::string getVolumeInfo(const char* volume) {
-  return format(
-      "%s<kvfRequest><volume><getVolumeInfo><volumeName><![CDATA[%s]]></volumeName><basicInfo/><attributes/></"
-      "getVolumeInfo></volume></kvfRequest>",
-      kEnvelope, volume);
-}
+std::string getVolumeInfo(const char* volume) { return requestText(velkor::volumeInfoRequest, volume, true); }
 
 std::string getVolumeTotalObjects(const char* volume) {
-  return format(
-      "%s<kvfRequest><volume><getVolumeInfo><volumeName><![CDATA[%s]]></volumeName><basicInfo/></getVolumeInfo></"
-      "volume></kvfRequest>",
-      kEnvelope, volume);
+  return requestText(velkor::volumeInfoRequest, volume, false);
 }
 
 std::string browseBeasts(const char* volume, int requested, int sequence) {
-  return format("%s<kvfRequest><volume><browseBeasts><volumeName><![CDATA[%s]]></volumeName>", kEnvelope, volume) +
-         "<onlineOnly/><selectBeastsCriteria><selectBeastsAll/></selectBeastsCriteria>" +
-         format("<numBeastsRequested>%d</numBeastsRequested><scanSequence>%d</scanSequence></browseBeasts></volume></"
-                "kvfRequest>",
-                requested, sequence);
+  return requestText(velkor::browseRequest, volume, true, 0, requested, sequence);
 }
 
 std::string setStatus(const char* volume, const char* zid, const char* oldTags, const char* newTags) {
-  return format(
-      "%s<kvfRequest><beast><setBeastInfo><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]></id><onlineOnly/"
-      "><ignoreOpenFile/><info><rootBeastInfo><variableData><variableDataComp><status><oldValue>%s</"
-      "oldValue><newValue>%s</newValue></status></variableDataComp></variableData></rootBeastInfo></info></"
-      "setBeastInfo></beast></kvfRequest>",
-      kEnvelope, volume, zid, oldTags, newTags);
+  return requestText(velkor::statusSetRequest, volume, zid, oldTags, newTags, false);
 }
 
 std::string setPreciousAndStatus(const char* volume, const char* zid, const char* oldTags, const char* newTags) {
-  return format(
-      "%s<kvfRequest><beast><setBeastInfo><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]></id><onlineOnly/"
-      "><ignoreOpenFile/><info><rootBeastInfo><variableData><variableDataComp><cPrecious><oldValue>0</"
-      "oldValue><newValue>1</newValue></cPrecious><status><oldValue>%s</oldValue><newValue>%s</newValue></status></"
-      "variableDataComp></variableData></rootBeastInfo></info></setBeastInfo></beast></kvfRequest>",
-      kEnvelope, volume, zid, oldTags, newTags);
+  return requestText(velkor::statusSetRequest, volume, zid, oldTags, newTags, true);
 }
 
 std::string setCombined(const char* volume, const char* zid, const char* oldAttrs, const char* newAttrs,
                         const char* oldAction, const char* newAction) {
-  std::string r = format(kSetHead, kEnvelope, volume, zid);
-  if (oldAttrs)
-    r += format(
-        "<namedBeastInfo><persistentNamed><attributes><oldValue>%s</oldValue><newValue>%s</newValue></attributes></"
-        "persistentNamed></namedBeastInfo>",
-        oldAttrs, newAttrs);
-  if (oldAction)
-    r += format(
-        "<rootBeastInfo><variableData><variableDataComp><action><oldValue>%s</oldValue><newValue>%s</newValue></"
-        "action></variableDataComp></variableData></rootBeastInfo>",
-        oldAction, newAction);
-  return r + kSetTail;
+  return requestText(velkor::attributesAndActionSetRequest, volume, zid, oldAttrs, newAttrs, oldAction, newAction);
 }
 
 std::string setDeletedFlag(const char* volume, const char* zid, const char* oldValue, const char* newValue) {
-  return format(
-      "%s<kvfRequest><beast><setBeastInfo><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]></"
-      "id><ignoreOpenFile/><info><rootBeastInfo><variableData><variableDataUncomp><uncompBeastDeleted><oldValue>%s</"
-      "oldValue><newValue>%s</newValue></uncompBeastDeleted></variableDataUncomp></variableData></rootBeastInfo></"
-      "info></setBeastInfo></beast></kvfRequest>",
-      kEnvelope, volume, zid, oldValue, newValue);
+  return requestText(velkor::deletedFlagSetRequest, volume, zid, std::string(oldValue) == "true",
+                     std::string(newValue) == "true");
 }
 
 std::string clearCc(const char* volume, const char* zid, const char* oldAttrs, const char* newAttrs) {
-  return format(
-      "%s<kvfRequest><beast><setBeastInfo><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]></id><onlineOnly/"
-      "><ignoreOpenFile/><info><namedBeastInfo><persistentNamed><attributes><oldValue>%s</oldValue><newValue>%s</"
-      "newValue></attributes></persistentNamed></namedBeastInfo></info></setBeastInfo></beast></kvfRequest>",
-      kEnvelope, volume, zid, oldAttrs, newAttrs);
+  return requestText(velkor::attributesSetRequest, volume, zid, oldAttrs, newAttrs);
 }
 
-std::string deleteBeast(const char* volume, const char* zid) {
-  return format(
-      "%s<kvfRequest><beast><deleteBeast><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]></id><onlineOnly/"
-      "></deleteBeast></beast></kvfRequest>",
-      kEnvelope, volume, zid);
-}
+std::string deleteBeast(const char* volume, const char* zid) { return requestText(velkor::deleteRequest, volume, zid); }
 
-std::string fixCompStats(const char* volume) {
-  return format(
-      "%s<kvfRequest><volume><fixCompStats><volumeName><![CDATA[%s]]></volumeName></fixCompStats></volume></"
-      "kvfRequest>",
-      kEnvelope, volume);
-}
+std::string fixCompStats(const char* volume) { return requestText(velkor::fixCompStatsRequest, volume); }
 
 std::string first(const std::string& reply, const std::string& name, const std::string& from) {
   size_t start = from.empty() ? 0 : reply.find(from);

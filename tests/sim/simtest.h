@@ -1,4 +1,4 @@
-// Shared helpers of the simulator tests: the program's request texts, a
+// Shared helpers of the simulator tests: the program's requests, a
 // small fixture, and readers that find reply elements the way the program does.
 #pragma once
 
@@ -9,16 +9,8 @@
 
 namespace simtest {
 
-using testsupport::kEnvelope;
 
-template <typename... Args>
-std::string format(const char* fmt, Args... args) {
-  char buf[1024];
-  int n = snprintf(buf, sizeof buf, fmt, args...);
-  return std::string(buf, size_t(n) < sizeof buf ? size_t(n) : sizeof buf - 1);
-}
-
-// The requests, byte for byte as the program builds them.
+// The requests, built by the program's own request builders.
 std::string getBeastInfo(const char* volume, const char* zid, unsigned mask, bool comp);
 std::string getBeastFullName(const char* volume, const char* zid);
 std::string getFileInfo(const char* path);

@@ -24,7 +24,6 @@ extern "C" {
 
 namespace testsupport {
 
-const char kEnvelope[] = "<virtualIO><datastream name=\"command\"/></virtualIO>";
 
 namespace {
 

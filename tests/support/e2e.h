@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "velkor/requests.h"
 #include "process.h"
 
 namespace testsupport {
@@ -64,8 +65,14 @@ class Simulator {
   pid_t pid_ = -1;
 };
 
-// The request envelope, as the program puts it before each request.
-extern const char kEnvelope[];
+// A request's text as the program builds it: `build` is one of the
+// program's request builders (velkor/requests.h), called with `args`.
+template <typename... Params, typename... Args>
+std::string requestText(void (*build)(velkor::RequestText&, Params...), Args... args) {
+  velkor::RequestText text;
+  build(text, args...);
+  return text.text();
+}
 
 // velkor in the sandbox in a pseudo-terminal, its output fed to a terminal
 // emulator; killed when destroyed.

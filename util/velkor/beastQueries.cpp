@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include "common_cpp/kvfError.h"
@@ -35,80 +36,101 @@ int getTagContentFromReply(ReplyBuf* reply, const char* tag, const TagRequest_s*
   return 0;
 }
 
-void getBeastInfo(ReplyBuf* reply, char* volume, char* zid, unsigned long infoMask, unsigned long getComp,
-                  const char* tag, const TagRequest_s* requests, TagContent_s* contents) {
-  OpenCmdFile channel(managecmd);
+namespace {
+
+// One exchange on manage.cmd whose reply status is checked for `tag`.
+void exchange(const char* commandFile, RequestText& request, const char* tag, ReplyBuf* reply) {
+  OpenCmdFile channel(commandFile);
+  channel.file.readWrite(request.text(), tag, reply);
+}
+
+void sendBeastInfo(ReplyBuf* reply, char* volume, char* zid, unsigned long infoMask, unsigned long getComp) {
   RequestText request;
   beastInfoRequest(request, volume, zid, infoMask, getComp == 1);
-  channel.file.readWrite(request.text(), "getBeastInfo", reply);
+  exchange(managecmd, request, "getBeastInfo", reply);
+}
+
+}  // namespace
+
+void getBeastInfo(ReplyBuf* reply, char* volume, char* zid, unsigned long infoMask, unsigned long getComp,
+                  const char* tag, const TagRequest_s* requests, TagContent_s* contents) {
+  sendBeastInfo(reply, volume, zid, infoMask, getComp);
   getTagContentFromReply(reply, tag, requests, contents);
 }
 
 void getCompUncompInfo(char* volume, char* zid, UncompBeastInfo** file, CompBeastInfo** compData) {
   ReplyBuf reply;
+  sendBeastInfo(&reply, volume, zid, infoRoot | infoNamed | infoFile | infoCompBeast, 1);
+  readCompUncompInfo(&reply, volume, file, compData);
+}
+
+void readCompUncompInfo(ReplyBuf* reply, char* volume, UncompBeastInfo** file, CompBeastInfo** compData) {
   const TagRequest_s rows[] = {{"beastInfo", 0}, {"compressionInfo", QXML::TAG_OPTIONAL}, {nullptr, 0}};
   TagContent_s contents[2];
-  getBeastInfo(&reply, volume, zid, infoRoot | infoNamed | infoFile | infoCompBeast, 1, "getBeastInfo", rows,
-               contents);
-  UncompBeastInfo* record = new UncompBeastInfo(volume, &contents[0].element);
-  if (contents[1].status & QXML::TAG_HAS_CONTENT) {
-    try {
-      *compData = new CompBeastInfo(&contents[1].element);
-    } catch (...) {
-      delete record;
-      throw;
-    }
-  }
-  *file = record;
+  getTagContentFromReply(reply, "getBeastInfo", rows, contents);
+  std::unique_ptr<UncompBeastInfo> record(new UncompBeastInfo(volume, &contents[0].element));
+  if (contents[1].status & QXML::TAG_HAS_CONTENT) *compData = new CompBeastInfo(&contents[1].element);
+  *file = record.release();
 }
 
 void getFileStdInfoByPath(ReplyBuf* reply, char* path, const TagRequest_s* requests, TagContent_s* contents) {
-  OpenCmdFile channel(filecmd);
   RequestText request;
   fileInfoRequest(request, path);
-  channel.file.readWrite(request.text(), "getFileInfo", reply);
+  exchange(filecmd, request, "getFileInfo", reply);
   getTagContentFromReply(reply, "standardInfo", requests, contents);
 }
 
 void getFileZidByPath(char* path, char* volumeOut, char* zidOut, size_t volumeSize, size_t zidSize) {
   ReplyBuf reply;
+  RequestText request;
+  fileInfoRequest(request, path);
+  exchange(filecmd, request, "getFileInfo", &reply);
+  readFileZid(&reply, volumeOut, zidOut, volumeSize, zidSize);
+}
+
+void readFileZid(ReplyBuf* reply, char* volumeOut, char* zidOut, size_t volumeSize, size_t zidSize) {
   const TagRequest_s rows[] = {{"id", 0}, {"volumeName", 0}, {nullptr, 0}};
   TagContent_s contents[2];
-  getFileStdInfoByPath(&reply, path, rows, contents);
+  getTagContentFromReply(reply, "standardInfo", rows, contents);
   copyOut(volumeOut, volumeSize, contents[1].value, __LINE__);
   copyOut(zidOut, zidSize, contents[0].value, __LINE__);
 }
 
 void getFileName(char* volume, char* zid, CompStats* stats) {
   ReplyBuf reply;
-  OpenCmdFile channel(managecmd);
   RequestText request;
   fullNameRequest(request, volume, zid);
-  channel.file.readWrite(request.text(), "getBeastFullName", &reply);
-  const TagRequest_s rows[] = {{"name", 0}, {nullptr, 0}};
-  TagContent_s contents[1];
-  getTagContentFromReply(&reply, "getBeastFullName", rows, contents);
-  const char* name = contents[0].value ? contents[0].value : "";
-  char* copy = static_cast<char*>(calloc(strlen(name) + 1, 1));
-  if (!copy) throw KVFError("Can't allocate memory", zERR_NO_MEMORY, KVF_HERE);
-  memcpy(copy, name, strlen(name));
+  exchange(managecmd, request, "getBeastFullName", &reply);
+  char* copy = readFullName(&reply);
   free(stats->fileName);
   stats->fileName = copy;
 }
 
+char* readFullName(ReplyBuf* reply) {
+  const TagRequest_s rows[] = {{"name", 0}, {nullptr, 0}};
+  TagContent_s contents[1];
+  getTagContentFromReply(reply, "getBeastFullName", rows, contents);
+  const char* name = contents[0].value ? contents[0].value : "";
+  char* copy = static_cast<char*>(calloc(strlen(name) + 1, 1));
+  if (!copy) throw KVFError("Can't allocate memory", zERR_NO_MEMORY, KVF_HERE);
+  memcpy(copy, name, strlen(name));
+  return copy;
+}
+
 void getVolumeInfo(char* volumeName, VolumeInfo_s* info) {
   ReplyBuf reply;
-  OpenCmdFile channel(managecmd);
   RequestText request;
   volumeInfoRequest(request, volumeName, true);
-  channel.file.readWrite(request.text(), "getVolumeInfo", &reply);
+  exchange(managecmd, request, "getVolumeInfo", &reply);
+  readVolumeInfo(&reply, info);
+}
 
+void readVolumeInfo(ReplyBuf* reply, VolumeInfo_s* info) {
   const TagRequest_s parts[] = {{"basicInfo", QXML::TAG_CONTENT_REQUIRED},
                                 {"enabledAttributes", QXML::TAG_CONTENT_REQUIRED},
                                 {nullptr, 0}};
   TagContent_s part[2];
-  getTagContentFromReply(&reply, "getVolumeInfo", parts, part);
-
+  getTagContentFromReply(reply, "getVolumeInfo", parts, part);
   const TagRequest_s basicRows[] = {{"volumeState", QXML::TAG_CONTENT_REQUIRED},
                                     {"mountPoint", QXML::TAG_CONTENT_REQUIRED},
                                     {nullptr, 0}};
@@ -140,14 +162,45 @@ void getVolumeInfo(char* volumeName, VolumeInfo_s* info) {
 
 unsigned long getVolumeTotalObjects(char* volumeName) {
   ReplyBuf reply;
-  OpenCmdFile channel(managecmd);
   RequestText request;
   volumeInfoRequest(request, volumeName, false);
-  channel.file.readWrite(request.text(), "getVolumeInfo", &reply);
+  exchange(managecmd, request, "getVolumeInfo", &reply);
+  return readTotalObjects(&reply);
+}
+
+unsigned long readTotalObjects(ReplyBuf* reply) {
   const TagRequest_s rows[] = {{"totalObjects", QXML::TAG_CONTENT_REQUIRED}, {nullptr, 0}};
   TagContent_s contents[1];
-  getTagContentFromReply(&reply, "getVolumeInfo", rows, contents);
+  getTagContentFromReply(reply, "getVolumeInfo", rows, contents);
   return KVF::LB_strtouq(contents[0].value, nullptr, 10);
+}
+
+VolumeStatistics getVolumeStatistics(ReplyBuf* reply, char* volumeName, const int64_t* blockSize) {
+  reply->clear();
+  sendBeastInfo(reply, volumeName, nullptr, infoVolumeSimple, 0);
+  return readVolumeStatistics(reply, blockSize);
+}
+
+VolumeStatistics readVolumeStatistics(ReplyBuf* reply, const int64_t* blockSize) {
+  const TagRequest_s rows[] = {
+      {"compressedFiles", QXML::TAG_CONTENT_REQUIRED},    {"compressedDeletedFiles", QXML::TAG_CONTENT_REQUIRED},
+      {"uncompressibleFiles", QXML::TAG_CONTENT_REQUIRED}, {"preCompressionBlocks", QXML::TAG_CONTENT_REQUIRED},
+      {"compressedBlocks", QXML::TAG_CONTENT_REQUIRED},   {"blockSize", QXML::TAG_CONTENT_REQUIRED},
+      {"volumeState", QXML::TAG_CONTENT_REQUIRED},        {nullptr, 0}};
+  TagContent_s c[7];
+  getTagContentFromReply(reply, "getBeastInfo", rows, c);
+  auto number = [&](int i) { return KVF::LB_strtouq(c[i].value, nullptr, 10); };
+  VolumeStatistics s;
+  s.blockSize = blockSize ? *blockSize : KVF::LB_strtoq(c[5].value, nullptr, 10);
+  uint64_t bytesPerBlock = static_cast<uint64_t>(s.blockSize);
+  s.figure[0] = number(0) - number(1);
+  s.figure[1] = number(1);
+  s.figure[2] = number(2);
+  s.figure[3] = number(3) * bytesPerBlock;
+  s.figure[4] = number(4) * bytesPerBlock;
+  memset(s.state, 0, sizeof s.state);
+  strncpy(s.state, c[6].value, sizeof s.state - 1);
+  return s;
 }
 
 }  // namespace velkor

@@ -45,4 +45,36 @@ void getFileName(char* volume, char* zid, CompStats* stats);
 void getVolumeInfo(char* volumeName, VolumeInfo_s* info);
 unsigned long getVolumeTotalObjects(char* volumeName);
 
+// The volume object's compression statistics as the statistics operation
+// shows them: compressed (live), compressed deleted and uncompressible files,
+// bytes before and after compression (blocks times the block size).
+struct VolumeStatistics {
+  uint64_t figure[5];
+  int64_t blockSize;
+  char state[32];
+};
+// Reads the volume object's statistics (zid "0"); `blockSize`, when given,
+// replaces the one in the reply.
+VolumeStatistics getVolumeStatistics(ReplyBuf* reply, char* volumeName, const int64_t* blockSize);
+
+// ---- Reading a reply ----
+// What each query reads from its reply, apart from the exchange, so that the
+// reader can be driven (fuzzed, measured) on reply text alone. Each throws
+// KVFError as its query does; values are read in place from the reply.
+
+// getBeastInfo with the file's and its compressed data's records (see
+// getCompUncompInfo).
+void readCompUncompInfo(ReplyBuf* reply, char* volume, UncompBeastInfo** file, CompBeastInfo** compData);
+// (browseBeasts: readZidBatch, volumeScan.h.)
+// getVolumeInfo with attributes: state, mount point, compression flag.
+void readVolumeInfo(ReplyBuf* reply, VolumeInfo_s* info);
+// getVolumeInfo: the number of objects.
+unsigned long readTotalObjects(ReplyBuf* reply);
+// getFileInfo: the volume name and zid, refused when they do not fit.
+void readFileZid(ReplyBuf* reply, char* volumeOut, char* zidOut, size_t volumeSize, size_t zidSize);
+// getBeastFullName: the name, as a heap copy the caller frees.
+char* readFullName(ReplyBuf* reply);
+// getBeastInfo of the volume object: its statistics.
+VolumeStatistics readVolumeStatistics(ReplyBuf* reply, const int64_t* blockSize);
+
 }  // namespace velkor

@@ -28,6 +28,11 @@ bool isSetCCBit(char* volumeName, char* zid, SetValue& value) {
   const QXML::TagRequest_s rows[] = {{"attributes", QXML::TAG_OPTIONAL}, {nullptr, 0}};
   QXML::TagContent_s contents[1];
   getBeastInfo(&reply, volumeName, zid, infoNamed, 0, "getBeastInfo", rows, contents);
+  return ccAttributeOf(contents[0], value);
+}
+
+bool ccAttributeOf(const QXML::TagContent_s& attributesRow, SetValue& value) {
+  const QXML::TagContent_s* contents = &attributesRow;
   if (!(contents[0].status & QXML::TAG_HAS_CONTENT)) return false;
 
   char element[64];

@@ -2,6 +2,8 @@
 // <noStreamCompress/> in an object's attributes. Reading, clearing, counting.
 #pragma once
 
+#include "common_cpp/qXML.h"
+
 namespace velkor {
 
 // The old and new attributes text of a set request.
@@ -16,6 +18,9 @@ const int kSetValueSize = 512;
 // True when the object's attributes hold the element; then `value` holds the
 // attributes text and that text with the element's first occurrence removed.
 bool isSetCCBit(char* volumeName, char* zid, SetValue& value);
+
+// The same test on the attributes row of a reply already read.
+bool ccAttributeOf(const QXML::TagContent_s& attributesRow, SetValue& value);
 
 // Writes the new attributes, provided they are still the old ones.
 void clearCCBit(char* volumeName, char* zid, SetValue& value);

@@ -40,6 +40,18 @@ void ReplyBuf::grow(int32_t extra) {
   free = extra;
 }
 
+void ReplyBuf::assign(const char* text, size_t length) {
+  if (length >= static_cast<size_t>(INT32_MAX)) throw KVFError("Out of memory", zERR_NO_MEMORY, kOutOfMemoryLocation);
+  char* block = static_cast<char*>(malloc(length + 1));
+  if (!block) throw KVFError("Out of memory", zERR_NO_MEMORY, kOutOfMemoryLocation);
+  if (length) memcpy(block, text, length);
+  block[length] = '\0';
+  std::free(data);
+  data = block;
+  used = static_cast<int32_t>(length);
+  free = 0;
+}
+
 std::ostream& operator<<(std::ostream& os, ReplyBuf& reply) {
   if (!reply.data) {
     os.setstate(std::ios::badbit);

@@ -2,6 +2,7 @@
 // request envelope, and (below) the reply buffer and command-file exchange.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <ostream>
 
@@ -24,6 +25,9 @@ class ReplyBuf {
 
   // Grows the block to used + extra bytes with `free` = extra; throws on failure.
   void grow(int32_t extra);
+  // Holds exactly `length` bytes of reply text (and the NUL after them) in a
+  // block of that size, as if an exchange had read them; throws on failure.
+  void assign(const char* text, size_t length);
   // Empties the buffer for the next exchange: its used bytes become free
   // again (the block is kept).
   void clear() {

@@ -25,14 +25,16 @@ int getSomeZids(char* volumeName, bool onlineOnly, int criteria, int numRequeste
   RequestText request;
   browseRequest(request, volumeName, onlineOnly, criteria, numRequested, scanSequence);
   channel.file.readWrite(request.text(), "browseBeasts", &reply);
+  return readZidBatch(&reply, zids);
+}
 
+int readZidBatch(ReplyBuf* reply, char* zids) {
   const QXML::TagRequest_s rows[] = {{"lastZidReturned", QXML::TAG_CONTENT_REQUIRED},
                                      {"numBeastsReturned", QXML::TAG_CONTENT_REQUIRED},
                                      {"beastZids", QXML::TAG_CONTENT_REQUIRED},
                                      {nullptr, 0}};
   QXML::TagContent_s contents[3];
-  getTagContentFromReply(&reply, "browseBeasts", rows, contents);
-
+  getTagContentFromReply(reply, "browseBeasts", rows, contents);
   // Children named "zid" (or a prefix of it) fill the slots in order.
   const QXML::XML_ElementInfo_s& list = contents[2].element;
   const char* p = list.contentStart;

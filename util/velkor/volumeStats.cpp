@@ -20,42 +20,12 @@ const char* const kLabels[5] = {
     "Precompressed Bytes:      ", "Compressed Bytes:         ",
 };
 
-struct Statistics {
-  uint64_t figure[5];
-  int64_t blockSize;
-  char state[32];
-};
-
-// Reads the volume object's statistics (the id "0").
-Statistics readStatistics(ReplyBuf* reply, char* volumeName, const int64_t* blockSize) {
-  const QXML::TagRequest_s rows[] = {
-      {"compressedFiles", QXML::TAG_CONTENT_REQUIRED},    {"compressedDeletedFiles", QXML::TAG_CONTENT_REQUIRED},
-      {"uncompressibleFiles", QXML::TAG_CONTENT_REQUIRED}, {"preCompressionBlocks", QXML::TAG_CONTENT_REQUIRED},
-      {"compressedBlocks", QXML::TAG_CONTENT_REQUIRED},   {"blockSize", QXML::TAG_CONTENT_REQUIRED},
-      {"volumeState", QXML::TAG_CONTENT_REQUIRED},        {nullptr, 0}};
-  QXML::TagContent_s c[7];
-  reply->clear();
-  getBeastInfo(reply, volumeName, nullptr, infoVolumeSimple, 0, "getBeastInfo", rows, c);
-  auto number = [&](int i) { return KVF::LB_strtouq(c[i].value, nullptr, 10); };
-  Statistics s;
-  s.blockSize = blockSize ? *blockSize : KVF::LB_strtoq(c[5].value, nullptr, 10);
-  uint64_t bytesPerBlock = static_cast<uint64_t>(s.blockSize);
-  s.figure[0] = number(0) - number(1);
-  s.figure[1] = number(1);
-  s.figure[2] = number(2);
-  s.figure[3] = number(3) * bytesPerBlock;
-  s.figure[4] = number(4) * bytesPerBlock;
-  memset(s.state, 0, sizeof s.state);
-  strncpy(s.state, c[6].value, sizeof s.state - 1);
-  return s;
-}
-
 }  // namespace
 
 void VELKOR_UserInterface::doVolumeStats(char* volumeName) {
   ReplyBuf reply;
   OpenCmdFile channel(managecmd);
-  Statistics before = readStatistics(&reply, volumeName, nullptr);
+  VolumeStatistics before = getVolumeStatistics(&reply, volumeName, nullptr);
 
   if (strcmp(before.state, "maintenance") != 0) {
     drawAt(10, 2, 12, "Compression statistics won't be calculated correctly because volume is not in ");
@@ -88,7 +58,7 @@ void VELKOR_UserInterface::doVolumeStats(char* volumeName) {
     return;
   }
 
-  Statistics after = readStatistics(&reply, volumeName, &before.blockSize);
+  VolumeStatistics after = getVolumeStatistics(&reply, volumeName, &before.blockSize);
   for (int row = 0; row < 5; ++row) {
     drawAt(12 + row, labelWidth + 30, 6, row == 4 ? "%20Lu " : "%20Lu",
            static_cast<unsigned long long>(after.figure[row]));
