@@ -10,7 +10,6 @@
 #include "common_cpp/kvfError.h"
 #include "velkor/requests.h"
 #include "velkor/velkorHelper.h"
-#include "velkor/velkorUI.h"
 
 namespace velkor {
 
@@ -81,7 +80,7 @@ void checkCCBit(char* volumeName, char* zid, OpArgs_s*, CompStats* stats) {
     }
   }
   ++stats->processed;
-  if (stats->ui) stats->ui->displayStats(0);
+  stats->view->showCounters(false);
 }
 
 }  // namespace velkor

@@ -10,7 +10,7 @@
 #include "velkor/beastQueries.h"
 #include "common_cpp/kvfError.h"
 #include "common/lbString.h"
-#include "velkor/velkorUI.h"
+#include "velkor/singleFile.h"
 
 namespace velkor {
 
@@ -72,12 +72,12 @@ bool checkCompCandidate(char* volumeName, char* zid) {
   return true;
 }
 
-void VELKOR_UserInterface::doFileCompCandidate(char* path) {
+void reportCompCandidate(char* path, CompStats* stats) {
   char volumeName[64];
   char zid[104];
-  if (!lookUpFile(path, volumeName, zid)) return;
+  if (!lookUpFile(path, volumeName, zid, stats)) return;
   bool candidate = checkCompCandidate(volumeName, zid);
-  drawAt(12, 4, 13, "File is %sa background compression candidate at this moment", candidate ? "" : "not ");
+  stats->view->drawAt(12, 4, 13, "File is %sa background compression candidate at this moment", candidate ? "" : "not ");
 }
 
 }  // namespace velkor

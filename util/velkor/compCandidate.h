@@ -4,6 +4,8 @@
 
 namespace velkor {
 
+class CompStats;
+
 // The file system's start-up configuration file; a plain global so tests can
 // point it elsewhere.
 extern const char* kvfStartConfigPath;
@@ -15,5 +17,9 @@ unsigned int getSetParameterValue(const char* name);
 
 // True when the object would be compressed by the background pass now.
 bool checkCompCandidate(char* volumeName, char* zid);
+
+// The background operation: looks the file up and shows whether it is a
+// candidate. Throws KVFError.
+void reportCompCandidate(char* path, CompStats* stats);
 
 }  // namespace velkor

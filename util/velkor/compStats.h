@@ -1,5 +1,7 @@
 // CompStats: the run's counters, the problem word and name of the file being
-// checked, and the volume's information; shown by the operator interface.
+// checked, and the volume's information; and OperationView, through which a
+// running operation shows its progress and asks the operator. The operations
+// know only these two; the operator interface implements the view.
 #pragma once
 
 #include <cstdint>
@@ -8,17 +10,48 @@
 
 namespace velkor {
 
-class VELKOR_UserInterface;
 class UncompBeastInfo;
 class CompBeastInfo;
+
+// What a running operation shows and asks. Called on the operation's thread
+// (the main thread); an implementation serialises its drawing with anything
+// else that draws. The base class alone shows nothing, never asks for an
+// abort and answers every question with end of input: the operations run
+// with it where there is no screen (component tests).
+class OperationView {
+ public:
+  virtual ~OperationView() = default;
+
+  // The counters block, with its labels when asked.
+  virtual void showCounters(bool withLabels) {}
+  // The file just checked: its log entry, and its details where the
+  // operation shows them.
+  virtual void showFile(UncompBeastInfo* file, CompBeastInfo* compData, char* name, unsigned long problems,
+                        unsigned long noHeader, unsigned long fixed, unsigned long deleted) {}
+  // The volume has no compression: nothing to do.
+  virtual void showCompressionOff() {}
+  // printf-style text at a screen position with a display attribute.
+  void drawAt(int row, int col, int attribute, const char* format, ...) __attribute__((format(printf, 5, 6)));
+  virtual void drawText(int row, int col, int attribute, const char* text) {}
+  virtual void clearRow(int row) {}
+  // One key from the operator; EOF when there is none.
+  virtual int readKey();
+
+  // A volume scan: while the watch is on, the operator may abort; the scan
+  // reports the volume's object count and each object done.
+  virtual void watchForAbort(bool on) {}
+  virtual bool abortRequested() const { return false; }
+  virtual void setTotal(uint64_t objects) {}
+  virtual void objectDone() {}
+};
 
 class CompStats {
  public:
   // Counter labels in display order, each 20 columns wide.
   static const char* const statsMsgs[8];
 
-  // `ui` may be null: the counters are then kept but nothing is shown.
-  explicit CompStats(VELKOR_UserInterface* ui);
+  // `view` may be null: the counters are then kept but nothing is shown.
+  explicit CompStats(OperationView* view);
   ~CompStats();
   CompStats(const CompStats&) = delete;
   CompStats& operator=(const CompStats&) = delete;
@@ -33,7 +66,7 @@ class CompStats {
   // The counter shown under statsMsgs[index].
   uint64_t counter(int index) const;
 
-  VELKOR_UserInterface* ui;
+  OperationView* view;  // not owned; never null
   uint64_t processed;
   uint64_t ccBitCleared;
   uint64_t corrupted;

@@ -1,5 +1,6 @@
-// The interface object: screen, counters, status line and the two worker
-// threads (elapsed time, and Escape to abort a volume scan).
+// The interface object: screen, counters, status line, the two worker
+// threads (elapsed time, and Escape to abort a volume scan) and the dispatch
+// of the run's operation. The per-file report is in fileReport.cpp.
 #include "velkor/velkorUI.h"
 
 #include <unistd.h>
@@ -11,9 +12,14 @@
 #include <stdexcept>
 
 #include "common/kvfUtil.h"
+#include "common_cpp/kvfError.h"
+#include "velkor/compCandidate.h"
 #include "screen/screenInterface.h"
 #include "velkor/runLog.h"
+#include "velkor/singleFile.h"
 #include "velkor/velkor.h"
+#include "velkor/velkorHelper.h"
+#include "velkor/volumeStats.h"
 
 namespace velkor {
 
@@ -138,14 +144,13 @@ int VELKOR_UserInterface::startThread() {
   return result;
 }
 
-void VELKOR_UserInterface::drawAt(int row, int col, int attribute, const char* format, ...) {
+void VELKOR_UserInterface::drawText(int row, int col, int attribute, const char* text) {
   ScreenLock hold(&lock);
   screen->PositionOutputCursor(row, col);
-  va_list args;
-  va_start(args, format);
-  screen->OutputToScreenWithAttributeV(attribute, format, args);
-  va_end(args);
+  screen->OutputToScreenWithAttribute(attribute, "%s", text);
 }
+
+int VELKOR_UserInterface::readKey() { return readKeyFromStdin(); }
 
 void VELKOR_UserInterface::clearRow(int row) {
   ScreenLock hold(&lock);
@@ -309,5 +314,46 @@ void VELKOR_UserInterface::displayStats(unsigned long withLabels) {
     screen->OutputToScreenWithAttribute(value ? kCounterColours[i] : 7, "%15u", static_cast<unsigned int>(value));
   }
 }
+
+// ---- The run's operation ----
+
+void VELKOR_UserInterface::opDispatcher(int op, char* path, unsigned long noHeader) {
+  operation = static_cast<unsigned int>(op);
+  // The status line's Escape hint depends on the operation.
+  setStatus(1);
+  OpArgs_s args = {noHeader, 0, 0};
+  try {
+    switch (static_cast<unsigned int>(op)) {
+      case opClearAll: volumeOp(path, checkCCBit, nullptr); break;
+      case opDeleteAll: args.delete_ = 1; volumeOp(path, checkCompressionStatus, &args); break;
+      case opFixAll: args.fix = 1; volumeOp(path, checkCompressionStatus, &args); break;
+      case opListAll: volumeOp(path, checkCompressionStatus, &args); break;
+      case opFixStats: doVolumeStats(path); break;
+      case opClear: fileOp(path, checkCCBit, nullptr); break;
+      case opDelete: args.delete_ = 1; fileOp(path, checkCompressionStatus, &args); break;
+      case opFix: args.fix = 1; fileOp(path, checkCompressionStatus, &args); break;
+      case opList: fileOp(path, checkCompressionStatus, &args); break;
+      case opBackground: doFileCompCandidate(path); break;
+      default: break;
+    }
+  } catch (const KVFError& e) {
+    LogError(e);
+    error = true;
+  }
+}
+
+// The operations themselves know only their OperationView (this object)
+// and the counters.
+void VELKOR_UserInterface::fileOp(char* path, ObjectRoutine routine, OpArgs_s* args) {
+  checkOneFile(path, routine, args, stats);
+}
+
+void VELKOR_UserInterface::volumeOp(char* volumeName, ObjectRoutine routine, OpArgs_s* args) {
+  scanVolume(volumeName, routine, args, stats);
+}
+
+void VELKOR_UserInterface::doVolumeStats(char* volumeName) { fixVolumeStatistics(volumeName, stats); }
+
+void VELKOR_UserInterface::doFileCompCandidate(char* path) { reportCompCandidate(path, stats); }
 
 }  // namespace velkor

@@ -1,5 +1,23 @@
 // VELKOR_UserInterface: the run's operator interface. It owns the screen, the
-// counters and the timer and abort-watch threads, and runs the operation.
+// counters and the timer and abort-watch threads, runs the operation and is
+// the operations' OperationView.
+//
+// Threads: the main thread makes and destroys the object and runs
+// opDispatcher, the operation and every per-file drawing. The timer thread
+// (runTimerThread) repaints the elapsed time and percentage once a second;
+// the abort-watch thread (runCheckAbortThread) polls the keyboard every
+// 100 ms while abortWatch is set and asks the abort question after Escape.
+// The destructor cancels and joins both.
+//
+// Locking: `lock` is one recursive mutex that guards the screen (curses is
+// not thread-safe) and everything drawn on it: every drawing member takes
+// it, the timer holds it for a repaint and the abort watch holds it from
+// the key check until the operator has answered (so the operation stops at
+// its next drawing while the question is open). The worker threads disable
+// cancellation while they hold it. Flags and counts are atomics: `aborted`
+// is written by the abort watch and read by the operation between objects;
+// `abortWatch`, `total` and `processed` are written by the operation and read
+// by the worker threads; `error` and `done` are written by the main thread.
 #pragma once
 
 #include <pthread.h>
@@ -9,6 +27,7 @@
 
 #include "velkor/compStats.h"
 #include "velkor/velkorTypes.h"
+#include "velkor/volumeScan.h"
 
 class ScreenInterface;
 
@@ -17,20 +36,18 @@ namespace velkor {
 class UncompBeastInfo;
 class CompBeastInfo;
 
-// The per-object routine of the list, fix, delete and clear operations.
-typedef void (*ObjectRoutine)(char* volumeName, char* objectText, OpArgs_s* args, CompStats* stats);
-
-class VELKOR_UserInterface {
+class VELKOR_UserInterface : public OperationView {
  public:
   // Enters curses mode and starts the threads; throws std::runtime_error.
   VELKOR_UserInterface(int argc, char** argv);
   // Shows the final status, waits for a key, stops the threads, ends curses.
-  ~VELKOR_UserInterface();
+  ~VELKOR_UserInterface() override;
   VELKOR_UserInterface(const VELKOR_UserInterface&) = delete;
   VELKOR_UserInterface& operator=(const VELKOR_UserInterface&) = delete;
 
   // Runs the operation; a KVFError becomes an error element in the run log.
   void opDispatcher(int operation, char* path, unsigned long noHeader);
+  // The operations, run with this interface as their view.
   void fileOp(char* path, ObjectRoutine routine, OpArgs_s* args);
   void volumeOp(char* volumeName, ObjectRoutine routine, OpArgs_s* args);
   void doVolumeStats(char* volumeName);
@@ -43,36 +60,43 @@ class VELKOR_UserInterface {
   int letUserView();
   void displayCompNotSupported();
   void displayStats(unsigned long withLabels);
+  // The per-file report (fileReport.cpp): the run log's entry and, for the
+  // single-file operations, the details on the screen.
   void displayFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name, unsigned long problems,
                        unsigned long noHeader, unsigned long fixed, unsigned long deleted);
   void logFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name, unsigned long problems,
                    unsigned long noHeader, unsigned long fixed, unsigned long deleted);
   static void getTypeStr(char* out, unsigned long deletedFlag, unsigned long typeCode, unsigned long xmlForm);
 
-  // Draws at a position with a display attribute, holding the screen lock.
-  void drawAt(int row, int col, int attribute, const char* format, ...);
-  // Clears a whole screen row.
-  void clearRow(int row);
+  // OperationView, each holding the screen lock while it draws.
+  void showCounters(bool withLabels) override { displayStats(withLabels ? 1 : 0); }
+  void showFile(UncompBeastInfo* file, CompBeastInfo* compData, char* name, unsigned long problems,
+                unsigned long noHeader, unsigned long fixed, unsigned long deleted) override {
+    displayFileInfo(file, compData, name, problems, noHeader, fixed, deleted);
+  }
+  void showCompressionOff() override { displayCompNotSupported(); }
+  void drawText(int row, int col, int attribute, const char* text) override;
+  void clearRow(int row) override;
+  int readKey() override;
+  void watchForAbort(bool on) override { abortWatch = on; }
+  bool abortRequested() const override { return aborted; }
+  void setTotal(uint64_t objects) override { total = objects; }
+  void objectDone() override { ++processed; }
 
-  ScreenInterface* screen;
+  ScreenInterface* screen;  // owned
   pthread_t timerThread;
   pthread_t abortThread;
   std::atomic<bool> error;
   std::atomic<bool> aborted;
   std::atomic<bool> done;
   std::atomic<bool> abortWatch;
-  CompStats* stats;
+  CompStats* stats;  // owned
   uint64_t operation;
   std::atomic<uint64_t> total;
   std::atomic<uint64_t> processed;
   pthread_mutex_t lock;
 
  private:
-  // Resolves a file's path into its volume name and zid and reads the
-  // volume's information; false (after saying so) when the volume has no
-  // compression.
-  bool lookUpFile(char* path, char (&volumeName)[64], char (&zid)[104]);
-
   static void* runTimerThread(void* self);
   static void* runCheckAbortThread(void* self);
   int startThread();

@@ -9,7 +9,6 @@
 #include "common_cpp/kvfError.h"
 #include "common/lbString.h"
 #include "velkor/requests.h"
-#include "velkor/velkorUI.h"
 #include "velkor/volumeScan.h"
 
 namespace velkor {
@@ -57,18 +56,19 @@ int readZidBatch(ReplyBuf* reply, char* zids) {
   return static_cast<int>(KVF::LB_strtoq(contents[1].value, nullptr, 10));
 }
 
-void VELKOR_UserInterface::volumeOp(char* volumeName, ObjectRoutine routine, OpArgs_s* args) {
+void scanVolume(char* volumeName, ObjectRoutine routine, OpArgs_s* args, CompStats* stats) {
+  OperationView* view = stats->view;
   std::unique_ptr<char, decltype(&free)> zids(static_cast<char*>(malloc(kZidSlots * kZidSlotSize)), free);
   if (!zids) throw KVFError("Out of memory", zERR_NO_MEMORY, "util/velkor/velkorClass[217]");
 
   getVolumeInfo(volumeName, &stats->volumeInfo);
   if (stats->volumeInfo.compressionEnabled == 0) {
-    displayCompNotSupported();
+    view->showCompressionOff();
     return;
   }
-  abortWatch = true;
-  drawAt(6, 2, 2, "Summary:\n");
-  displayStats(1);
+  view->watchForAbort(true);
+  view->drawAt(6, 2, 2, "Summary:\n");
+  view->showCounters(true);
 
   // The position sent is the last zid of the batch, narrowed to 32 bits. A
   // file system that reads it as 32 bits, or a reply that repeats a batch,
@@ -79,17 +79,17 @@ void VELKOR_UserInterface::volumeOp(char* volumeName, ObjectRoutine routine, OpA
   bool checkedAny = false;
   uint64_t highestChecked = 0;
   for (;;) {
-    if (aborted) {
-      abortWatch = false;
+    if (view->abortRequested()) {
+      view->watchForAbort(false);
       return;
     }
-    total = getVolumeTotalObjects(volumeName);
+    view->setTotal(getVolumeTotalObjects(volumeName));
     // Slots the reply leaves unwritten read as empty zids, never as old ones.
     memset(zids.get(), 0, kZidSlots * kZidSlotSize);
     int n = getSomeZids(volumeName, true, 0, kZidSlots, position, zids.get());
     if (n > 0) {
-      if (aborted) {
-        abortWatch = false;
+      if (view->abortRequested()) {
+        view->watchForAbort(false);
         return;
       }
       int slots = n < kZidSlots ? n : kZidSlots;
@@ -102,9 +102,9 @@ void VELKOR_UserInterface::volumeOp(char* volumeName, ObjectRoutine routine, OpA
         highestChecked = value;
         stats->resetForNextObject();
         routine(volumeName, zid, args, stats);
-        ++processed;
-        if (aborted) {
-          abortWatch = false;
+        view->objectDone();
+        if (view->abortRequested()) {
+          view->watchForAbort(false);
           return;
         }
       }

@@ -1,5 +1,3 @@
-// The fix-statistics operation: the volume's compression statistics before
-// and after the file system recounts them.
 #include <cctype>
 #include <cstring>
 
@@ -8,7 +6,7 @@
 #include "common/lbString.h"
 #include "velkor/requests.h"
 #include "velkor/runLog.h"
-#include "velkor/velkorUI.h"
+#include "velkor/volumeStats.h"
 
 namespace velkor {
 
@@ -22,27 +20,28 @@ const char* const kLabels[5] = {
 
 }  // namespace
 
-void VELKOR_UserInterface::doVolumeStats(char* volumeName) {
+void fixVolumeStatistics(char* volumeName, CompStats* stats) {
+  OperationView* view = stats->view;
   ReplyBuf reply;
   OpenCmdFile channel(managecmd);
   VolumeStatistics before = getVolumeStatistics(&reply, volumeName, nullptr);
 
   if (strcmp(before.state, "maintenance") != 0) {
-    drawAt(10, 2, 12, "Compression statistics won't be calculated correctly because volume is not in ");
-    drawAt(11, 2, 12, "%s", kQuestion);
-    int answer = readKeyFromStdin();
-    if (answer != EOF) drawAt(11, static_cast<int>(strlen(kQuestion)) + 4, 12, "%c", answer);
+    view->drawAt(10, 2, 12, "Compression statistics won't be calculated correctly because volume is not in ");
+    view->drawAt(11, 2, 12, "%s", kQuestion);
+    int answer = view->readKey();
+    if (answer != EOF) view->drawAt(11, static_cast<int>(strlen(kQuestion)) + 4, 12, "%c", answer);
     if (answer == EOF || tolower(answer) != 'y') return;
-    clearRow(10);
-    clearRow(11);
+    view->clearRow(10);
+    view->clearRow(11);
   }
 
   const int labelWidth = static_cast<int>(strlen(kLabels[0]));
-  drawAt(8, 2, 2, "Compression Statistics:");
-  drawAt(10, 2, 2, "                                             Old                        New");
+  view->drawAt(8, 2, 2, "Compression Statistics:");
+  view->drawAt(10, 2, 2, "                                             Old                        New");
   for (int row = 0; row < 5; ++row) {
-    drawAt(12 + row, 4, 2, "%s", kLabels[row]);
-    drawAt(12 + row, labelWidth + 4, 7, row == 4 ? "%20Lu " : "%20Lu",
+    view->drawAt(12 + row, 4, 2, "%s", kLabels[row]);
+    view->drawAt(12 + row, labelWidth + 4, 7, row == 4 ? "%20llu " : "%20llu",
            static_cast<unsigned long long>(before.figure[row]));
   }
 
@@ -54,13 +53,13 @@ void VELKOR_UserInterface::doVolumeStats(char* volumeName) {
   } catch (const KVFError& e) {
     if (e.code != zERR_COMPRESSION_NOT_ENABLED) throw KVFError(e);
     LogMessage("Volume doesn't have compression feature turned on");
-    displayCompNotSupported();
+    view->showCompressionOff();
     return;
   }
 
   VolumeStatistics after = getVolumeStatistics(&reply, volumeName, &before.blockSize);
   for (int row = 0; row < 5; ++row) {
-    drawAt(12 + row, labelWidth + 30, 6, row == 4 ? "%20Lu " : "%20Lu",
+    view->drawAt(12 + row, labelWidth + 30, 6, row == 4 ? "%20llu " : "%20llu",
            static_cast<unsigned long long>(after.figure[row]));
   }
 }

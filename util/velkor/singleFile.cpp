@@ -1,0 +1,27 @@
+#include "velkor/singleFile.h"
+
+#include "velkor/beastQueries.h"
+#include "velkor/compStats.h"
+
+namespace velkor {
+
+bool lookUpFile(char* path, char (&volumeName)[64], char (&zid)[104], CompStats* stats) {
+  getFileZidByPath(path, volumeName, zid, sizeof volumeName, sizeof zid);
+  getVolumeInfo(volumeName, &stats->volumeInfo);
+  if (stats->volumeInfo.compressionEnabled == 0) {
+    stats->view->showCompressionOff();
+    return false;
+  }
+  return true;
+}
+
+void checkOneFile(char* path, ObjectRoutine routine, OpArgs_s* args, CompStats* stats) {
+  char volumeName[64];
+  char objectText[104];
+  if (!lookUpFile(path, volumeName, objectText, stats)) return;
+  stats->view->drawAt(6, 2, 2, "Summary:\n");
+  stats->view->showCounters(true);
+  routine(volumeName, objectText, args, stats);
+}
+
+}  // namespace velkor
