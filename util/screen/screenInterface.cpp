@@ -75,16 +75,16 @@ ScreenInterface::~ScreenInterface() {
 attr_t ScreenInterface::AttributesFor(int attribute) const {
   if (!hasColours_) return A_NORMAL;
   switch (attribute) {
-    case 0: return A_INVIS;
-    case 1: return COLOR_PAIR(4) | A_BOLD;
-    case 2: return COLOR_PAIR(2);
-    case 4: case 12: return COLOR_PAIR(1);
-    case 5: return COLOR_PAIR(5) | A_BOLD;
-    case 6: return COLOR_PAIR(3);
-    case 7: return A_NORMAL;
-    case 10: return COLOR_PAIR(2) | A_BOLD;
-    case 13: return COLOR_PAIR(5);
-    case 14: return COLOR_PAIR(3) | A_BOLD;
+    case kAttrHidden: return A_INVIS;
+    case kAttrEmphasis: return COLOR_PAIR(4) | A_BOLD;
+    case kAttrText: return COLOR_PAIR(2);
+    case 4: case kAttrWarning: return COLOR_PAIR(1);
+    case kAttrAccent: return COLOR_PAIR(5) | A_BOLD;
+    case kAttrFigure: return COLOR_PAIR(3);
+    case kAttrPlain: return A_NORMAL;
+    case kAttrBold: return COLOR_PAIR(2) | A_BOLD;
+    case kAttrHeading: return COLOR_PAIR(5);
+    case kAttrAlert: return COLOR_PAIR(3) | A_BOLD;
     default: return COLOR_PAIR(4);
   }
 }

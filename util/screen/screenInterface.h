@@ -9,6 +9,8 @@
 
 #include <cstdarg>
 
+#include "screen/screenAttributes.h"
+
 // Logical key kinds returned by ScreenInterface::GetKey.
 enum KeyKind {
   kKeyCharacter = 0,

@@ -8,6 +8,7 @@
 
 #include "common_cpp/kvfError.h"
 #include "common/lbString.h"
+#include "velkor/velkorTypes.h"
 
 namespace velkor {
 
@@ -166,10 +167,10 @@ void UncompBeastInfo::fillInRootInfo(XML_ElementInfo_s* root) {
   copyField(zid, sizeof zid, c[4], __LINE__);
   eof = decimal(c[0]);
   switch (decimal(c[3])) {
-    case 1: beastType = 1; break;
-    case 12: beastType = 2; break;
-    case 3: beastType = 3; break;
-    default: beastType = 0; break;
+    case 1: beastType = beastDataStream; break;
+    case 12: beastType = beastExtendedAttribute; break;
+    case 3: beastType = beastFile; break;
+    default: beastType = beastUnknown; break;
   }
   physSize = getPhysSize(&c[2].element);
   compInfo = nullptr;
@@ -182,7 +183,7 @@ void UncompBeastInfo::setNamedInfo(XML_ElementInfo_s* named) {
   TagContent_s c[5];
   readRows(named, rows, c, "Failed to get named info", __LINE__);
   attributes = tagBits(c[0], attrTags, attrBitsToCheck);
-  if (attributes & attrSubdirectory) beastType = 4;
+  if (attributes & attrSubdirectory) beastType = beastDirectory;
   openCount = static_cast<int>(c[1].value ? KVF::LB_strtoq(c[1].value, nullptr, 10) : 0);
   allNamesDeleted = 0;
 

@@ -16,6 +16,10 @@ extern const char* attrTags[];
 const unsigned long long compStatusBitsToCheck = 0xF;
 const unsigned long long compActionBitsToCheck = 0x3;
 const unsigned long long attrBitsToCheck = 0xEEFF3FBF;
+// The status bits that tell how a file is held (uncompressed, compressed),
+// and those with the clean mark (failure excluded).
+const unsigned long long kStatusHeldMask = 0x3;
+const unsigned long long kStatusCleanMask = 0xB;
 
 // Bits of the tables' names, as the program uses them.
 enum : unsigned long long {

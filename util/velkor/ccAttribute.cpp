@@ -9,6 +9,7 @@
 #include "velkor/beastQueries.h"
 #include "common_cpp/kvfError.h"
 #include "velkor/requests.h"
+#include "velkor/velkorTypes.h"
 #include "velkor/velkorHelper.h"
 
 namespace velkor {
@@ -16,9 +17,6 @@ namespace velkor {
 namespace {
 
 
-// A fresh object's check may have to wait for other writers; it gives up
-// after this many refused sets in a row.
-const int kMaxRetries = 1000;
 
 }  // namespace
 
@@ -76,7 +74,7 @@ void checkCCBit(char* volumeName, char* zid, OpArgs_s*, CompStats* stats) {
       break;
     } catch (const KVFError& e) {
       // The attributes changed between the read and the set: read them again.
-      if (!(e.isKvfCode && e.code == zERR_VALUE_CHANGED) || attempt >= kMaxRetries) throw KVFError(e);
+      if (!(e.isKvfCode && e.code == zERR_VALUE_CHANGED) || attempt >= kValueChangedRetries) throw KVFError(e);
     }
   }
   ++stats->processed;

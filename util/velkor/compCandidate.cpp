@@ -60,7 +60,7 @@ bool checkCompCandidate(char* volumeName, char* zid) {
   if (attributes & (attrSubdirectory | attrLink | attrDoNotCompress | attrNoStreamCompress)) return false;
   if (attributes & attrCompressImmediate) return !(attributes & (attrDataStreamCompress | attrNoStreamCompress));
   if (!file->allNamesDeleted) {
-    if (file->beastType != 3) return true;
+    if (file->beastType != beastFile) return true;
     unsigned int days = getSetParameterValue("DaysUntouchedBeforeCompression");
     if (days == kNoSetting) throw KVFError("Error getting set parameter value", "util/velkor/velkorHelper[1508]", -1);
     return static_cast<uint32_t>(days * 86400u + file->accessedTime) <= now;
@@ -68,7 +68,7 @@ bool checkCompCandidate(char* volumeName, char* zid) {
   unsigned int option = getSetParameterValue("DeletedFilesCompressionOption");
   if (option == kNoSetting) throw KVFError("Error getting set parameter value", "util/velkor/velkorHelper[1475]", -1);
   if (option == 0) return false;
-  if (option == 1) return file->beastType == 3 ? static_cast<uint32_t>(file->accessedTime + 86400u) < now : true;
+  if (option == 1) return file->beastType == beastFile ? static_cast<uint32_t>(file->accessedTime + 86400u) < now : true;
   return true;
 }
 
@@ -77,7 +77,7 @@ void reportCompCandidate(char* path, CompStats* stats) {
   char zid[104];
   if (!lookUpFile(path, volumeName, zid, stats)) return;
   bool candidate = checkCompCandidate(volumeName, zid);
-  stats->view->drawAt(12, 4, 13, "File is %sa background compression candidate at this moment", candidate ? "" : "not ");
+  stats->view->drawAt(12, 4, kAttrHeading, "File is %sa background compression candidate at this moment", candidate ? "" : "not ");
 }
 
 }  // namespace velkor

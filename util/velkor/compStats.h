@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "screen/screenAttributes.h"
 #include "velkor/velkorTypes.h"
 
 namespace velkor {

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -110,7 +111,7 @@ void hasProblem(char* volume, char* zid, UncompBeastInfo** file, CompBeastInfo**
   }
 
   if (info->ucPrecious == 1 && info->cPrecious == 0) {
-    if ((info->status & 3) != statusUncompressed) {
+    if ((info->status & kStatusHeldMask) != statusUncompressed) {
       setProblem(stats, invalidState);
     } else if (info->status & statusClean) {
       if ((info->action & actionAddCompLog) || streamCompressed) setProblem(stats, invalidState);
@@ -124,7 +125,7 @@ void hasProblem(char* volume, char* zid, UncompBeastInfo** file, CompBeastInfo**
       return;
     }
   } else if (info->ucPrecious == 0 && info->cPrecious == 1) {
-    if ((info->status & 0xB) != (statusCompressed | statusClean) || !streamCompressed) setProblem(stats, invalidState);
+    if ((info->status & kStatusCleanMask) != (statusCompressed | statusClean) || !streamCompressed) setProblem(stats, invalidState);
     if (zeroZid) {
       setProblem(stats, invalidZid);
       return;
@@ -163,18 +164,18 @@ int fixProblem(char* volume, char* zid, UncompBeastInfo* file, CompBeastInfo* co
 
   if (info->ucPrecious == 1 && info->cPrecious == 1) {
     repair.status(info->status, info->status & ~statusClean, false);
-  } else if (info->ucPrecious == 1 && info->cPrecious == 0 && (info->status & 3) == statusUncompressed) {
+  } else if (info->ucPrecious == 1 && info->cPrecious == 0 && (info->status & kStatusHeldMask) == statusUncompressed) {
     if (!((info->status & statusClean) && !streamCompressed && !addCompLog)) {
       // Sent even when neither part is needed (an empty info element).
       repair.combined(streamCompressed, attributes, attributes & ~attrDataStreamCompress, addCompLog, info->action,
                       info->action & ~actionAddCompLog);
     }
-  } else if (info->ucPrecious == 1 && info->cPrecious == 0 && (info->status & 0xB) == (statusCompressed | statusClean) &&
+  } else if (info->ucPrecious == 1 && info->cPrecious == 0 && (info->status & kStatusCleanMask) == (statusCompressed | statusClean) &&
              !isZeroZid(info->compZid)) {
     if (!compData) return 1;
     if (compData->physSize != 0)
       repair.status(info->status, (info->status & ~statusClean) | statusUncompressed, true);
-  } else if (info->ucPrecious == 0 && info->cPrecious == 1 && (info->status & 0xB) == (statusCompressed | statusClean)) {
+  } else if (info->ucPrecious == 0 && info->cPrecious == 1 && (info->status & kStatusCleanMask) == (statusCompressed | statusClean)) {
     if (!(streamCompressed && !addCompLog)) {
       repair.combined(!streamCompressed, attributes, (attributes | attrDataStreamCompress) & ~attrNoStreamCompress,
                       addCompLog, info->action, info->action & ~actionAddCompLog);
@@ -189,7 +190,7 @@ int fixProblem(char* volume, char* zid, UncompBeastInfo* file, CompBeastInfo* co
 void deleteCorruptedFile(char* volume, char* zid, UncompBeastInfo* file, CompBeastInfo*, CompStats* stats) {
   ReplyBuf reply;
   OpenCmdFile channel(managecmd);
-  if (file->beastType == 3 && file->allNamesDeleted == 0) {
+  if (file->beastType == beastFile && file->allNamesDeleted == 0) {
     const char* mountPoint = stats->volumeInfo.mountPoint ? stats->volumeInfo.mountPoint : "";
     const char* name = stats->fileName ? stats->fileName : "";
     char* path = static_cast<char*>(malloc(strlen(mountPoint) + strlen(name) + 1));
@@ -211,15 +212,14 @@ void deleteCorruptedFile(char* volume, char* zid, UncompBeastInfo* file, CompBea
 
 void checkCompressionStatus(char* volume, char* zid, OpArgs_s* args, CompStats* stats) {
   for (int attempt = 0;; ++attempt) {
-    UncompBeastInfo* file = nullptr;
-    CompBeastInfo* compData = nullptr;
     try {
-      hasProblem(volume, zid, &file, &compData, args->flags, stats);
-      if (!file->valid) {
-        delete file;
-        delete compData;
-        return;
-      }
+      // hasProblem hands back both records, or throws before making any.
+      UncompBeastInfo* fileRecord = nullptr;
+      CompBeastInfo* compRecord = nullptr;
+      hasProblem(volume, zid, &fileRecord, &compRecord, args->flags, stats);
+      std::unique_ptr<UncompBeastInfo> file(fileRecord);
+      std::unique_ptr<CompBeastInfo> compData(compRecord);
+      if (!file->valid) return;
       if (!stats->fileName) getFileName(volume, file->zid, stats);
 
       unsigned long fixed = 0, deleted = 0;
@@ -227,13 +227,13 @@ void checkCompressionStatus(char* volume, char* zid, OpArgs_s* args, CompStats* 
       if (problems & kCorruptedProblems) {
         ++stats->corrupted;
         if (args->delete_) {
-          deleteCorruptedFile(volume, zid, file, compData, stats);
+          deleteCorruptedFile(volume, zid, file.get(), compData.get(), stats);
           ++stats->deleted;
           deleted = 1;
         }
       } else if (problems & kFixableProblems) {
         if (args->fix) {
-          if (fixProblem(volume, zid, file, compData, stats)) {
+          if (fixProblem(volume, zid, file.get(), compData.get(), stats)) {
             ++stats->fixable;
             ++stats->fixed;
             fixed = 1;
@@ -247,14 +247,10 @@ void checkCompressionStatus(char* volume, char* zid, OpArgs_s* args, CompStats* 
         ++stats->good;
       }
       ++stats->processed;
-      stats->msgReady(file, compData, args->flags, fixed, deleted);
-      delete file;
-      delete compData;
+      stats->msgReady(file.get(), compData.get(), args->flags, fixed, deleted);
       return;
     } catch (const KVFError& e) {
-      delete file;
-      delete compData;
-      if (!(e.isKvfCode && e.code == zERR_VALUE_CHANGED) || attempt >= kMaxValueChangedRetries) throw KVFError(e);
+      if (!(e.isKvfCode && e.code == zERR_VALUE_CHANGED) || attempt >= kValueChangedRetries) throw KVFError(e);
       // The file changed between the read and the set: check it afresh.
       stats->problemFlags = good;
     }

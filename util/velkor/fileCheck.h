@@ -21,8 +21,4 @@ int fixProblem(char* volume, char* zid, UncompBeastInfo* file, CompBeastInfo* co
 // live name, else by the file system's delete request.
 void deleteCorruptedFile(char* volume, char* zid, UncompBeastInfo* file, CompBeastInfo* compData, CompStats* stats);
 
-// A concurrent change (20019) makes the check start again with fresh records,
-// this many times at most before the error is passed on.
-const int kMaxValueChangedRetries = 1000;
-
 }  // namespace velkor

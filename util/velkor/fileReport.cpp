@@ -76,26 +76,26 @@ void VELKOR_UserInterface::displayFileInfo(UncompBeastInfo* info, CompBeastInfo*
   if (shownName.size() >= 64) shownName = shownName.substr(0, 60) + "...";
   const char* action = fixed ? "fixed" : deleted ? "deleted" : "checked";
 
-  drawAt(13, 2, 13, "Last File Checked: (type: %s)", type);
-  drawAt(14, 4, 2, "Volume Name:  %s", info->name);
-  drawAt(15, 4, 2, "File Name:    %s", shownName.c_str());
-  drawAt(16, 4, 2, "File Status:  %-30s   Action Taken:  %s", statusText(problems).c_str(), action);
+  drawAt(13, 2, kAttrHeading, "Last File Checked: (type: %s)", type);
+  drawAt(14, 4, kAttrText, "Volume Name:  %s", info->name);
+  drawAt(15, 4, kAttrText, "File Name:    %s", shownName.c_str());
+  drawAt(16, 4, kAttrText, "File Status:  %-30s   Action Taken:  %s", statusText(problems).c_str(), action);
   if (problems & skippedChecking) return;
 
-  drawAt(17, 4, 2, "Zid:          0x%-16Lx               Attributes:    0x%-8Lx", zidValue(info->zid),
+  drawAt(17, 4, kAttrText, "Zid:          0x%-16Lx               Attributes:    0x%-8Lx", zidValue(info->zid),
          static_cast<unsigned long long>(info->attributes));
   if (info->beastType == beastDirectory) return;
   int r = 1;
   if (info->beastType == beastFile) {
-    drawAt(18, 4, 2, "Created Time: %s                   Accessed Time: %s", info->createdTimeText,
+    drawAt(18, 4, kAttrText, "Created Time: %s                   Accessed Time: %s", info->createdTimeText,
            info->accessedTimeText);
     r = 2;
   }
   if (info->compInfo) {
-    drawAt(17 + r, 4, 2, "CompZid: 0x%-16Lx    UCPrecious: %d            CPrecious: %d",
+    drawAt(17 + r, 4, kAttrText, "CompZid: 0x%-16Lx    UCPrecious: %d            CPrecious: %d",
            zidValue(info->compInfo->compZid), static_cast<int>(info->compInfo->ucPrecious),
            static_cast<int>(info->compInfo->cPrecious));
-    drawAt(18 + r, 4, 2, "Status:  %d                                             Action:    %d",
+    drawAt(18 + r, 4, kAttrText, "Status:  %d                                             Action:    %d",
            static_cast<int>(info->compInfo->status), static_cast<int>(info->compInfo->action));
     r += 2;
   }
@@ -104,11 +104,11 @@ void VELKOR_UserInterface::displayFileInfo(UncompBeastInfo* info, CompBeastInfo*
       // Both figures come from the owner-zid text: the screen never shows the
       // compressed data's deleted flag (the log does).
       unsigned long long owner = zidValue(comp->uncompZid);
-      drawAt(17 + r, 4, 2, "Mismatched Zid: %16Lx   Mismatched Delete Flag: %d", owner, static_cast<int>(owner));
+      drawAt(17 + r, 4, kAttrText, "Mismatched Zid: %16Lx   Mismatched Delete Flag: %d", owner, static_cast<int>(owner));
       r += 1;
     }
     if (!noHeader)
-      drawAt(17 + r, 4, 2, "Compress Header: %d %d %d %Lu %Lu", comp->compressCode, comp->compressMajorVersion,
+      drawAt(17 + r, 4, kAttrText, "Compress Header: %d %d %d %Lu %Lu", comp->compressCode, comp->compressMajorVersion,
              comp->compressMinorVersion, static_cast<unsigned long long>(comp->originalFileLength),
              static_cast<unsigned long long>(comp->compressedFileLength));
   }

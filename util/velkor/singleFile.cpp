@@ -19,7 +19,7 @@ void checkOneFile(char* path, ObjectRoutine routine, OpArgs_s* args, CompStats* 
   char volumeName[64];
   char objectText[104];
   if (!lookUpFile(path, volumeName, objectText, stats)) return;
-  stats->view->drawAt(6, 2, 2, "Summary:\n");
+  stats->view->drawAt(6, 2, kAttrText, "Summary:\n");
   stats->view->showCounters(true);
   routine(volumeName, objectText, args, stats);
 }

@@ -43,9 +43,6 @@ const struct option longOptions[] = {
     {nullptr, 0, nullptr, 0},
 };
 
-// Volume-level codes are below 129; the others take a file name.
-const unsigned int kLastVolumeOperation = 128;
-
 unsigned int operationFor(int option) {
   switch (option) {
     case 'C': return 0x1;
@@ -71,9 +68,9 @@ int failWithTry(const char* message) {
 }  // namespace
 
 char* formObjectPath(unsigned int operation, const char* argument) {
-  if (operation <= kLastVolumeOperation || argument[0] == '/') {
+  if (velkor::isVolumeOperation(operation) || argument[0] == '/') {
     char* copy = strdup(argument);
-    if (!copy && operation > kLastVolumeOperation) fprintf(stderr, "Unable to get the working directory\n");
+    if (!copy && !velkor::isVolumeOperation(operation)) fprintf(stderr, "Unable to get the working directory\n");
     return copy;
   }
   char* cwd = getcwd(nullptr, 0);

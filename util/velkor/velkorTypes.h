@@ -60,6 +60,11 @@ enum OperationCode : unsigned int {
   opBackground = 0x1000,
 };
 
+// A set request refused because the object changed meanwhile (20019) makes
+// the per-object routine start again with fresh records, this many times at
+// most before the error is passed on.
+const int kValueChangedRetries = 1000;
+
 // Volume-level operations take a volume name; the others a file name.
 inline bool isVolumeOperation(unsigned long long operation) { return operation <= 128; }
 

@@ -57,7 +57,7 @@ class ScreenUpdate {
 void unlockOnCancel(void* m) { pthread_mutex_unlock(static_cast<pthread_mutex_t*>(m)); }
 
 // The colour of each counter (statsMsgs order) when it is not 0.
-const int kCounterColours[8] = {7, 6, 1, 3, 5, 12, 10, 13};
+const int kCounterColours[8] = {kAttrPlain, kAttrFigure, kAttrEmphasis, 3, kAttrAccent, kAttrWarning, kAttrBold, kAttrHeading};
 
 }  // namespace
 
@@ -94,7 +94,7 @@ VELKOR_UserInterface::VELKOR_UserInterface(int argc, char** argv)
   pthread_mutex_init(&lock, &attributes);
   pthread_mutexattr_destroy(&attributes);
 
-  drawAt(0, 20, 2, "%s", kTitle);
+  drawAt(0, 20, kAttrText, "%s", kTitle);
   if (startThread() != 0) {
     delete screen;
     screen = nullptr;
@@ -176,7 +176,7 @@ void VELKOR_UserInterface::displayCommand(int argc, char** argv) {
     line[position++] = ' ';
   }
   line[position] = '\0';
-  drawAt(2, 2, 2, "%s%s\n", "Command: ", line);
+  drawAt(2, 2, kAttrText, "%s%s\n", "Command: ", line);
 }
 
 void VELKOR_UserInterface::formatTime(int seconds, char* out) {
@@ -193,9 +193,9 @@ void VELKOR_UserInterface::showElapsed(int seconds) {
     int percent = all > done_ ? static_cast<int>(done_ * 100 / all) : 99;
     // The format ends in a lone '%', which prints as itself.
     static const char* const format = "Time Elapsed: %s                       Percent finished: %d%\n";
-    screen->OutputToScreenWithAttribute(2, format, elapsed, percent);
+    screen->OutputToScreenWithAttribute(kAttrText, format, elapsed, percent);
   } else {
-    screen->OutputToScreenWithAttribute(2, "Time Elapsed: %s\n", elapsed);
+    screen->OutputToScreenWithAttribute(kAttrText, "Time Elapsed: %s\n", elapsed);
   }
 }
 
@@ -226,7 +226,7 @@ bool VELKOR_UserInterface::watchForAbort() {
   if (escape) {
     clearRow(kStatusRow);
     screen->PositionOutputCursor(kStatusRow, 2);
-    screen->OutputToScreenWithAttribute(14, "%s", kAbortQuestion);
+    screen->OutputToScreenWithAttribute(kAttrAlert, "%s", kAbortQuestion);
     // The answer is waited for with the lock held: the scan and the timer
     // stop at their next repaint until the operator answers.
     int answer;
@@ -236,7 +236,7 @@ bool VELKOR_UserInterface::watchForAbort() {
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     pthread_cleanup_pop(0);
     screen->PositionOutputCursor(kStatusRow, static_cast<int>(strlen(kAbortQuestion)) + 4);
-    if (answer != EOF) screen->OutputToScreenWithAttribute(14, "%c", answer);
+    if (answer != EOF) screen->OutputToScreenWithAttribute(kAttrAlert, "%c", answer);
     if (answer != EOF && (answer & ~0x20) == 'Y') {
       confirmed = true;
       aborted = true;
@@ -264,20 +264,20 @@ void VELKOR_UserInterface::setStatus(int state) {
   clearRow(kStatusRow);
   screen->PositionOutputCursor(kStatusRow, 2);
   if (state == 1) {
-    bool noAbort = operation == opFixStats || operation > 127;
-    screen->OutputToScreenWithAttribute(2, "STATUS: %s", noAbort ? "running" : "running, press <ESC> to abort");
+    bool noAbort = operation == opFixStats || !isVolumeOperation(operation);
+    screen->OutputToScreenWithAttribute(kAttrText, "STATUS: %s", noAbort ? "running" : "running, press <ESC> to abort");
   } else if (state == 2) {
     const char* text = "finished successfully";
-    int attribute = 2;
+    int attribute = kAttrText;
     if (aborted) {
       text = "user aborted";
-      attribute = 14;
+      attribute = kAttrAlert;
     } else if (error) {
       text = "finished with error";
-      attribute = 12;
+      attribute = kAttrWarning;
     } else if (stats->corrupted != 0 || stats->fixable != 0) {
       text = "finished with problem files found";
-      attribute = 14;
+      attribute = kAttrAlert;
     }
     screen->OutputToScreenWithAttribute(attribute, "STATUS: %s, check %s for details", text, logPath);
     LogFinishStatus(text);
@@ -290,12 +290,12 @@ void VELKOR_UserInterface::finished() {
 }
 
 int VELKOR_UserInterface::letUserView() {
-  drawAt(24, 2, 11, "Press any key to continue....");
+  drawAt(24, 2, kAttrPrompt, "Press any key to continue....");
   return readKeyFromStdin();
 }
 
 void VELKOR_UserInterface::displayCompNotSupported() {
-  drawAt(18, 2, 14, "Volume doesn't have compression feature enabled. Nothing to do.");
+  drawAt(18, 2, kAttrAlert, "Volume doesn't have compression feature enabled. Nothing to do.");
 }
 
 void VELKOR_UserInterface::displayStats(unsigned long withLabels) {
@@ -305,13 +305,13 @@ void VELKOR_UserInterface::displayStats(unsigned long withLabels) {
   const int width = static_cast<int>(strlen(CompStats::statsMsgs[0]));
   for (int row = 0; withLabels && row < 4; ++row) {
     screen->PositionOutputCursor(8 + row, 4);
-    screen->OutputToScreenWithAttribute(2, "%s                   %s", CompStats::statsMsgs[2 * row],
+    screen->OutputToScreenWithAttribute(kAttrText, "%s                   %s", CompStats::statsMsgs[2 * row],
                                         CompStats::statsMsgs[2 * row + 1]);
   }
   for (int i = 0; i < 8; ++i) {
     uint64_t value = stats->counter(i);
     screen->PositionOutputCursor(8 + i / 2, i % 2 == 0 ? width + 4 : 2 * width + 24);
-    screen->OutputToScreenWithAttribute(value ? kCounterColours[i] : 7, "%15u", static_cast<unsigned int>(value));
+    screen->OutputToScreenWithAttribute(value ? kCounterColours[i] : kAttrPlain, "%15u", static_cast<unsigned int>(value));
   }
 }
 

@@ -67,7 +67,7 @@ void scanVolume(char* volumeName, ObjectRoutine routine, OpArgs_s* args, CompSta
     return;
   }
   view->watchForAbort(true);
-  view->drawAt(6, 2, 2, "Summary:\n");
+  view->drawAt(6, 2, kAttrText, "Summary:\n");
   view->showCounters(true);
 
   // The position sent is the last zid of the batch, narrowed to 32 bits. A

@@ -27,21 +27,21 @@ void fixVolumeStatistics(char* volumeName, CompStats* stats) {
   VolumeStatistics before = getVolumeStatistics(&reply, volumeName, nullptr);
 
   if (strcmp(before.state, "maintenance") != 0) {
-    view->drawAt(10, 2, 12, "Compression statistics won't be calculated correctly because volume is not in ");
-    view->drawAt(11, 2, 12, "%s", kQuestion);
+    view->drawAt(10, 2, kAttrWarning, "Compression statistics won't be calculated correctly because volume is not in ");
+    view->drawAt(11, 2, kAttrWarning, "%s", kQuestion);
     int answer = view->readKey();
-    if (answer != EOF) view->drawAt(11, static_cast<int>(strlen(kQuestion)) + 4, 12, "%c", answer);
+    if (answer != EOF) view->drawAt(11, static_cast<int>(strlen(kQuestion)) + 4, kAttrWarning, "%c", answer);
     if (answer == EOF || tolower(answer) != 'y') return;
     view->clearRow(10);
     view->clearRow(11);
   }
 
   const int labelWidth = static_cast<int>(strlen(kLabels[0]));
-  view->drawAt(8, 2, 2, "Compression Statistics:");
-  view->drawAt(10, 2, 2, "                                             Old                        New");
+  view->drawAt(8, 2, kAttrText, "Compression Statistics:");
+  view->drawAt(10, 2, kAttrText, "                                             Old                        New");
   for (int row = 0; row < 5; ++row) {
-    view->drawAt(12 + row, 4, 2, "%s", kLabels[row]);
-    view->drawAt(12 + row, labelWidth + 4, 7, row == 4 ? "%20llu " : "%20llu",
+    view->drawAt(12 + row, 4, kAttrText, "%s", kLabels[row]);
+    view->drawAt(12 + row, labelWidth + 4, kAttrPlain, row == 4 ? "%20llu " : "%20llu",
            static_cast<unsigned long long>(before.figure[row]));
   }
 
@@ -59,7 +59,7 @@ void fixVolumeStatistics(char* volumeName, CompStats* stats) {
 
   VolumeStatistics after = getVolumeStatistics(&reply, volumeName, &before.blockSize);
   for (int row = 0; row < 5; ++row) {
-    view->drawAt(12 + row, labelWidth + 30, 6, row == 4 ? "%20llu " : "%20llu",
+    view->drawAt(12 + row, labelWidth + 30, kAttrFigure, row == 4 ? "%20llu " : "%20llu",
            static_cast<unsigned long long>(after.figure[row]));
   }
 }
