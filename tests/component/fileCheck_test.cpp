@@ -338,6 +338,32 @@ TEST(FileCheckFaults, ValueChangedIsRetried) {
   EXPECT_EQ(1u, v.check(500, false, false).problemFlags);
 }
 
+// A change that never stops (20019 on every set) ends the per-file check and
+// the Cc clear with that error after the retry bound, not in an endless loop.
+TEST(FileCheckFaults, PermanentValueChangedEndsAfterTheBound) {
+  json beasts = json::array({baseFile(kCompressed, 500), baseFile(kPlain, 510)});
+  beasts[0]["attributes"] = {"archive"};
+  beasts[1]["attributes"] = {"noStreamCompress"};
+  MountedVolume v(componenttest::volumeFixture("", beasts, json::array({baseComp(500)})));
+  v.sim.setFaults(R"({"request":"setBeastInfo","action":"result","value":20019,"count":0})");
+  auto expectBoundedFailure = [&](const char* what, const std::function<void()>& run) {
+    size_t before = v.sim.requestsOf("setBeastInfo").size();
+    try {
+      run();
+      ADD_FAILURE() << what << ": no error";
+    } catch (const KVFError& e) {
+      EXPECT_EQ(zERR_VALUE_CHANGED, e.code) << what;
+    }
+    EXPECT_EQ(size_t(velkor::kValueChangedRetries + 1), v.sim.requestsOf("setBeastInfo").size() - before) << what;
+  };
+  expectBoundedFailure("per-file check", [&] { v.check(500, true, false); });
+  expectBoundedFailure("Cc clear", [&] {
+    char zid[] = "510";
+    velkor::checkCCBit(v.volume, zid, nullptr, &v.stats);
+  });
+  EXPECT_EQ(json({"noStreamCompress"}), v.beast(510)["attributes"]);
+}
+
 TEST(FileCheckFaults, RefusedRequestsAndFailedUnlinkAreErrors) {
   json beasts = json::array({baseFile(kPlain, 600), baseFile(kPlain, 610)});
   beasts[0]["physSize"] = 0;

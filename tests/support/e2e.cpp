@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -372,5 +373,16 @@ std::string VelkorTerminal::screenText() const {
 }
 
 std::string VelkorTerminal::runLog() const { return readFile(cwd_ + "/velkor.log"); }
+
+std::vector<uint64_t> counters(const std::vector<std::string>& screen) {
+  std::vector<uint64_t> values;
+  std::regex number(":\\s+(\\d+)");
+  for (size_t r = 8; r <= 11 && r < screen.size(); ++r) {
+    const std::string& line = screen[r];
+    for (auto it = std::sregex_iterator(line.begin(), line.end(), number); it != std::sregex_iterator(); ++it)
+      values.push_back(std::stoull((*it)[1]));
+  }
+  return values;
+}
 
 }  // namespace testsupport

@@ -65,6 +65,11 @@ class Simulator {
   pid_t pid_ = -1;
 };
 
+// The numbers of the progress screen's counter block (rows 8 to 11), in the
+// order of its labels: processed, cleared, good, open skipped, fixable,
+// corrupted, fixed, deleted.
+std::vector<uint64_t> counters(const std::vector<std::string>& screen);
+
 // A request's text as the program builds it: `build` is one of the
 // program's request builders (velkor/requests.h), called with `args`.
 template <typename... Params, typename... Args>

@@ -16,19 +16,6 @@ TEST(GetErrorFromNumber, FixedNamesAndFallBacks) {
   EXPECT_STREQ("zERR_UNKNOWN_ERROR", KVF::GetErrorFromNumber(1 << 30));
 }
 
-TEST(GetErrorFromNumber, EveryNamedRow) {
-  struct { int number; const char* name; } rows[] = {
-      {20000, "zERR_NO_MEMORY"},         {20001, "zERR_BAD_CONNECTION_ID"},
-      {20004, "zERR_BUFFER_TOO_SMALL"},  {20005, "zERR_RETURN_PARA_NULL"},
-      {20006, "zERR_QUAD_TOO_BIG_FOR_LONG"}, {20008, "zERR_BAD_PARAMETER_VALUE"},
-      {20019, "zERR_VALUE_CHANGED"},     {20150, "zERR_BAD_TRANSFORMATION"},
-      {20499, "zERR_INVALID_NAME_TYPE"}, {21209, "zERR_COMPRESSION_NOT_ENABLED"},
-      {21702, "zERR_XML_IS_BAD"},        {21703, "zERR_XML_IS_INCOMPLETE"},
-      {24999, "zERR_GENERIC_KVF_ERROR"},
-  };
-  for (const auto& row : rows) EXPECT_STREQ(row.name, KVF::GetErrorFromNumber(row.number)) << row.number;
-}
-
 TEST(ErrorTable, AscendingZErrRowsInRangeEndedByTerminator) {
   int previous = 19999;
   const ErrorRow_s* row = ErrorTable;

@@ -1,0 +1,55 @@
+// The start-up configuration file's settings: lines up to 255 characters are
+// read; a longer line or a missing file is an error, never a cut line.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+
+#include "common_cpp/kvfError.h"
+#include "process.h"
+#include "velkor/compCandidate.h"
+
+namespace {
+
+class StartConfig : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    path_ = dir_.file("kvfstart.cfg");
+    saved_ = velkor::kvfStartConfigPath;
+    velkor::kvfStartConfigPath = path_.c_str();
+  }
+  void TearDown() override { velkor::kvfStartConfigPath = saved_; }
+  void write(const std::string& text) { testsupport::writeFile(path_, text); }
+
+  testsupport::TempDir dir_;
+  std::string path_;
+  const char* saved_ = nullptr;
+};
+
+TEST_F(StartConfig, SettingsAfterLinesOfUpTo255Characters) {
+  write("# " + std::string(253, 'x') + "\n/DaysUntouchedBeforeCompression=14\n/DeletedFilesCompressionOption=2");
+  EXPECT_EQ(14u, velkor::getSetParameterValue("DaysUntouchedBeforeCompression"));
+  EXPECT_EQ(2u, velkor::getSetParameterValue("DeletedFilesCompressionOption"));
+  EXPECT_EQ(4294967295u, velkor::getSetParameterValue("NoSuchKey"));
+}
+
+TEST_F(StartConfig, LongLineAndMissingFileAreErrors) {
+  write("# " + std::string(254, 'x') + "\n/DaysUntouchedBeforeCompression=14\n");
+  try {
+    velkor::getSetParameterValue("DaysUntouchedBeforeCompression");
+    ADD_FAILURE() << "a 256-character line was read";
+  } catch (const KVFError& e) {
+    EXPECT_EQ(zERR_BUFFER_TOO_SMALL, e.code);
+    EXPECT_EQ("A line longer than 255 characters in " + path_, e.what());
+  }
+  velkor::kvfStartConfigPath = "/nonexistent/kvfstart.cfg";
+  try {
+    velkor::getSetParameterValue("DaysUntouchedBeforeCompression");
+    ADD_FAILURE() << "a missing file was read";
+  } catch (const KVFError& e) {
+    EXPECT_FALSE(e.isKvfCode);
+    EXPECT_EQ(ENOENT, e.sysErrno);
+  }
+}
+
+}  // namespace
