@@ -351,6 +351,7 @@ void checkRunLog(const std::string& log, Findings& f) {
 
 struct Outcome {
   bool signalSent = false;
+  bool diedBySignal = false;  // ended by the signal sent
   Findings findings;
 };
 
@@ -386,7 +387,8 @@ Outcome runOnce(const Plan& plan, const Options& o) {
     t.finish(std::chrono::milliseconds(0));
   } else {
     int sig = t.signal() ? t.signal() : t.exitStatus() > 128 ? t.exitStatus() - 128 : 0;
-    if (sig && !(out.signalSent && sig == plan.signal))
+    out.diedBySignal = sig && out.signalSent && sig == plan.signal;
+    if (sig && !out.diedBySignal)
       f.add("ended by signal " + std::to_string(sig) + " (status " + std::to_string(t.exitStatus()) + ")");
     checkTerminal(t, f);
   }
@@ -434,7 +436,7 @@ int main(int argc, char** argv) {
   setrlimit(RLIMIT_CORE, &noCore);
 
   std::map<std::string, int> ops, faults, signalsPlanned, signalsSent;
-  int runs = 0, violations = 0, failedRuns = 0;
+  int runs = 0, violations = 0, failedRuns = 0, diedBySignal = 0;
   int first = o.only >= 0 ? o.only : 0, last = o.only >= 0 ? o.only + 1 : o.runs;
   for (int run = first; run < last; ++run) {
     Plan plan = drawPlan(o, run);
@@ -456,6 +458,7 @@ int main(int argc, char** argv) {
     if (plan.signal) {
       ++signalsPlanned[signal];
       if (outcome.signalSent) ++signalsSent[signal];
+      if (outcome.diedBySignal) ++diedBySignal;
     }
     for (const std::string& line : outcome.findings.lines) std::printf("  VIOLATION: %s\n", line.c_str());
     violations += int(outcome.findings.lines.size());
@@ -469,6 +472,7 @@ int main(int argc, char** argv) {
   for (auto& [name, n] : faults) std::printf(" [%s] %d", name.c_str(), n);
   std::printf("\nsignals (sent/planned; the rest came after the end):");
   for (auto& [name, n] : signalsPlanned) std::printf(" %s %d/%d", name.c_str(), signalsSent[name], n);
+  std::printf("; %d runs ended by their signal", diedBySignal);
   std::printf("\nviolations: %d in %d runs\n", violations, failedRuns);
   return violations ? 1 : 0;
 }
