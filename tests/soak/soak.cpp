@@ -2,7 +2,7 @@
 // velkor on small generated volumes, each with random fault rules in the
 // simulator and often a termination signal at a random moment. After each run:
 //
-//  - it ended within the bound, and not by a crash;
+//  - it ended within the bound, by the signal sent or with status 0;
 //  - the terminal is left usable: the alternate screen left, the cursor shown,
 //    echo and canonical input on;
 //  - every change of the volume is explained by a request that ran: the
@@ -390,6 +390,9 @@ Outcome runOnce(const Plan& plan, const Options& o) {
     out.diedBySignal = sig && out.signalSent && sig == plan.signal;
     if (sig && !out.diedBySignal)
       f.add("ended by signal " + std::to_string(sig) + " (status " + std::to_string(t.exitStatus()) + ")");
+    // Errors end a run with an error element and status 0; anything else is
+    // a start-up failure or a sanitizer's report.
+    else if (!sig && t.exitStatus() != 0) f.add("exited with status " + std::to_string(t.exitStatus()));
     checkTerminal(t, f);
   }
   checkRunLog(t.runLog(), f);
