@@ -11,7 +11,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <map>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
@@ -188,6 +190,10 @@ struct VelkorTerminal::Screen {
   VTerm* vt = nullptr;
   VTermScreen* screen = nullptr;
   int rows, cols;
+  // The private modes the screen layer does not report without keeping an
+  // alternate buffer, followed in the output: the last switch of each wins.
+  bool alternate = false, cursorVisible = true;
+  std::string tail;  // the end of the previous output, for a sequence cut in two
   Screen(int r, int c) : rows(r), cols(c) {
     vt = vterm_new(r, c);
     vterm_set_utf8(vt, 1);
@@ -195,6 +201,25 @@ struct VelkorTerminal::Screen {
     vterm_screen_reset(screen, 1);
   }
   ~Screen() { vterm_free(vt); }
+
+  void input(const char* bytes, size_t n) {
+    vterm_input_write(vt, bytes, n);
+    std::string text = tail + std::string(bytes, n);
+    struct Mode {
+      const char* set;
+      bool* flag;
+    } modes[] = {{"\x1b[?1049", &alternate}, {"\x1b[?1047", &alternate}, {"\x1b[?47", &alternate},
+                 {"\x1b[?25", &cursorVisible}};
+    for (const Mode& m : modes) {
+      size_t length = strlen(m.set);
+      for (size_t at = text.find(m.set); at != std::string::npos && at + length < text.size();
+           at = text.find(m.set, at + 1)) {
+        char final = text[at + length];
+        if (final == 'h' || final == 'l') *m.flag = final == 'h';
+      }
+    }
+    tail = text.substr(text.size() > 8 ? text.size() - 8 : 0);
+  }
 };
 
 namespace {
@@ -246,7 +271,9 @@ VelkorTerminal::VelkorTerminal(const Simulator& sim, const std::vector<std::stri
     writeFile(cwd_ + "/kvfstart.cfg", options.cfg);
     argv.insert(argv.end(), {"--cfg", cwd_ + "/kvfstart.cfg"});
   }
-  argv.insert(argv.end(), {"--cwd", cwd_, "--", options.binary.empty() ? velkorBinary() : options.binary});
+  std::string binary = options.binary.empty() ? velkorBinary() : options.binary;
+  programName_ = std::filesystem::path(binary).filename();
+  argv.insert(argv.end(), {"--cwd", cwd_, "--", binary});
   argv.insert(argv.end(), args.begin(), args.end());
 
   struct winsize size = {};
@@ -305,9 +332,11 @@ void VelkorTerminal::pump(std::chrono::milliseconds wait) {
     char buf[65536];
     ssize_t n = read(master_, buf, sizeof buf);
     if (n > 0) {
-      vterm_input_write(screen_->vt, buf, size_t(n));
+      screen_->input(buf, size_t(n));
     } else if (n == 0 || errno != EINTR) {
-      // The terminal's other side is closed: the program has ended.
+      // The terminal's other side is closed: the program has ended. The
+      // modes it left stay readable while this side is open.
+      haveEndModes_ = tcgetattr(master_, &endModes_) == 0;
       close(master_);
       master_ = -1;
       break;
@@ -340,6 +369,40 @@ void VelkorTerminal::finish(std::chrono::milliseconds timeout) {
   kill(pid_, SIGKILL);
   reap(true);
   exitStatus_ = -1;
+}
+
+bool VelkorTerminal::signalProgram(int sig) {
+  if (pid_ <= 0) return false;
+  // The processes by parent, then the sandbox's descendants, looking for the
+  // program by its name.
+  std::multimap<pid_t, pid_t> children;
+  std::error_code ignored;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc", ignored)) {
+    std::string stat = readFile(entry.path().string() + "/stat");
+    size_t close = stat.rfind(')');
+    if (close == std::string::npos) continue;
+    std::istringstream fields(stat.substr(close + 2));
+    char state;
+    pid_t parent;
+    if (fields >> state >> parent) children.emplace(parent, pid_t(std::atoi(entry.path().filename().c_str())));
+  }
+  std::vector<pid_t> todo = {pid_};
+  while (!todo.empty()) {
+    pid_t p = todo.back();
+    todo.pop_back();
+    std::string comm = readFile("/proc/" + std::to_string(p) + "/comm");
+    if (p != pid_ && comm == programName_.substr(0, 15) + "\n") return kill(p, sig) == 0;
+    for (auto [it, end] = children.equal_range(p); it != end; ++it) todo.push_back(it->second);
+  }
+  return false;
+}
+
+bool VelkorTerminal::alternateScreen() const { return screen_->alternate; }
+bool VelkorTerminal::cursorVisible() const { return screen_->cursorVisible; }
+
+bool VelkorTerminal::modesAtEnd(struct termios* modes) const {
+  if (haveEndModes_) *modes = endModes_;
+  return haveEndModes_;
 }
 
 bool VelkorTerminal::bold(int row, int col) const {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <termios.h>
 
 #include <chrono>
 #include <cstdint>
@@ -97,6 +98,10 @@ class VelkorTerminal {
   VelkorTerminal& operator=(const VelkorTerminal&) = delete;
 
   void send(const std::string& keys);
+  // Sends `sig` to the program the sandbox runs (not to the sandbox, whose
+  // death would hang up the terminal); false while it has not started or
+  // after it has ended.
+  bool signalProgram(int sig);
   // Waits until the screen shows `text`; false on timeout or when the program ended first without showing it.
   bool waitFor(const std::string& text, std::chrono::milliseconds timeout = std::chrono::seconds(20));
   // Waits for the program to end; false on timeout.
@@ -107,6 +112,13 @@ class VelkorTerminal {
   std::vector<std::string> screen() const;  // one string per row, trailing blanks removed
   std::string screenText() const;           // the rows joined by newlines
   bool bold(int row, int col) const;        // whether that cell is drawn bold
+  // The terminal as the program left it: whether the alternate screen is
+  // still shown and the cursor hidden (as the emulator saw the output), and
+  // the terminal modes (echo, canonical input, ...) taken when the last
+  // process let go of the terminal; modesAtEnd is false before that.
+  bool alternateScreen() const;
+  bool cursorVisible() const;
+  bool modesAtEnd(struct termios* modes) const;
   bool running() const { return pid_ > 0; }
   int exitStatus() const { return exitStatus_; }
   int signal() const { return signal_; }
@@ -122,9 +134,12 @@ class VelkorTerminal {
   std::unique_ptr<Screen> screen_;
   std::unique_ptr<TempDir> ownDir_;
   std::string cwd_;
+  std::string programName_;
   pid_t pid_ = -1;
   int master_ = -1;
   int exitStatus_ = -1, signal_ = 0;
+  bool haveEndModes_ = false;
+  struct termios endModes_ = {};
   std::chrono::steady_clock::time_point start_, end_;
 };
 

@@ -1,0 +1,481 @@
+// Chaos soak: many fix (-F), delete (-D) and Cc clear (-C) runs of the real
+// velkor on small generated volumes, each with random fault rules in the
+// simulator and often a termination signal at a random moment. After each run:
+//
+//  - it ended within the bound, by the signal sent or with status 0;
+//  - the terminal is left usable: the alternate screen left, the cursor shown,
+//    echo and canonical input on;
+//  - every change of the volume is explained by a request that ran: the
+//    request log is replayed on a copy of the volume as it stood before, and
+//    the copy must end equal to the volume;
+//  - every request that changed something is one the operation calls for,
+//    judged by the generator's own notions of fixable and corrupted objects
+//    and of what their repair sets;
+//  - the run log holds no torn entry line.
+//
+//   velkor_soak [--runs N] [--seed S] [--run K] [--objects N] [--verbose]
+//
+// Run K of seed S is the same run whatever --runs says, so a violation is
+// replayed with --seed S --run K. Exits 1 when any run broke a rule.
+#include <signal.h>
+#include <sys/resource.h>
+#include <termios.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "e2e.h"
+#include "expect.h"
+#include "fixture.h"
+#include "model.h"
+#include "requests.h"
+
+namespace {
+
+using nlohmann::json;
+using testsupport::Simulator;
+using testsupport::VelkorTerminal;
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kBound = std::chrono::seconds(60);  // a run that takes longer hangs
+const char kFinalPrompt[] = "Press any key to continue....";
+
+struct Options {
+  int runs = 12;
+  uint64_t seed = 1;
+  int only = -1;  // one run alone
+  uint64_t objects = 0;  // 0: a few hundred, chosen per run
+  bool verbose = false;
+};
+
+// What one run does; drawn from the seed and the run's number.
+struct Plan {
+  std::string op;  // -F, -D or -C
+  uint64_t objects = 0, volumeSeed = 0;
+  json faults = json::array();
+  std::vector<std::string> faultNames;  // how each rule is counted in the summary
+  int signal = 0;                       // 0: none
+  std::chrono::milliseconds signalAt{0};
+};
+
+const char* signalName(int sig) {
+  switch (sig) {
+    case SIGTERM: return "SIGTERM";
+    case SIGHUP: return "SIGHUP";
+    case SIGINT: return "SIGINT";
+    case SIGQUIT: return "SIGQUIT";
+    default: return "signal";
+  }
+}
+
+class Draw {
+ public:
+  Draw(uint64_t seed, int run) {
+    std::seed_seq sequence{seed, uint64_t(run)};
+    rng_.seed(sequence);
+  }
+  uint64_t between(uint64_t low, uint64_t high) { return std::uniform_int_distribution<uint64_t>(low, high)(rng_); }
+  bool chance(double p) { return std::bernoulli_distribution(p)(rng_); }
+  template <typename T, size_t N>
+  const T& pick(const T (&items)[N]) { return items[between(0, N - 1)]; }
+
+ private:
+  std::mt19937_64 rng_;
+};
+
+// One random fault rule; its summary name in `name`.
+json drawFault(Draw& d, const Plan& plan, std::string* name) {
+  const char* kinds[] = {"getBeastInfo", "getBeastInfo", "getBeastInfo", "browseBeasts", "getVolumeInfo",
+                         "getBeastFullName", "setBeastInfo", "setBeastInfo", "deleteBeast"};
+  json rule;
+  switch (d.between(0, 9)) {
+    case 0: {  // the file system changed the object between read and set
+      rule = {{"request", "setBeastInfo"}, {"action", "result"}, {"value", 20019},
+              {"nth", d.between(1, 6)}, {"count", d.between(1, 5)}};
+      *name = "setBeastInfo refused 20019";
+      return rule;
+    }
+    case 1:
+      rule = {{"action", "result"}, {"value", d.pick({20400LL, 20008LL, 24999LL, 21702LL, 20019LL})}};
+      break;
+    case 2: rule = {{"action", "cut"}, {"bytes", d.between(0, 400)}}; break;
+    case 3: rule = {{"action", "empty"}}; break;
+    case 4: rule = {{"action", "eio_read"}}; break;
+    case 5: rule = {{"action", "eio_write"}}; break;
+    case 6: rule = {{"action", "delay"}, {"ms", d.between(20, 400)}}; break;
+    case 7: rule = {{"action", "pad"}, {"bytes", d.pick({9000ULL, 70000ULL})}}; break;
+    case 8:  // a management file that stops opening (the rights probe passes)
+      rule = {{"request", "open"}, {"action", "result"}, {"value", d.pick({5LL, 13LL, 24LL})},
+              {"nth", d.between(2, 60)}};
+      *name = "open fails";
+      return rule;
+    default:  // the name tree refuses an unlink
+      rule = {{"request", "unlink"}, {"action", "result"}, {"value", d.pick({5LL, 1LL, 16LL})},
+              {"nth", d.between(1, 4)}};
+      *name = "unlink fails";
+      return rule;
+  }
+  std::string kind = d.pick(kinds);
+  uint64_t reach = kind == "getBeastInfo" ? plan.objects : kind == "browseBeasts" || kind == "getVolumeInfo"
+                                                               ? plan.objects / 20 + 1
+                                                               : 8;
+  rule["request"] = kind;
+  rule["nth"] = d.between(1, reach);
+  rule["count"] = d.chance(0.15) && rule["action"] != "delay" ? 0 : d.between(1, 3);
+  *name = rule["action"].get<std::string>() + (rule["action"] == "result" ? " " + rule["value"].dump() : "");
+  return rule;
+}
+
+Plan drawPlan(const Options& o, int run) {
+  Draw d(o.seed, run);
+  Plan plan;
+  plan.op = d.pick({"-F", "-D", "-C"});
+  plan.objects = o.objects ? o.objects : d.between(150, 400);
+  plan.volumeSeed = d.between(1, 1u << 30);
+  for (uint64_t n = d.between(0, 3); n > 0; --n) {
+    std::string name;
+    plan.faults.push_back(drawFault(d, plan, &name));
+    plan.faultNames.push_back(name);
+  }
+  if (d.chance(0.7)) {
+    plan.signal = d.pick({SIGTERM, SIGHUP, SIGINT, SIGQUIT});
+    // A run of a few hundred objects takes a few tenths of a second: most
+    // signals fall inside it, the others at the final prompt.
+    plan.signalAt = std::chrono::milliseconds(d.chance(0.7) ? d.between(0, 250) : d.between(250, 1500));
+  }
+  return plan;
+}
+
+// What a run broke, one line each.
+struct Findings {
+  std::vector<std::string> lines;
+  void add(const std::string& line) { lines.push_back(line); }
+};
+
+// ---- The volume: every change explained by a request the operation calls for.
+
+int64_t resultOf(const std::string& reply) {
+  size_t at = reply.find("<result value=\"");
+  return at == std::string::npos ? -1 : std::strtoll(reply.c_str() + at + 15, nullptr, 10);
+}
+
+// The fields a request may change on a file, with its compressed data's flag.
+struct Settable {
+  uint32_t attributes, action, status, cPrecious, ucPrecious;
+  bool compDeleted;
+  bool operator==(const Settable& o) const {
+    return attributes == o.attributes && action == o.action && status == o.status && cPrecious == o.cPrecious &&
+           ucPrecious == o.ucPrecious && compDeleted == o.compDeleted;
+  }
+};
+
+Settable settable(kvfsim::Volume& v, const kvfsim::Beast& b) {
+  const kvfsim::CompBeast* c = kvfsim::compBeastOf(v, b);
+  return {b.attributes, b.comp.action, b.comp.status, b.comp.cPrecious, b.comp.ucPrecious, c && c->deleted};
+}
+
+// Replays the run's requests on a copy of the volume as it stood before and
+// judges each one that changed it.
+class Replay {
+ public:
+  Replay(const std::string& op, const json& before) : op_(op), handler_(copy_, false) {
+    kvfsim::loadFixture(before.dump(), original_);
+    kvfsim::loadFixture(before.dump(), copy_);
+  }
+
+  void run(const std::vector<json>& requests, Findings& f) {
+    for (const json& r : requests) {
+      std::string file = r.value("file", ""), request = r.value("request", ""), reply = r.value("reply", "");
+      std::string fault = r.value("fault", "");
+      if (file.rfind("volumes/", 0) == 0) {
+        if (reply == "0") unlink(file.substr(8), request.substr(request.find(' ') + 1), f);
+        continue;
+      }
+      // Which faulted requests still ran (the rules' own defaults).
+      bool ran = fault.empty() || fault == "cut" || fault == "pad" || fault == "eio_read" || fault == "delay";
+      kvfsim::RequestPtr parsed =
+          handler_.parse(file == "files.cmd" ? kvfsim::CmdFile::kFiles : kvfsim::CmdFile::kManage, request);
+      const std::string& kind = handler_.key(*parsed).kind;
+      if (!ran || (kind != "setBeastInfo" && kind != "deleteBeast" && kind != "fixCompStats")) continue;
+      kvfsim::Volume* v = copy_.findVolume(handler_.key(*parsed).volume);
+      kvfsim::Beast* b = v ? findBeast(*v, handler_.key(*parsed).zid) : nullptr;
+      std::optional<Settable> was;
+      if (b) was = settable(*v, *b);
+      std::string replayed = handler_.execute(*parsed);
+      bool sameReply = fault == "cut" ? replayed.compare(0, reply.size(), reply) == 0
+                                      : fault == "pad" || replayed == reply;
+      if (!sameReply) f.add(kind + " replays with another reply: " + replayed + " (logged: " + reply + ")");
+      if (resultOf(replayed) != 0) continue;
+      if (kind == "fixCompStats") f.add("fixCompStats sent by " + op_);
+      else if (!b) f.add(kind + " of " + handler_.key(*parsed).zid + " succeeded on no known object");
+      else if (kind == "deleteBeast") removal(*b, "deleteBeast", f);
+      else judgeSet(*v, *b, *was, f);
+    }
+  }
+
+  // The copy must now be the volume as the run left it.
+  void compare(const json& after, Findings& f) {
+    std::ostringstream out;
+    kvfsim::writeState(copy_, out);
+    json replayed = json::parse(out.str());
+    if (replayed == after) return;
+    std::string differ;
+    int shown = 0;
+    for (const char* list : {"beasts", "compBeasts"}) {
+      std::map<uint64_t, json> mine, theirs;
+      for (const json& b : replayed["volumes"][0][list]) mine[b["zid"]] = b;
+      for (const json& b : after["volumes"][0][list]) theirs[b["zid"]] = b;
+      for (auto& [zid, b] : theirs)
+        if (mine[zid] != b && shown++ < 4) differ += " " + std::string(list) + " " + std::to_string(zid) + ": " +
+                                                   mine[zid].dump() + " became " + b.dump() + ";";
+      for (auto& [zid, b] : mine)
+        if (!b.is_null() && !theirs.count(zid) && shown++ < 4) differ += " " + std::to_string(zid) + " removed;";
+    }
+    f.add("the volume changed beyond its successful requests:" + (differ.empty() ? " its settings" : differ));
+  }
+
+ private:
+  static kvfsim::Beast* findBeast(kvfsim::Volume& v, const std::string& zid) {
+    char* end = nullptr;
+    uint64_t n = std::strtoull(zid.c_str(), &end, 10);
+    kvfsim::Beast* b = !zid.empty() && *end == 0 ? v.findBeast(n) : nullptr;
+    return b && !b->removed ? b : nullptr;
+  }
+
+  // The problem word the generator gives the object as it stood before the run.
+  uint32_t problemsBefore(uint64_t zid, kvfsim::Beast** was = nullptr, kvfsim::CompBeast** comp = nullptr) {
+    kvfsim::Volume& v = *original_.volumes.at(0);
+    kvfsim::Beast* b = v.findBeast(zid);
+    if (!b) return 0;
+    if (was) *was = b;
+    kvfsim::CompBeast* c = const_cast<kvfsim::CompBeast*>(kvfsim::compBeastOf(v, *b));
+    if (comp) *comp = c;
+    return kvfsim::detectProblems(*b, c, false);
+  }
+
+  void unlink(const std::string& volume, const std::string& name, Findings& f) {
+    kvfsim::Volume* v = copy_.findVolume(volume);
+    kvfsim::Beast* b = v ? v->findByName(name) : nullptr;
+    if (!b) return f.add("unlink of " + name + " succeeded on no known file");
+    removal(*b, "unlink " + name, f);
+    v->removeBeast(*b);
+  }
+
+  void removal(const kvfsim::Beast& b, const std::string& what, Findings& f) {
+    uint32_t word = problemsBefore(b.zid);
+    if (op_ != "-D") f.add(what + " (" + std::to_string(b.zid) + ") sent by " + op_);
+    else if (!(word & kvfsim::kCorruptedMask))
+      f.add(what + " removed " + std::to_string(b.zid) + ", which was not corrupted (problems " +
+            std::to_string(word) + ")");
+  }
+
+  // A set request that succeeded: -C only drops the Cc mark; -F and -D only
+  // move fields of a file with a fixable problem to what its repair sets.
+  void judgeSet(kvfsim::Volume& v, const kvfsim::Beast& b, const Settable& was, Findings& f) {
+    Settable now = settable(v, b);
+    std::string zid = std::to_string(b.zid);
+    if (op_ == "-C") {
+      Settable cleared = was;
+      cleared.attributes &= ~uint32_t(kvfsim::kNoStreamCompress);
+      if (!(was.attributes & kvfsim::kNoStreamCompress)) f.add("-C set object " + zid + ", which had no Cc mark");
+      else if (!(now == cleared)) f.add("-C changed object " + zid + " beyond its Cc mark");
+      return;
+    }
+    kvfsim::Beast* before = nullptr;
+    kvfsim::CompBeast* comp = nullptr;
+    uint32_t word = problemsBefore(b.zid, &before, &comp);
+    if ((word & kvfsim::kCorruptedMask) || !(word & kvfsim::kFixableMask)) {
+      if (!(now == was)) f.add(op_ + " changed object " + zid + ", which was not fixable (problems " +
+                               std::to_string(word) + ")");
+      return;
+    }
+    kvfsim::Beast repaired = *before;
+    kvfsim::CompBeast repairedComp = comp ? *comp : kvfsim::CompBeast();
+    kvfsim::repair(repaired, comp ? &repairedComp : nullptr, word);
+    Settable target = {repaired.attributes, repaired.comp.action, repaired.comp.status, repaired.comp.cPrecious,
+                       repaired.comp.ucPrecious, comp && repairedComp.deleted};
+    auto field = [&](const char* name, uint64_t w, uint64_t n, uint64_t t) {
+      if (n != w && n != t)
+        f.add(op_ + " set " + name + " of " + zid + " to " + std::to_string(n) + ", its repair sets " +
+              std::to_string(t));
+    };
+    field("attributes", was.attributes, now.attributes, target.attributes);
+    field("action", was.action, now.action, target.action);
+    field("status", was.status, now.status, target.status);
+    field("cPrecious", was.cPrecious, now.cPrecious, target.cPrecious);
+    field("ucPrecious", was.ucPrecious, now.ucPrecious, target.ucPrecious);
+    field("the deleted flag", was.compDeleted, now.compDeleted, target.compDeleted);
+  }
+
+  std::string op_;
+  kvfsim::Model original_, copy_;
+  kvfsim::RequestHandler handler_;
+};
+
+// ---- The terminal and the run log.
+
+void checkTerminal(const VelkorTerminal& t, Findings& f) {
+  if (t.alternateScreen()) f.add("the terminal was left in the alternate screen");
+  if (!t.cursorVisible()) f.add("the cursor was left hidden");
+  struct termios modes;
+  if (!t.modesAtEnd(&modes)) f.add("the terminal's modes could not be read at the end");
+  else if (!(modes.c_lflag & ECHO) || !(modes.c_lflag & ICANON))
+    f.add(std::string("the terminal was left without ") +
+          (!(modes.c_lflag & ECHO) && !(modes.c_lflag & ICANON) ? "echo and canonical input"
+           : modes.c_lflag & ECHO                               ? "canonical input"
+                                                                : "echo"));
+}
+
+void checkRunLog(const std::string& log, Findings& f) {
+  std::istringstream lines(log);
+  int number = 0;
+  for (std::string line; std::getline(lines, line);) {
+    ++number;
+    if (line.find("<entry") == std::string::npos) continue;
+    const std::string end = "</entry>";
+    if (line.rfind("<entry", 0) != 0 || line.size() < end.size() ||
+        line.compare(line.size() - end.size(), end.size(), end) != 0)
+      f.add("torn entry on run log line " + std::to_string(number) + ": " + line.substr(0, 160));
+  }
+}
+
+// ---- One run.
+
+struct Outcome {
+  bool signalSent = false;
+  bool diedBySignal = false;  // ended by the signal sent
+  Findings findings;
+};
+
+Outcome runOnce(const Plan& plan, const Options& o) {
+  Outcome out;
+  Findings& f = out.findings;
+  Simulator::Options so;
+  so.generate = plan.objects;
+  so.seed = plan.volumeSeed;
+  Simulator sim(so);
+  json before = sim.state();
+  if (!plan.faults.empty()) sim.setFaults(plan.faults.dump());
+
+  VelkorTerminal t(sim, {plan.op, "VOL1"});
+  auto start = Clock::now();
+  bool answered = false, ended = false;
+  while (Clock::now() - start < kBound) {
+    if (t.waitExit(std::chrono::milliseconds(20))) {
+      ended = true;
+      break;
+    }
+    if (plan.signal && !out.signalSent && Clock::now() - start >= plan.signalAt)
+      out.signalSent = t.signalProgram(plan.signal);
+    // At the final prompt a planned signal is awaited a while, then the key is typed.
+    bool waited = !plan.signal || out.signalSent || Clock::now() - start >= plan.signalAt + kBound / 6;
+    if (!answered && waited && t.screenText().find(kFinalPrompt) != std::string::npos) {
+      t.send("x");
+      answered = true;
+    }
+  }
+  if (!ended) {
+    f.add("did not end within " + std::to_string(kBound.count()) + " s; last screen:\n" + t.screenText());
+    t.finish(std::chrono::milliseconds(0));
+  } else {
+    int sig = t.signal() ? t.signal() : t.exitStatus() > 128 ? t.exitStatus() - 128 : 0;
+    out.diedBySignal = sig && out.signalSent && sig == plan.signal;
+    if (sig && !out.diedBySignal)
+      f.add("ended by signal " + std::to_string(sig) + " (status " + std::to_string(t.exitStatus()) + ")");
+    // Errors end a run with an error element and status 0; anything else is
+    // a start-up failure or a sanitizer's report.
+    else if (!sig && t.exitStatus() != 0) f.add("exited with status " + std::to_string(t.exitStatus()));
+    checkTerminal(t, f);
+  }
+  checkRunLog(t.runLog(), f);
+
+  Replay replay(plan.op, before);
+  replay.run(sim.requests(), f);
+  replay.compare(sim.state(), f);
+  if (o.verbose || !f.lines.empty())
+    std::printf("    status %d signal %d in %.1f s; %zu requests\n", t.exitStatus(), t.signal(),
+                std::chrono::duration<double>(t.elapsed()).count(), sim.requests().size());
+  return out;
+}
+
+Options parse(int argc, char** argv) {
+  Options o;
+  for (int i = 1; i < argc; ++i) {
+    std::string a = argv[i];
+    auto value = [&]() -> std::string {
+      if (i + 1 >= argc) {
+        std::fprintf(stderr, "%s needs a value\n", a.c_str());
+        std::exit(2);
+      }
+      return argv[++i];
+    };
+    if (a == "--runs") o.runs = std::stoi(value());
+    else if (a == "--seed") o.seed = std::stoull(value());
+    else if (a == "--run") o.only = std::stoi(value());
+    else if (a == "--objects") o.objects = std::stoull(value());
+    else if (a == "--verbose") o.verbose = true;
+    else {
+      std::fprintf(stderr, "usage: velkor_soak [--runs N] [--seed S] [--run K] [--objects N] [--verbose]\n");
+      std::exit(2);
+    }
+  }
+  return o;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options o = parse(argc, argv);
+  // A process ended by SIGQUIT leaves no core file behind.
+  struct rlimit noCore = {0, 0};
+  setrlimit(RLIMIT_CORE, &noCore);
+
+  std::map<std::string, int> ops, faults, signalsPlanned, signalsSent;
+  int runs = 0, violations = 0, failedRuns = 0, diedBySignal = 0;
+  int first = o.only >= 0 ? o.only : 0, last = o.only >= 0 ? o.only + 1 : o.runs;
+  for (int run = first; run < last; ++run) {
+    Plan plan = drawPlan(o, run);
+    std::string signal = plan.signal ? signalName(plan.signal) : "";
+    std::printf("run %d: velkor %s on %llu objects (volume seed %llu), faults %s%s\n", run, plan.op.c_str(),
+                static_cast<unsigned long long>(plan.objects), static_cast<unsigned long long>(plan.volumeSeed),
+                plan.faults.dump().c_str(),
+                plan.signal ? (", " + signal + " at " + std::to_string(plan.signalAt.count()) + " ms").c_str() : "");
+    std::fflush(stdout);
+    Outcome outcome;
+    try {
+      outcome = runOnce(plan, o);
+    } catch (const std::exception& e) {
+      outcome.findings.add(std::string("the run could not be made: ") + e.what());
+    }
+    ++runs;
+    ++ops[plan.op];
+    for (const std::string& name : plan.faultNames) ++faults[name];
+    if (plan.signal) {
+      ++signalsPlanned[signal];
+      if (outcome.signalSent) ++signalsSent[signal];
+      if (outcome.diedBySignal) ++diedBySignal;
+    }
+    for (const std::string& line : outcome.findings.lines) std::printf("  VIOLATION: %s\n", line.c_str());
+    violations += int(outcome.findings.lines.size());
+    failedRuns += !outcome.findings.lines.empty();
+    std::fflush(stdout);
+  }
+
+  std::printf("\nsoak: %d runs (seed %llu):", runs, static_cast<unsigned long long>(o.seed));
+  for (auto& [op, n] : ops) std::printf(" %s %d", op.c_str(), n);
+  std::printf("\nfaults tried:");
+  for (auto& [name, n] : faults) std::printf(" [%s] %d", name.c_str(), n);
+  std::printf("\nsignals (sent/planned; the rest came after the end):");
+  for (auto& [name, n] : signalsPlanned) std::printf(" %s %d/%d", name.c_str(), signalsSent[name], n);
+  std::printf("; %d runs ended by their signal", diedBySignal);
+  std::printf("\nviolations: %d in %d runs\n", violations, failedRuns);
+  return violations ? 1 : 0;
+}
