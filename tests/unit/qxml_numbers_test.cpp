@@ -85,3 +85,18 @@ TEST(NumberText, BasesAndStopPointer) {
   EXPECT_EQ(none, stop);
   EXPECT_EQ(37, KVF::qradix_value(0xe9));  // no digit of any base
 }
+
+// The exact range check behind refusing numbers that do not fit their field:
+// it must also catch digit strings whose conversion wraps to a larger value,
+// which the conversion's own overflow test lets through.
+TEST(LbString, FitsDecimalIsExactAtEveryWidth) {
+  EXPECT_TRUE(KVF::LB_fitsDecimal("18446744073709551615", UINT64_MAX));
+  EXPECT_FALSE(KVF::LB_fitsDecimal("18446744073709551616", UINT64_MAX));
+  EXPECT_FALSE(KVF::LB_fitsDecimal("27670116110564327424", UINT64_MAX));
+  EXPECT_FALSE(KVF::LB_fitsDecimal("1234567890123456789012345", UINT64_MAX));
+  EXPECT_TRUE(KVF::LB_fitsDecimal(" +4294967295x", UINT32_MAX));
+  EXPECT_FALSE(KVF::LB_fitsDecimal("4294967296", UINT32_MAX));
+  EXPECT_TRUE(KVF::LB_fitsDecimal("-2147483647", INT32_MAX));
+  EXPECT_FALSE(KVF::LB_fitsDecimal("2147483648", INT32_MAX));
+  EXPECT_TRUE(KVF::LB_fitsDecimal("", 0));
+}

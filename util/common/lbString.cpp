@@ -70,6 +70,19 @@ uint64_t _stoq(const char* text, char** stop, int base, int signedFlag) {
 
 uint64_t LB_strtouq(const char* text, char** stop, int base) { return _stoq(text, stop, base, 0); }
 
+bool LB_fitsDecimal(const char* text, uint64_t max) {
+  const char* s = text;
+  while (isSpace(*s)) ++s;
+  if (*s == '-' || *s == '+') ++s;
+  uint64_t value = 0;
+  for (; *s >= '0' && *s <= '9'; ++s) {
+    uint64_t digit = static_cast<uint64_t>(*s - '0');
+    if (value > (max - digit) / 10) return false;
+    value = value * 10 + digit;
+  }
+  return true;
+}
+
 int64_t LB_strtoq(const char* text, char** stop, int base) {
   return static_cast<int64_t>(_stoq(text, stop, base, 1));
 }

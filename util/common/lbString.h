@@ -19,6 +19,10 @@ int qradix_value(int c);
 uint64_t _stoq(const char* text, char** stop, int base, int signedFlag);
 
 uint64_t LB_strtouq(const char* text, char** stop, int base);
+// Whether the decimal digits of `text` (after white space and a sign) stand
+// for a magnitude of at most `max`. Unlike the conversions, exact: no digit
+// string that wraps around 64 bits passes.
+bool LB_fitsDecimal(const char* text, uint64_t max);
 int64_t LB_strtoq(const char* text, char** stop, int base);
 
 }  // namespace KVF

@@ -51,7 +51,15 @@ void readRows(XML_ElementInfo_s* parent, const TagRequest_s* rows, TagContent_s*
 
 bool hasContent(const TagContent_s& row) { return row.status & QXML::TAG_HAS_CONTENT; }
 
-uint64_t decimal(const TagContent_s& row) { return row.value ? KVF::LB_strtouq(row.value, nullptr, 10) : 0; }
+// A row's decimal value. A number beyond its field's range (`max`) is
+// refused: converted, it would stand for another number, and a file judged on
+// it could be repaired or deleted for nothing.
+uint64_t decimal(const TagContent_s& row, uint64_t max = UINT64_MAX, int line = __builtin_LINE()) {
+  if (!row.value) return 0;
+  if (!KVF::LB_fitsDecimal(row.value, max))
+    throw KVFError("Number does not fit its field", zERR_BUFFER_TOO_SMALL, KVF_SourceLocation(__FILE__, line));
+  return KVF::LB_strtouq(row.value, nullptr, 10);
+}
 
 // Copies a value into a fixed field; a value that would not fit with its
 // terminator is refused.
@@ -121,12 +129,12 @@ CompInfo::CompInfo(XML_ElementInfo_s* element) {
   TagContent_s c[9];
   readRows(element, rows, c, "Failed to get compInfo tags", __LINE__);
   copyField(compZid, sizeof compZid, c[0], __LINE__);
-  chunkSize = static_cast<uint32_t>(decimal(c[1]));
-  ucPrecious = static_cast<uint32_t>(decimal(c[2]));
-  cPrecious = static_cast<uint32_t>(decimal(c[3]));
-  purgeableBlks = static_cast<uint32_t>(decimal(c[4]));
-  algoID = static_cast<uint32_t>(decimal(c[5]));
-  algoVersion = static_cast<uint32_t>(decimal(c[6]));
+  chunkSize = static_cast<uint32_t>(decimal(c[1], UINT32_MAX));
+  ucPrecious = static_cast<uint32_t>(decimal(c[2], UINT32_MAX));
+  cPrecious = static_cast<uint32_t>(decimal(c[3], UINT32_MAX));
+  purgeableBlks = static_cast<uint32_t>(decimal(c[4], UINT32_MAX));
+  algoID = static_cast<uint32_t>(decimal(c[5], UINT32_MAX));
+  algoVersion = static_cast<uint32_t>(decimal(c[6], UINT32_MAX));
   status = static_cast<uint32_t>(tagBits(c[7], compStatusTags, compStatusBitsToCheck));
   action = static_cast<uint32_t>(tagBits(c[8], compActionTags, compActionBitsToCheck));
 }
@@ -231,12 +239,12 @@ void UncompBeastInfo::setFileInfo(XML_ElementInfo_s* file) {
   TagContent_s accessed[2];
   readRows(&times[0].element, valueRows, accessed, "Failed to get accessed time info", __LINE__);
   copyField(accessedTimeText, sizeof accessedTimeText, accessed[1], __LINE__);
-  accessedTime = static_cast<uint32_t>(decimal(accessed[0]));
+  accessedTime = static_cast<uint32_t>(decimal(accessed[0], UINT32_MAX));
 
   TagContent_s created[2];
   readRows(&times[1].element, valueRows, created, "Failed to get created time info", __LINE__);
   copyField(createdTimeText, sizeof createdTimeText, created[1], __LINE__);
-  createdTime = static_cast<uint32_t>(decimal(created[0]));
+  createdTime = static_cast<uint32_t>(decimal(created[0], UINT32_MAX));
 }
 
 CompBeastInfo::CompBeastInfo(XML_ElementInfo_s* element) {
@@ -280,9 +288,9 @@ CompBeastInfo::CompBeastInfo(XML_ElementInfo_s* element) {
                                        {"compressedFileLength", kRequired}, {nullptr, 0}};
     TagContent_s header[5];
     readRows(&variable[1].element, headerRows, header, "Failed to get compress header info", __LINE__);
-    compressCode = static_cast<int32_t>(decimal(header[0]));
-    compressMajorVersion = static_cast<int32_t>(decimal(header[1]));
-    compressMinorVersion = static_cast<int32_t>(decimal(header[2]));
+    compressCode = static_cast<int32_t>(decimal(header[0], INT32_MAX));
+    compressMajorVersion = static_cast<int32_t>(decimal(header[1], INT32_MAX));
+    compressMinorVersion = static_cast<int32_t>(decimal(header[2], INT32_MAX));
     originalFileLength = decimal(header[3]);
     compressedFileLength = decimal(header[4]);
   }

@@ -53,6 +53,10 @@ int readZidBatch(ReplyBuf* reply, char* zids) {
     }
     p = child.elementEnd + 1;
   }
+  // A count beyond a 32-bit number would be narrowed into another one (a
+  // 25-digit count into -1, the end of the scan).
+  if (!KVF::LB_fitsDecimal(contents[1].value, INT32_MAX))
+    throw KVFError("Batch count does not fit its field", zERR_BUFFER_TOO_SMALL, KVF_HERE);
   return static_cast<int>(KVF::LB_strtoq(contents[1].value, nullptr, 10));
 }
 
