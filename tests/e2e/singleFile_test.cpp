@@ -50,8 +50,10 @@ TEST(SingleFile, GoodFileScreenAndLogEntry) {
   ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
   EXPECT_EQ(0, run.terminal.exitStatus());
   EXPECT_EQ("                    KVF Compression Validate and Fix Screen", run.at(0));
-  EXPECT_EQ(0u, run.at(2).find("  Command: "));
-  EXPECT_NE(std::string::npos, run.at(2).find(" -l /media/kvf/VOL1/good.dat"));
+  // The command line as given, unless the build's path makes it too long for
+  // its line: then it is cut and ends in "...".
+  std::string command = testsupport::velkorBinary() + " -l /media/kvf/VOL1/good.dat";
+  EXPECT_EQ("  Command: " + (command.size() <= 67 ? command : command.substr(0, 64) + "..."), run.at(2));
   EXPECT_TRUE(std::regex_match(run.at(4), std::regex("  Time Elapsed: \\d\\d:\\d\\d:\\d\\d")));
   EXPECT_EQ("  Summary:", run.at(6));
   EXPECT_EQ("    Processed Files:                  1    CC Bit Cleared:                    0", run.at(8));
