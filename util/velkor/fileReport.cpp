@@ -7,18 +7,13 @@
 #include <string>
 
 #include "velkor/beastRecords.h"
+#include "velkor/logElements.h"
 #include "common/lbString.h"
 #include "velkor/velkorUI.h"
 
 namespace velkor {
 
 namespace {
-
-const char* const kStatusElements[11] = {
-    "<good/>",       "<skippedChecking/>",  "<invalidAttribute/>", "<invalidState/>",
-    "<mismatchedDeletedFlag/>", "<invalidZid/>", "<compBeastNotFound/>", "<compBeastEOFZero/>",
-    "<badCompHeader/>", "<mismatchedZid/>", "<noPhysicalData/>",
-};
 
 const char* const kStatusTexts[11] = {
     "Good",           "Skipped checking",         "%d: Invalid attribute ", "%d: Invalid state ",
@@ -30,7 +25,11 @@ const char* const kStatusTexts[11] = {
 std::string statusElements(unsigned long problems) {
   std::string text;
   for (int bit = 0; bit < 32; ++bit) {
-    if (problems >> bit & 1) text += bit < 11 ? kStatusElements[bit] : "<invalidState/>";
+    if (problems >> bit & 1) {
+      text += '<';
+      text += problemElement(bit);
+      text += "/>";
+    }
   }
   return text;
 }
@@ -68,15 +67,11 @@ void VELKOR_UserInterface::getTypeStr(char* out, unsigned long deletedFlag, unsi
   strcat(out, xmlForm ? elements[index] : texts[index]);
 }
 
-void VELKOR_UserInterface::logFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name, unsigned long problems,
-                                       unsigned long noHeader, unsigned long fixed, unsigned long deleted) {
+void writeLogEntry(std::ostream& log, uint64_t operation, UncompBeastInfo* info, CompBeastInfo* comp,
+                   const char* name, unsigned long problems, unsigned long noHeader, unsigned long fixed,
+                   unsigned long deleted) {
   char type[64];
-  getTypeStr(type, info->allNamesDeleted, info->beastType, 1);
-  // The entry is put together first and written whole: the log's stream
-  // flushes after every insertion, which would cost a write per field. It is
-  // formatted with the log's own flags, and hands back the ones it leaves.
-  std::ostringstream log;
-  log.flags(std::cerr.flags());
+  VELKOR_UserInterface::getTypeStr(type, info->allNamesDeleted, info->beastType, 1);
   log << "<entry><volume>" << info->name << "</volume>"
       << "<name>" << (name ? name : "") << "</name>"
       << "<type>" << type << "</type>"
@@ -111,6 +106,16 @@ void VELKOR_UserInterface::logFileInfo(UncompBeastInfo* info, CompBeastInfo* com
     }
   }
   log << "</entry>" << "\n";
+}
+
+void VELKOR_UserInterface::logFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name, unsigned long problems,
+                                       unsigned long noHeader, unsigned long fixed, unsigned long deleted) {
+  // The entry is put together first and written whole: the log's stream
+  // flushes after every insertion, which would cost a write per field. It is
+  // formatted with the log's own flags, and hands back the ones it leaves.
+  std::ostringstream log;
+  log.flags(std::cerr.flags());
+  writeLogEntry(log, operation, info, comp, name, problems, noHeader, fixed, deleted);
   std::cerr.flags(log.flags());
   std::cerr << log.str();
   std::cerr.flush();
