@@ -53,6 +53,8 @@ class Simulator {
   std::vector<nlohmann::json> requests() const;   // control/requests.jsonl
   // The requests of one kind (e.g. "setBeastInfo"), in order.
   std::vector<nlohmann::json> requestsOf(const std::string& kind) const;
+  // The same among some of the requests (say, those of one run).
+  static std::vector<nlohmann::json> ofKind(const std::vector<nlohmann::json>& requests, const std::string& kind);
   nlohmann::json expected() const;                // the generator's counts (generated volumes)
   // Writes control/faults: an object adds a rule, an array replaces all.
   void setFaults(const std::string& json) const;
@@ -85,6 +87,8 @@ class VelkorTerminal {
   VelkorTerminal& operator=(const VelkorTerminal&) = delete;
 
   void send(const std::string& keys);
+  // Sends a signal to the terminal's process group: the sandbox and velkor.
+  void sendSignal(int signal);
   // Waits until the screen shows `text`; false on timeout or when the program ended first without showing it.
   bool waitFor(const std::string& text, std::chrono::milliseconds timeout = std::chrono::seconds(20));
   // Waits for the program to end; false on timeout.
