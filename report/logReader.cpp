@@ -216,6 +216,7 @@ void LogReader::line(std::string_view text) {
 
 void LogReader::startRun() {
   run_ = Run();
+  run_.listSkipped = listSkipped_;
   run_.index = nextIndex_++;
   run_.source = source_;
   run_.line = lineNumber_;

@@ -36,7 +36,9 @@ class LogReader {
   // longer ones are skipped.
   static constexpr size_t kMaxElement = 1 << 20;
 
-  explicit LogReader(RunSink& sink) : sink_(sink) {}
+  // `listSkipped`: each run keeps the names of its skipped files (memory
+  // that grows with them), else only their count.
+  explicit LogReader(RunSink& sink, bool listSkipped = true) : sink_(sink), listSkipped_(listSkipped) {}
 
   // Starts a log: line numbers restart, run indexes go on.
   void begin(const std::string& source);
@@ -63,6 +65,7 @@ class LogReader {
   void skip(uint64_t line, uint64_t lines, std::string_view text);
 
   RunSink& sink_;
+  const bool listSkipped_;
   std::string source_;
   uint64_t lineNumber_ = 0;
   uint64_t nextIndex_ = 1;

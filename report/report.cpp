@@ -223,7 +223,8 @@ int report(const Options& options, std::ostream& out, std::ostream& err) {
   }
   std::unique_ptr<Output> output = makeOutput(options, out);
   ReportSink sink(options, *output, err);
-  LogReader reader(sink);
+  // Only JSON lists the skipped files.
+  LogReader reader(sink, options.format == Format::json && !options.check);
   bool ok = true;
   for (size_t i = 0; i < fds.size(); ++i) {
     if (ok) ok = readLog(options.logs[i], fds[i], reader, err);

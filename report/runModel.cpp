@@ -53,7 +53,7 @@ void Run::add(const Entry& entry) {
   if (entry.deleted) ++actions["deleted"];
   if (entry.skipped()) {
     ++skipped;
-    skippedFiles.push_back(entry.name);
+    if (listSkipped) skippedFiles.push_back(entry.name);
   }
   if (entry.remains()) {
     ++remaining;

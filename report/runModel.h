@@ -62,7 +62,8 @@ struct Run {
   std::map<std::string, uint64_t> types;     // entries per type
   std::map<std::string, uint64_t> actions;   // "fixed", "deleted"
   std::map<std::string, uint64_t> remainingByProblem;
-  std::vector<std::string> skippedFiles;
+  std::vector<std::string> skippedFiles;  // kept only when listSkipped is set
+  bool listSkipped = true;
   std::set<std::string> volumes;  // the volumes its entries name
 
   // End time and closing element present: the run was not cut short.
