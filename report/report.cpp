@@ -40,6 +40,7 @@ class ReportSink : public RunSink {
 
   void runEnd(Run& run) override {
     if (runShown(run)) {
+      ++shown_;
       if (options_.lastRun) {
         // Only the last one is shown: it is kept until the logs end.
         last_ = std::move(run);
@@ -58,6 +59,9 @@ class ReportSink : public RunSink {
          << (lines == 1 ? " line" : " lines") << " outside the run log's elements: "
          << printable(text.substr(0, 60)) << (text.size() > 60 ? "..." : "") << "\n";
   }
+
+  // How many runs the filters let through (all candidates for --run last).
+  uint64_t shown() const { return shown_; }
 
   void finish() {
     if (haveLast_) output_.run(last_, lastEntries_);
@@ -84,6 +88,7 @@ class ReportSink : public RunSink {
   Run last_;
   std::vector<Entry> lastEntries_;
   bool haveLast_ = false;
+  uint64_t shown_ = 0;
   uint64_t warnings_ = 0;
 };
 
@@ -236,7 +241,10 @@ int report(const Options& options, std::ostream& out, std::ostream& err) {
   }
   sink.finish();
   int status = output->finish(reader.skippedLines());
-  if (status == kNoAnswer && !options.check) err << kName << ": no such run in the log\n";
+  if (!options.check && (options.run != 0 || options.lastRun) && sink.shown() == 0) {
+    err << kName << ": no such run in the log\n";
+    status = kNoAnswer;
+  }
   out.flush();
   return status;
 }

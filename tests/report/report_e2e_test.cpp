@@ -271,6 +271,7 @@ TEST(ReportEndToEnd, EveryKindOfRunInOneLog) {
   EXPECT_EQ(1, velkorReport({"--check", log.log()}).exitStatus);
   EXPECT_EQ(3, velkorReport({"--check", "--volume", "VOL2", log.log()}).exitStatus);
   EXPECT_EQ(3, velkorReport({"--check", log.log() + ".missing"}).exitStatus);
+  EXPECT_EQ(3, velkorReport({"--format", "json", "--run", std::to_string(runs.size() + 1), log.log()}).exitStatus);
   // Each skipped piece is named by its line, which holds no element.
   ProcessResult warned = velkorReport({"--check", "--run", "7", log.log()});
   std::smatch m;
