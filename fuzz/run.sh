@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds the reply reader's fuzz targets with clang (in build-fuzz) and runs each
-# for SECONDS on a copy of the seed corpus. Exits non-zero when a target finds a
+# Builds the fuzz targets with clang (in build-fuzz) and runs each for SECONDS
+# on a copy of its seed corpus (fuzz/corpus-log for the run-log reader,
+# fuzz/corpus for the others). Exits non-zero when a target finds a
 # crash; its input is kept in build-fuzz/fuzz/artifacts/.
 #
 #   fuzz/run.sh 60
@@ -8,7 +9,7 @@ set -euo pipefail
 seconds="${1:?usage: fuzz/run.sh SECONDS}"
 root="$(cd "$(dirname "$0")/.." && pwd)"
 build="$root/build-fuzz"
-targets=(fuzz_reply fuzz_numbers)
+targets=(fuzz_reply fuzz_numbers fuzz_log)
 
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELKOR_FUZZ=ON -DVELKOR_BENCH=OFF > "$build.configure.log" 2>&1 \
@@ -21,7 +22,9 @@ mkdir -p "$build/fuzz/artifacts"
 status=0
 for target in "${targets[@]}"; do
   mkdir -p "$work/$target"
-  cp "$root/fuzz/corpus/"* "$work/$target/"
+  corpus="$root/fuzz/corpus"
+  [ "$target" = fuzz_log ] && corpus="$root/fuzz/corpus-log"
+  cp "$corpus/"* "$work/$target/"
   echo "== $target: ${seconds} s"
   if ! "$build/fuzz/$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
       -print_final_stats=1 -artifact_prefix="$build/fuzz/artifacts/$target-" "$work/$target" \
