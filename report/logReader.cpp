@@ -180,16 +180,9 @@ void LogReader::line(std::string_view text) {
     startRun();
     return;
   }
-  if (pending_ != Pending::none && pending_ != Pending::argv) {
-    if (pendingText_.size() + text.size() + 1 > kMaxElement) {
-      dropPending();
-    } else {
-      pendingText_ += '\n';
-      pendingText_.append(text);
-      ++pendingLines_;
-      if (closes(pending_, text)) completePending();
-      return;
-    }
+  if (pending_ != Pending::none && pending_ != Pending::argv && continuePending(text)) {
+    if (closes(pending_, text)) completePending();
+    return;
   }
   switch (state_) {
     case State::outside:
@@ -251,13 +244,7 @@ void LogReader::commandLineLine(std::string_view text) {
     run_.deriveOperation();
     state_ = State::body;
   } else if (pending_ == Pending::argv) {
-    if (pendingText_.size() + text.size() + 1 > kMaxElement) {
-      dropPending();
-      return;
-    }
-    pendingText_ += '\n';
-    pendingText_.append(text);
-    ++pendingLines_;
+    continuePending(text);
   } else {
     // The block is not closed: what follows is read as the run's body.
     completePending();
@@ -300,6 +287,17 @@ bool LogReader::closes(Pending kind, std::string_view text) const {
     case Pending::msg: return endsWith(text, "</msg>");
     default: return false;
   }
+}
+
+bool LogReader::continuePending(std::string_view text) {
+  if (pendingText_.size() + text.size() + 1 > kMaxElement) {
+    dropPending();
+    return false;
+  }
+  pendingText_ += '\n';
+  pendingText_.append(text);
+  ++pendingLines_;
+  return true;
 }
 
 void LogReader::completePending() {

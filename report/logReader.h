@@ -60,6 +60,9 @@ class LogReader {
   void commandLineLine(std::string_view text);
   // An element spread over lines: true when `text` completes it.
   bool closes(Pending kind, std::string_view text) const;
+  // Adds a line to the element spread over lines; false, after skipping the
+  // element, when the line would take it past kMaxElement.
+  bool continuePending(std::string_view text);
   void completePending();
   void dropPending();
   void skip(uint64_t line, uint64_t lines, std::string_view text);

@@ -27,6 +27,11 @@ std::string localTime(const LoggedTime& time) {
   return text;
 }
 
+uint64_t countOf(const std::map<std::string, uint64_t>& counts, const std::string& key) {
+  auto it = counts.find(key);
+  return it == counts.end() ? 0 : it->second;
+}
+
 std::string joined(const std::vector<std::string>& words, char separator = ' ') {
   std::string text;
   for (const std::string& w : words) {
@@ -110,8 +115,8 @@ class DetailOutput : public Output {
          << "  Status:      " << printable(r.statusText()) << "\n";
     for (const std::string& e : r.errors) out_ << "  Error:       " << printable(e) << "\n";
     for (const std::string& m : r.messages) out_ << "  Message:     " << printable(m) << "\n";
-    out_ << "  Entries:     " << r.entries << " (skipped " << r.skipped << ", fixed " << count(r.actions, "fixed")
-         << ", deleted " << count(r.actions, "deleted") << ", remaining problems " << r.remaining << ")\n";
+    out_ << "  Entries:     " << r.entries << " (skipped " << r.skipped << ", fixed " << countOf(r.actions, "fixed")
+         << ", deleted " << countOf(r.actions, "deleted") << ", remaining problems " << r.remaining << ")\n";
     printCounts("Problems", r.problems);
     printCounts("Types", r.types);
     if (!entries_.empty()) {
@@ -126,10 +131,6 @@ class DetailOutput : public Output {
   }
 
  private:
-  static uint64_t count(const std::map<std::string, uint64_t>& counts, const std::string& key) {
-    auto it = counts.find(key);
-    return it == counts.end() ? 0 : it->second;
-  }
   void printCounts(const char* title, const std::map<std::string, uint64_t>& counts) {
     if (counts.empty()) return;
     out_ << "  " << title << ":\n";
@@ -295,8 +296,7 @@ class CheckOutput : public Output {
     uint64_t remaining = r.remaining;
     std::string which = "problem files remain";
     if (!options_.problem.empty()) {
-      auto it = r.remainingByProblem.find(options_.problem);
-      remaining = it == r.remainingByProblem.end() ? 0 : it->second;
+      remaining = countOf(r.remainingByProblem, options_.problem);
       which = "files with " + options_.problem + " remain";
     }
     if (remaining != 0) {
