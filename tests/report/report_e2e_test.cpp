@@ -269,7 +269,14 @@ TEST(ReportEndToEnd, EveryKindOfRunInOneLog) {
   EXPECT_EQ(0, table.exitStatus);
   EXPECT_EQ(runs.size() + 1, static_cast<size_t>(std::count(table.out.begin(), table.out.end(), '\n')));
   EXPECT_EQ(1, velkorReport({"--check", log.log()}).exitStatus);
+  EXPECT_EQ(1, velkorReport({"--check", "--volume", "VOL1", log.log()}).exitStatus);
   EXPECT_EQ(3, velkorReport({"--check", "--volume", "VOL2", log.log()}).exitStatus);
+  // --problem: the CSV rows of the first run with each of its problems.
+  for (const auto& [problem, count] : list["problems"].items()) {
+    ProcessResult csv = velkorReport({"--format", "csv", "--run", "1", "--problem", problem, log.log()});
+    EXPECT_EQ(count.get<size_t>() + 1, static_cast<size_t>(std::count(csv.out.begin(), csv.out.end(), '\n')))
+        << problem;
+  }
   EXPECT_EQ(3, velkorReport({"--check", log.log() + ".missing"}).exitStatus);
   EXPECT_EQ(3, velkorReport({"--format", "json", "--run", std::to_string(runs.size() + 1), log.log()}).exitStatus);
   // Each skipped piece is named by its line, which holds no element.
