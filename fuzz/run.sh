@@ -10,7 +10,7 @@
 #                  resumes from what the earlier ones found (and the seeds);
 #                  each target's output goes to DIR/TARGET.log as it runs
 #   --only TARGET  run that target alone (fuzz_reply, fuzz_numbers,
-#                  fuzz_sim_request)
+#                  fuzz_sim_request, fuzz_log)
 #   --runs N       stop each target after N executions
 #
 # Without --keep each target starts from a copy of its seeds in a temporary
@@ -22,7 +22,7 @@ seconds="$1"; shift
 [[ "$seconds" =~ ^[0-9]+$ ]] || usage
 root="$(cd "$(dirname "$0")/.." && pwd)"
 build="$root/build-fuzz"
-targets=(fuzz_reply fuzz_numbers fuzz_sim_request)
+targets=(fuzz_reply fuzz_numbers fuzz_sim_request fuzz_log)
 keep="" runs=""
 while [ $# -gt 0 ]; do
   case "$1" in
@@ -41,6 +41,7 @@ done
 seeds() {
   case "$1" in
     fuzz_sim_request) echo "$root/fuzz/corpus-sim-request" ;;
+    fuzz_log) echo "$root/fuzz/corpus-log" ;;
     *) echo "$root/fuzz/corpus" ;;
   esac
 }

@@ -167,9 +167,11 @@ std::vector<nlohmann::json> Simulator::requests() const {
   return out;
 }
 
-std::vector<nlohmann::json> Simulator::requestsOf(const std::string& kind) const {
+std::vector<nlohmann::json> Simulator::requestsOf(const std::string& kind) const { return ofKind(requests(), kind); }
+
+std::vector<nlohmann::json> Simulator::ofKind(const std::vector<nlohmann::json>& requests, const std::string& kind) {
   std::vector<nlohmann::json> found;
-  for (const nlohmann::json& r : requests())
+  for (const nlohmann::json& r : requests)
     if (r.value("request", "").find("<" + kind) != std::string::npos) found.push_back(r);
   return found;
 }
@@ -306,6 +308,10 @@ VelkorTerminal::~VelkorTerminal() {
 
 void VelkorTerminal::send(const std::string& keys) {
   if (master_ >= 0 && write(master_, keys.data(), keys.size()) < 0) ADD_FAILURE() << "cannot type into the terminal";
+}
+
+void VelkorTerminal::sendSignal(int signal) {
+  if (pid_ > 0) kill(-pid_, signal);
 }
 
 void VelkorTerminal::reap(bool block) {

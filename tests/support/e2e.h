@@ -55,6 +55,8 @@ class Simulator {
   std::vector<nlohmann::json> requests() const;   // control/requests.jsonl
   // The requests of one kind (e.g. "setBeastInfo"), in order.
   std::vector<nlohmann::json> requestsOf(const std::string& kind) const;
+  // The same among some of the requests (say, those of one run).
+  static std::vector<nlohmann::json> ofKind(const std::vector<nlohmann::json>& requests, const std::string& kind);
   nlohmann::json expected() const;                // the generator's counts (generated volumes)
   // Writes control/faults: an object adds a rule, an array replaces all.
   void setFaults(const std::string& json) const;
@@ -102,6 +104,8 @@ class VelkorTerminal {
   // death would hang up the terminal); false while it has not started or
   // after it has ended.
   bool signalProgram(int sig);
+  // Sends a signal to the terminal's process group: the sandbox and velkor.
+  void sendSignal(int signal);
   // Waits until the screen shows `text`; false on timeout or when the program ended first without showing it.
   bool waitFor(const std::string& text, std::chrono::milliseconds timeout = std::chrono::seconds(20));
   // Waits for the program to end; false on timeout.

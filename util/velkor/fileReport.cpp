@@ -52,6 +52,15 @@ void VELKOR_UserInterface::getTypeStr(char* out, unsigned long deletedFlag, unsi
   strcat(out, xmlForm ? elements[index] : texts[index]);
 }
 
+void writeLogEntry(std::ostream& log, uint64_t operation, UncompBeastInfo* info, CompBeastInfo* comp,
+                   const char* name, unsigned long problems, unsigned long noHeader, unsigned long fixed,
+                   unsigned long deleted) {
+  char type[64];
+  VELKOR_UserInterface::getTypeStr(type, info->allNamesDeleted, info->beastType, 1);
+  WriteFileEntry(log, *info, comp, name, type, problems, noHeader != 0, fixed != 0, deleted != 0,
+                 isVolumeOperation(operation));
+}
+
 void VELKOR_UserInterface::logFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name, unsigned long problems,
                                        unsigned long noHeader, unsigned long fixed, unsigned long deleted) {
   char type[64];

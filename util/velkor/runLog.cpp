@@ -12,6 +12,7 @@
 #include "common_cpp/kvfError.h"
 #include "screen/signals.h"
 #include "velkor/beastRecords.h"
+#include "velkor/logElements.h"
 #include "velkor/velkor.h"
 #include "velkor/velkorTypes.h"
 
@@ -40,17 +41,15 @@ void formatNow(char (&text)[80], time_t& now) {
   if (strftime(text, sizeof text, "\"%b %d, %Y  %I:%M:%S %p  %z\"", &local) == 0) text[0] = '\0';
 }
 
-const char* const kStatusElements[11] = {
-    "<good/>",       "<skippedChecking/>",  "<invalidAttribute/>", "<invalidState/>",
-    "<mismatchedDeletedFlag/>", "<invalidZid/>", "<compBeastNotFound/>", "<compBeastEOFZero/>",
-    "<badCompHeader/>", "<mismatchedZid/>", "<noPhysicalData/>",
-};
-
 // One element per set problem bit, lowest first; higher bits read as invalid state.
 std::string statusElements(unsigned long problems) {
   std::string text;
   for (int bit = 0; bit < 32; ++bit) {
-    if (problems >> bit & 1) text += bit < 11 ? kStatusElements[bit] : "<invalidState/>";
+    if (problems >> bit & 1) {
+      text += '<';
+      text += velkor::problemElement(bit);
+      text += "/>";
+    }
   }
   return text;
 }
@@ -160,15 +159,10 @@ void LogFinishStatus(const char* text) { std::cerr << "<finishStatus>" << text <
 
 void LogMessage(const char* text) { std::cerr << "<msg>" << text << "</msg>" << std::endl; }
 
-void LogFileEntry(const velkor::UncompBeastInfo& info, const velkor::CompBeastInfo* comp, const char* name,
-                  const char* typeElements, unsigned long problems, bool noHeader, bool fixed, bool deleted,
-                  bool volumeLevel) {
+void WriteFileEntry(std::ostream& log, const velkor::UncompBeastInfo& info, const velkor::CompBeastInfo* comp,
+                    const char* name, const char* typeElements, unsigned long problems, bool noHeader, bool fixed,
+                    bool deleted, bool volumeLevel) {
   using namespace velkor;
-  // The entry is put together first and written whole: the log's stream
-  // flushes after every insertion, which would cost a write per field. It is
-  // formatted with the log's own flags, and hands back the ones it leaves.
-  std::ostringstream log;
-  log.flags(std::cerr.flags());
   log << "<entry><volume>" << info.name << "</volume>"
       << "<name>" << (name ? name : "") << "</name>"
       << "<type>" << typeElements << "</type>"
@@ -203,6 +197,17 @@ void LogFileEntry(const velkor::UncompBeastInfo& info, const velkor::CompBeastIn
     }
   }
   log << "</entry>" << "\n";
+}
+
+void LogFileEntry(const velkor::UncompBeastInfo& info, const velkor::CompBeastInfo* comp, const char* name,
+                  const char* typeElements, unsigned long problems, bool noHeader, bool fixed, bool deleted,
+                  bool volumeLevel) {
+  // The entry is put together first and written whole: the log's stream
+  // flushes after every insertion, which would cost a write per field. It is
+  // formatted with the log's own flags, and hands back the ones it leaves.
+  std::ostringstream log;
+  log.flags(std::cerr.flags());
+  WriteFileEntry(log, info, comp, name, typeElements, problems, noHeader, fixed, deleted, volumeLevel);
   std::cerr.flags(log.flags());
   std::cerr << log.str();
   std::cerr.flush();

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <fstream>
+#include <ostream>
 #include <string>
 
 class KVFError;
@@ -65,6 +66,12 @@ void LogError(const KVFError& error);
 void LogFinishStatus(const char* text);
 // A note on the operation (a volume without compression).
 void LogMessage(const char* text);
+// The entry element of one checked file, written to `log` with its flags,
+// which it leaves as the entry leaves them. LogFileEntry writes it whole to
+// the run log.
+void WriteFileEntry(std::ostream& log, const velkor::UncompBeastInfo& info, const velkor::CompBeastInfo* comp,
+                    const char* name, const char* typeElements, unsigned long problems, bool noHeader, bool fixed,
+                    bool deleted, bool volumeLevel);
 // One checked file: `typeElements` is its type as elements, `volumeLevel`
 // tells a volume scan's entry (a good file's entry then stops after its
 // attributes). `comp` may be null.

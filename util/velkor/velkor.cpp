@@ -1,7 +1,6 @@
 // The run driver: the command line, the start-up checks and the order of a run.
 #include "velkor/velkor.h"
 
-#include <getopt.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -10,6 +9,7 @@
 #include <exception>
 #include <iostream>
 
+#include "velkor/commandLine.h"
 #include "velkor/runLog.h"
 #include "screen/screenInterface.h"
 #include "screen/signals.h"
@@ -19,45 +19,10 @@
 const char* appName = "velkor";
 const char* appVersion = "1.00";
 const char* logPath = "./velkor.log";
-const char* VELKOR_ShortOptions = "bcCdDfFhHIlLp:Sv";
+const char* VELKOR_ShortOptions = velkor::kShortOptions;
 
 namespace {
 
-// The parser accepts -I/--non-interactive, but the run has no case for it.
-const struct option longOptions[] = {
-    {"background", no_argument, nullptr, 'b'},
-    {"clear", no_argument, nullptr, 'c'},
-    {"clear-all", no_argument, nullptr, 'C'},
-    {"delete", no_argument, nullptr, 'd'},
-    {"delete-all", no_argument, nullptr, 'D'},
-    {"fix", no_argument, nullptr, 'f'},
-    {"fix-all", no_argument, nullptr, 'F'},
-    {"help", no_argument, nullptr, 'h'},
-    {"no-header", no_argument, nullptr, 'H'},
-    {"non-interactive", no_argument, nullptr, 'I'},
-    {"list", no_argument, nullptr, 'l'},
-    {"list-all", no_argument, nullptr, 'L'},
-    {"path", required_argument, nullptr, 'p'},
-    {"fix-stats", no_argument, nullptr, 'S'},
-    {"version", no_argument, nullptr, 'v'},
-    {nullptr, 0, nullptr, 0},
-};
-
-unsigned int operationFor(int option) {
-  switch (option) {
-    case 'C': return 0x1;
-    case 'D': return 0x2;
-    case 'F': return 0x4;
-    case 'L': return 0x8;
-    case 'S': return 0x10;
-    case 'c': return 0x100;
-    case 'd': return 0x200;
-    case 'f': return 0x400;
-    case 'l': return 0x800;
-    case 'b': return 0x1000;
-    default: return 0;
-  }
-}
 
 int failWithTry(const char* message) {
   if (message) fprintf(stderr, "%s: %s\n", appName, message);
@@ -143,52 +108,36 @@ int velkorMain(int argc, char** argv) {
     exit(0);
   }
 
-  unsigned int operation = 0;
-  bool checkHeader = true;
-  int option;
-  while ((option = getopt_long(argc, argv, VELKOR_ShortOptions, longOptions, nullptr)) != -1) {
-    switch (option) {
-      case 0:
-        break;
-      case ':':
-      case '?':
-        return failWithTry(nullptr);
-      case 'C': case 'D': case 'F': case 'L': case 'S':
-      case 'b': case 'c': case 'd': case 'f': case 'l':
-        operation |= operationFor(option);
-        break;
-      case 'H':
-        checkHeader = false;
-        break;
-      case 'h':
-        VELKOR_Usage(logPath);
-        exit(0);
-      case 'v':
-        std::cout << appName << " (KVF) " << appVersion << "\n"
-                  << "Copyright (C) 2026 The velkor developers. All rights reserved." << std::endl;
-        exit(0);
-      case 'p':
-        logPath = optarg;
-        if (optarg[0] == '-') return failWithTry("option '-p' requires an argument.");
-        break;
-      default: {
-        // The parser leaves optopt at 0 for an option it accepted.
-        fprintf(stderr, "%s: option '-%c' is invalid.\n", appName, optopt ? optopt : '?');
-        return failWithTry(nullptr);
-      }
-    }
+  const velkor::CommandLine line = velkor::parseCommandLine(argc, argv, VELKOR_ShortOptions);
+  if (line.logPath) logPath = line.logPath;
+  switch (line.end) {
+    case velkor::ParseEnd::operand:
+      break;
+    case velkor::ParseEnd::parserError:
+      return failWithTry(nullptr);
+    case velkor::ParseEnd::help:
+      VELKOR_Usage(logPath);
+      exit(0);
+    case velkor::ParseEnd::version:
+      std::cout << appName << " (KVF) " << appVersion << "\n"
+                << "Copyright (C) 2026 The velkor developers. All rights reserved." << std::endl;
+      exit(0);
+    case velkor::ParseEnd::pathIsOption:
+      return failWithTry("option '-p' requires an argument.");
+    case velkor::ParseEnd::invalidOption:
+      fprintf(stderr, "%s: option '-%c' is invalid.\n", appName, line.invalidLetter);
+      return failWithTry(nullptr);
+    case velkor::ParseEnd::noOperation:
+      return failWithTry("missing VOPTION or FOPTION argument.");
+    case velkor::ParseEnd::manyOperations:
+      return failWithTry("more than one VOPTION or FOPTION found.");
+    case velkor::ParseEnd::noOperand:
+      return failWithTry("missing VOLUMENAME or FILENAME argument.");
   }
+  const unsigned int operation = line.operation;
+  const bool checkHeader = line.checkHeader;
 
-  if (operation == 0) return failWithTry("missing VOPTION or FOPTION argument.");
-  int setBits = 0;
-  for (int bit = 0; bit < 32; ++bit) {
-    if ((operation >> bit) & 1u) {
-      if (++setBits == 2) return failWithTry("more than one VOPTION or FOPTION found.");
-    }
-  }
-  if (optind >= argc) return failWithTry("missing VOLUMENAME or FILENAME argument.");
-
-  char* path = formObjectPath(operation, argv[optind]);
+  char* path = formObjectPath(operation, argv[line.operand]);
   if (!path) return 1;
 
   RunLog log;

@@ -1,0 +1,348 @@
+#include "output.h"
+
+#include <algorithm>
+#include <ctime>
+#include <nlohmann/json.hpp>
+#include <ostream>
+
+namespace velkorreport {
+
+namespace {
+
+using nlohmann::json;
+
+void appendHex(std::string& out, unsigned char byte) {
+  static const char digits[] = "0123456789abcdef";
+  out += digits[byte >> 4];
+  out += digits[byte & 15];
+}
+
+std::string localTime(const LoggedTime& time) {
+  if (!time.present) return "-";
+  time_t seconds = static_cast<time_t>(time.seconds);
+  struct tm local;
+  char text[32];
+  if (!localtime_r(&seconds, &local) || strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local) == 0)
+    return std::to_string(time.seconds);
+  return text;
+}
+
+uint64_t countOf(const std::map<std::string, uint64_t>& counts, const std::string& key) {
+  auto it = counts.find(key);
+  return it == counts.end() ? 0 : it->second;
+}
+
+std::string joined(const std::vector<std::string>& words, char separator = ' ') {
+  std::string text;
+  for (const std::string& w : words) {
+    if (!text.empty()) text += separator;
+    text += w;
+  }
+  return text;
+}
+
+std::string commandText(const Run& run) {
+  std::vector<std::string> words;
+  for (const std::string& a : run.argv) words.push_back(printable(a));
+  return joined(words);
+}
+
+// "run 3 (list-all VOL1, 2026-11-23 06:30:01)"
+std::string runTitle(const Run& run) {
+  std::string what = run.operation.empty() ? "unknown operation" : run.operation + " " + printable(run.target);
+  return "run " + std::to_string(run.index) + " (" + what + ", " + localTime(run.start) + ")";
+}
+
+// ---- Table of runs ----
+
+class TableOutput : public Output {
+ public:
+  explicit TableOutput(std::ostream& out) : out_(out) {}
+  void run(const Run& run, const std::vector<Entry>&) override {
+    rows_.push_back({std::to_string(run.index), localTime(run.start),
+                     run.operation.empty() ? "?" : run.operation, printable(run.target),
+                     printable(run.statusText()), std::to_string(run.entries), std::to_string(run.remaining)});
+  }
+  int finish(uint64_t) override {
+    std::vector<std::string> header = {"RUN", "START", "OPERATION", "TARGET", "STATUS", "ENTRIES", "REMAINING"};
+    std::vector<size_t> width(header.size());
+    for (size_t c = 0; c < header.size(); ++c) {
+      width[c] = header[c].size();
+      for (const auto& row : rows_) width[c] = std::max(width[c], row[c].size());
+    }
+    auto print = [&](const std::vector<std::string>& row) {
+      std::string line;
+      for (size_t c = 0; c < row.size(); ++c) {
+        // Counts are aligned right, text left.
+        bool number = c == 0 || c >= 5;
+        std::string pad(width[c] - row[c].size(), ' ');
+        line += number ? pad + row[c] : row[c] + (c + 1 < row.size() ? pad : "");
+        if (c + 1 < row.size()) line += "  ";
+      }
+      out_ << line << '\n';
+    };
+    print(header);
+    for (const auto& row : rows_) print(row);
+    return kClean;
+  }
+
+ private:
+  std::ostream& out_;
+  std::vector<std::vector<std::string>> rows_;
+};
+
+// ---- One run in detail ----
+
+class DetailOutput : public Output {
+ public:
+  explicit DetailOutput(std::ostream& out) : out_(out) {}
+  bool wantsEntries() const override { return true; }
+  void run(const Run& run, const std::vector<Entry>& entries) override {
+    run_ = run;
+    entries_ = entries;
+    found_ = true;
+  }
+  int finish(uint64_t) override {
+    if (!found_) return kNoAnswer;
+    const Run& r = run_;
+    out_ << "Run " << r.index << " of " << printable(r.source) << " (line " << r.line << ")\n"
+         << "  Command:     " << commandText(r) << "\n"
+         << "  Operation:   " << (r.operation.empty() ? "?" : r.operation) << "\n"
+         << "  Target:      " << printable(r.target)
+         << (r.operation.empty() ? "" : r.fileTarget ? " (file)" : " (volume)") << "\n"
+         << "  Started:     " << localTime(r.start) << "\n"
+         << "  Ended:       " << localTime(r.end) << "\n"
+         << "  Status:      " << printable(r.statusText()) << "\n";
+    for (const std::string& e : r.errors) out_ << "  Error:       " << printable(e) << "\n";
+    for (const std::string& m : r.messages) out_ << "  Message:     " << printable(m) << "\n";
+    out_ << "  Entries:     " << r.entries << " (skipped " << r.skipped << ", fixed " << countOf(r.actions, "fixed")
+         << ", deleted " << countOf(r.actions, "deleted") << ", remaining problems " << r.remaining << ")\n";
+    printCounts("Problems", r.problems);
+    printCounts("Types", r.types);
+    if (!entries_.empty()) {
+      out_ << "  Files:\n";
+      for (const Entry& e : entries_) {
+        std::string action = e.action();
+        out_ << "    " << printable(e.volume) << "  " << printable(e.name) << "  zid " << (e.zid.empty() ? "-" : e.zid)
+             << "  " << joined(e.problems) << "  " << (action.empty() ? "checked" : action) << "\n";
+      }
+    }
+    return kClean;
+  }
+
+ private:
+  void printCounts(const char* title, const std::map<std::string, uint64_t>& counts) {
+    if (counts.empty()) return;
+    out_ << "  " << title << ":\n";
+    size_t width = 0;
+    for (const auto& [name, n] : counts) width = std::max(width, printable(name).size());
+    for (const auto& [name, n] : counts) {
+      std::string shown = printable(name);
+      out_ << "    " << shown << std::string(width - shown.size() + 2, ' ') << n << "\n";
+    }
+  }
+
+  std::ostream& out_;
+  Run run_;
+  std::vector<Entry> entries_;
+  bool found_ = false;
+};
+
+// ---- JSON ----
+
+// A string field: the JSON library replaces bytes that are not UTF-8 when the
+// document is written; an entry's name then also comes as hex.
+bool validUtf8(const std::string& text) {
+  try {
+    (void)json(text).dump();
+    return true;
+  } catch (const json::type_error&) {
+    return false;
+  }
+}
+
+std::string hexOf(const std::string& bytes) {
+  std::string hex;
+  for (unsigned char c : bytes) appendHex(hex, c);
+  return hex;
+}
+
+json timeJson(const LoggedTime& time) {
+  if (!time.present) return nullptr;
+  return {{"seconds", time.seconds}, {"text", time.text}};
+}
+
+json entryJson(const Entry& e) {
+  json j = {{"volume", e.volume}, {"name", e.name},         {"zid", e.zid},       {"type", e.type},
+            {"problems", e.problems}, {"action", e.action()}, {"line", e.line}};
+  if (!validUtf8(e.name)) j["nameHex"] = hexOf(e.name);
+  return j;
+}
+
+json runJson(const Run& r) {
+  json actions = {{"fixed", 0}, {"deleted", 0}};
+  for (const auto& [name, n] : r.actions) actions[name] = n;
+  return {{"index", r.index},
+          {"log", r.source},
+          {"line", r.line},
+          {"start", timeJson(r.start)},
+          {"end", timeJson(r.end)},
+          {"argv", r.argv},
+          {"operation", r.operation.empty() ? json(nullptr) : json(r.operation)},
+          {"target", r.operation.empty() ? json(nullptr) : json(r.target)},
+          {"targetKind", r.operation.empty() ? json(nullptr) : json(r.fileTarget ? "file" : "volume")},
+          {"finishStatus", r.hasFinishStatus ? json(r.finishStatus) : json(nullptr)},
+          {"errors", r.errors},
+          {"messages", r.messages},
+          {"complete", r.complete()},
+          {"entries", r.entries},
+          {"problems", r.problems},
+          {"types", r.types},
+          {"actions", actions},
+          {"skipped", r.skipped},
+          {"skippedFiles", r.skippedFiles},
+          {"remaining", r.remaining},
+          {"remainingByProblem", r.remainingByProblem}};
+}
+
+std::string dumped(const json& j) { return j.dump(-1, ' ', false, json::error_handler_t::replace); }
+
+class JsonOutput : public Output {
+ public:
+  JsonOutput(std::ostream& out, const Options& options) : out_(out), files_(options.files) {
+    out_ << "{\"logs\":" << dumped(options.logs) << ",\"runs\":[";
+  }
+  bool wantsEntries() const override { return files_; }
+  void run(const Run& run, const std::vector<Entry>& entries) override {
+    json j = runJson(run);
+    if (files_) {
+      j["files"] = json::array();
+      for (const Entry& e : entries) j["files"].push_back(entryJson(e));
+    }
+    out_ << (first_ ? "" : ",") << dumped(j);
+    first_ = false;
+  }
+  int finish(uint64_t skippedLines) override {
+    out_ << "],\"skippedLines\":" << skippedLines << "}\n";
+    return kClean;
+  }
+
+ private:
+  std::ostream& out_;
+  bool files_;
+  bool first_ = true;
+};
+
+// ---- CSV ----
+
+// A field quoted when it holds a comma, a quote or a line break.
+std::string csvField(const std::string& text) {
+  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+  std::string quoted = "\"";
+  for (char c : text) {
+    if (c == '"') quoted += '"';
+    quoted += c;
+  }
+  return quoted + "\"";
+}
+
+class CsvOutput : public Output {
+ public:
+  CsvOutput(std::ostream& out, bool buffered) : out_(out), buffered_(buffered) {
+    out_ << "run,volume,name,zid,problems,action\r\n";
+  }
+  bool wantsEntries() const override { return buffered_; }
+  bool streamsEntries() const override { return !buffered_; }
+  void entry(const Run& run, const Entry& e) override {
+    out_ << run.index << ',' << csvField(e.volume) << ',' << csvField(e.name) << ',' << csvField(e.zid) << ','
+         << csvField(joined(e.problems)) << ',' << csvField(e.action()) << "\r\n";
+  }
+  void run(const Run& run, const std::vector<Entry>& entries) override {
+    for (const Entry& e : entries) entry(run, e);
+  }
+  int finish(uint64_t) override { return kClean; }
+
+ private:
+  std::ostream& out_;
+  bool buffered_;
+};
+
+// ---- --check ----
+
+class CheckOutput : public Output {
+ public:
+  CheckOutput(std::ostream& out, const Options& options) : out_(out), options_(options) {}
+  void run(const Run& run, const std::vector<Entry>&) override {
+    last_ = run;
+    found_ = true;
+  }
+  int finish(uint64_t) override {
+    if (!found_) {
+      out_ << "no run" << (options_.volume.empty() ? "" : " on volume " + printable(options_.volume))
+           << (options_.run ? " with index " + std::to_string(options_.run) : "") << " in the log\n";
+      return kNoAnswer;
+    }
+    const Run& r = last_;
+    std::string title = runTitle(r);
+    if (!r.complete()) {
+      out_ << title << " is incomplete: " << (r.end.present ? "its document is not closed" : "it has no end time")
+           << "\n";
+      return kRunFailed;
+    }
+    if (!r.errors.empty()) {
+      out_ << title << " ended with an error: " << printable(r.errors.front()) << "\n";
+      return kRunFailed;
+    }
+    uint64_t remaining = r.remaining;
+    std::string which = "problem files remain";
+    if (!options_.problem.empty()) {
+      remaining = countOf(r.remainingByProblem, options_.problem);
+      which = "files with " + options_.problem + " remain";
+    }
+    if (remaining != 0) {
+      out_ << title << ": " << remaining << " " << which << "\n";
+      return kProblemsRemain;
+    }
+    out_ << title << " is clean: " << r.entries << " entries, " << r.remaining << " problem files remain\n";
+    return kClean;
+  }
+
+ private:
+  std::ostream& out_;
+  const Options& options_;
+  Run last_;
+  bool found_ = false;
+};
+
+}  // namespace
+
+std::string printable(std::string_view text) {
+  std::string shown;
+  shown.reserve(text.size());
+  for (char c : text) {
+    unsigned char u = static_cast<unsigned char>(c);
+    if (c == '\\') shown += "\\\\";
+    else if (c == '\n') shown += "\\n";
+    else if (c == '\t') shown += "\\t";
+    else if (u < 0x20 || u == 0x7f) {
+      shown += "\\x";
+      appendHex(shown, u);
+    } else {
+      shown += c;
+    }
+  }
+  return shown;
+}
+
+std::unique_ptr<Output> makeOutput(const Options& options, std::ostream& out) {
+  if (options.check) return std::make_unique<CheckOutput>(out, options);
+  switch (options.format) {
+    case Format::json: return std::make_unique<JsonOutput>(out, options);
+    case Format::csv: return std::make_unique<CsvOutput>(out, options.lastRun);
+    case Format::table: break;
+  }
+  if (options.run != 0 || options.lastRun) return std::make_unique<DetailOutput>(out);
+  return std::make_unique<TableOutput>(out);
+}
+
+}  // namespace velkorreport

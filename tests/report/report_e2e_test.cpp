@@ -1,0 +1,335 @@
+// velkor-report on one log that the real velkor wrote on the simulator, run
+// after run: its counts against the generator's expectations, the requests
+// the simulator saw and the status velkor showed; --check's exit status for
+// each run; and the manual page's unattended recipe, run as it stands there.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <fstream>
+#include <regex>
+#include <set>
+#include <thread>
+
+#include "e2e.h"
+#include "fixtures.h"
+
+using e2efixtures::FinishedRun;
+using e2efixtures::json;
+using e2efixtures::kVol;
+using testsupport::ProcessResult;
+using testsupport::Simulator;
+using testsupport::VelkorTerminal;
+
+namespace {
+
+ProcessResult velkorReport(const std::vector<std::string>& args) {
+  std::vector<std::string> argv = {testsupport::binaryPath("report/velkor-report")};
+  argv.insert(argv.end(), args.begin(), args.end());
+  return testsupport::runProcess(argv);
+}
+
+// The status velkor showed at its end: "STATUS: <text>, check ./velkor.log for details".
+std::string shownStatus(const std::vector<std::string>& screen) {
+  std::smatch m;
+  std::string line = e2efixtures::row(screen, 23);
+  return std::regex_search(line, m, std::regex("STATUS: (.*), check ")) ? m[1].str() : "";
+}
+
+// The requests the simulator saw during one run: [from, to) of its log.
+struct Requests {
+  std::vector<json> all;
+  size_t from, to;
+  std::vector<json> run() const {
+    return {all.begin() + std::min(from, all.size()), all.begin() + std::min(to, all.size())};
+  }
+  size_t count(const std::string& kind) const { return Simulator::ofKind(run(), kind).size(); }
+  // The ids the requests of one kind name.
+  std::set<std::string> ids(const std::string& kind) const {
+    std::set<std::string> found;
+    std::regex id("<id><!\\[CDATA\\[(\\d+)\\]\\]></id>");
+    std::smatch m;
+    for (const json& r : Simulator::ofKind(run(), kind)) {
+      std::string text = r["request"];
+      if (std::regex_search(text, m, id)) found.insert(m[1]);
+    }
+    return found;
+  }
+  // The full names unlinked in the volumes' name trees.
+  std::set<std::string> unlinked() const {
+    std::set<std::string> names;
+    for (const json& r : run()) {
+      std::string text = r.value("request", "");
+      if (text.rfind("unlink ", 0) == 0) names.insert(text.substr(7));
+    }
+    return names;
+  }
+};
+
+std::set<std::string> zidsWith(const json& run, const std::string& action) {
+  std::set<std::string> zids;
+  for (const json& f : run["files"])
+    if (f["action"] == action) zids.insert(f["zid"].get<std::string>());
+  return zids;
+}
+
+uint64_t problemFiles(const json& counts) { return counts["fixable"].get<uint64_t>() + counts["corrupted"].get<uint64_t>(); }
+
+// velkor run in one working directory, so that every run appends to one log.
+class OneLog {
+ public:
+  std::string log() const { return dir_.file("velkor.log"); }
+  VelkorTerminal::Options options() const {
+    VelkorTerminal::Options o;
+    o.cwd = dir_.path();
+    return o;
+  }
+  // Runs velkor to its final prompt; returns the status it showed.
+  std::string finished(const Simulator& sim, const std::vector<std::string>& args,
+                       VelkorTerminal::Options o = VelkorTerminal::Options()) {
+    o.cwd = dir_.path();
+    FinishedRun run(sim, args, o);
+    EXPECT_TRUE(run.finalScreen) << args[0];
+    return shownStatus(run.screen);
+  }
+  // Starts a list run slowed down by a delay on every object, waits until it
+  // has checked some, then lets `act` end it.
+  template <typename Act>
+  std::vector<std::string> slowList(const Simulator& sim, Act act) {
+    sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":5,"count":0})");
+    VelkorTerminal terminal(sim, {"-L", "VOL1"}, options());
+    EXPECT_TRUE(terminal.waitFor("Processed Files:"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    act(terminal);
+    std::vector<std::string> screen = terminal.screen();
+    terminal.finish();
+    sim.setFaults("[]");
+    return screen;
+  }
+
+  json report() const {
+    ProcessResult r = velkorReport({"--format", "json", "--files", log()});
+    EXPECT_EQ(0, r.exitStatus) << r.err;
+    return json::parse(r.out);
+  }
+  int check(size_t run) const { return velkorReport({"--check", "--run", std::to_string(run), log()}).exitStatus; }
+
+ private:
+  testsupport::TempDir dir_;
+};
+
+}  // namespace
+
+TEST(ReportEndToEnd, EveryKindOfRunInOneLog) {
+  Simulator::Options generated;
+  generated.generate = 2000;
+  generated.seed = 5;
+  Simulator sim(generated);
+  const json expected = sim.expected();
+  OneLog log;
+  struct Shown {
+    std::string status;
+    int check;
+  };
+  std::vector<Shown> shown;  // per run, in order
+  std::vector<size_t> requestsBefore;
+  auto mark = [&] { requestsBefore.push_back(sim.requests().size()); };
+  // The requests of run i (on the first simulator).
+  std::vector<json> all;
+  auto during = [&](size_t i) {
+    return Requests{all, requestsBefore.at(i), i + 1 < requestsBefore.size() ? requestsBefore[i + 1] : all.size()};
+  };
+
+  mark();
+  shown.push_back({log.finished(sim, {"-L", "VOL1"}), 1});
+  mark();
+  shown.push_back({log.finished(sim, {"--fix-all", "VOL1"}), 1});
+  mark();
+  shown.push_back({log.finished(sim, {"-L", "VOL1"}), 1});
+  mark();
+  {
+    VelkorTerminal terminal(sim, {"-S", "VOL1"}, log.options());
+    ASSERT_TRUE(terminal.waitFor("Do you want to continue (y/n)?"));
+    terminal.send("y");
+    ASSERT_TRUE(terminal.waitFor("Press any key"));
+    shown.push_back({shownStatus(terminal.screen()), 0});
+    terminal.send("x");
+    terminal.finish();
+  }
+  // The background-candidate check of a listed file, without the start-up
+  // configuration it needs: an error.
+  json first = log.report()["runs"][0];
+  std::string candidate;
+  for (const json& f : first["files"])
+    if (f["type"] == "file" && !f["zid"].get<std::string>().empty()) candidate = f["name"];
+  ASSERT_FALSE(candidate.empty());
+  mark();
+  shown.push_back({log.finished(sim, {"-b", kVol + candidate}), 2});
+  // A fault in the middle of a scan.
+  sim.setFaults(R"({"request":"getBeastInfo","nth":25,"action":"result","value":20400})");
+  mark();
+  shown.push_back({log.finished(sim, {"-L", "VOL1"}), 2});
+  sim.setFaults("[]");
+  // An abort, and runs killed by SIGTERM and by SIGKILL.
+  mark();
+  std::vector<std::string> aborted = log.slowList(sim, [](VelkorTerminal& t) {
+    t.send("\x1b");
+    EXPECT_TRUE(t.waitFor("Do you want to abort velkor (y/n)?"));
+    t.send("Y");
+    EXPECT_TRUE(t.waitFor("Press any key"));
+    t.send("x");
+  });
+  shown.push_back({shownStatus(aborted), -1});  // 0 or 1: by what the scan found before it stopped
+  mark();
+  log.slowList(sim, [](VelkorTerminal& t) { t.sendSignal(SIGTERM); });
+  shown.push_back({"", 2});
+  mark();
+  log.slowList(sim, [](VelkorTerminal& t) { t.sendSignal(SIGKILL); });
+  shown.push_back({"", 2});
+  mark();
+  all = sim.requests();
+  // Cc clear and delete runs on a fresh copy of the volume, appended to the same log.
+  Simulator fresh(generated);
+  shown.push_back({log.finished(fresh, {"--clear-all", "VOL1"}), 0});
+  size_t clearEnd = fresh.requests().size();
+  shown.push_back({log.finished(fresh, {"-D", "VOL1"}), 1});
+  std::vector<json> freshAll = fresh.requests();
+
+  json report = log.report();
+  const json& runs = report["runs"];
+  ASSERT_EQ(shown.size(), runs.size()) << report.dump(1);
+  for (size_t i = 0; i < runs.size(); ++i) {
+    const json& run = runs[i];
+    EXPECT_EQ(i + 1, run["index"].get<size_t>());
+    if (!shown[i].status.empty()) {
+      EXPECT_EQ(shown[i].status, run["finishStatus"]) << i;
+      EXPECT_TRUE(run["complete"].get<bool>()) << i;
+    } else {
+      EXPECT_FALSE(run["complete"].get<bool>()) << i;
+      EXPECT_TRUE(run["end"].is_null()) << i;
+    }
+    int status = shown[i].check >= 0 ? shown[i].check : run["remaining"].get<uint64_t>() ? 1 : 0;
+    EXPECT_EQ(status, log.check(i + 1)) << "run " << i + 1 << "\n" << run.dump(1).substr(0, 2000);
+  }
+
+  // List, fix, list again: the generator's counts and the sets the simulator saw.
+  const json& list = runs[0];
+  EXPECT_EQ("list-all", list["operation"]);
+  EXPECT_EQ("VOL1", list["target"]);
+  EXPECT_EQ(problemFiles(expected["list"]), list["remaining"].get<uint64_t>());
+  EXPECT_EQ(expected["list"]["openSkipped"], list["skipped"]);
+  EXPECT_EQ(list["skipped"].get<uint64_t>() + list["remaining"].get<uint64_t>(), list["entries"].get<uint64_t>());
+  const json& fix = runs[1];
+  EXPECT_EQ("fix-all", fix["operation"]) << "the long option";
+  EXPECT_EQ(expected["fix"]["fixed"], fix["actions"]["fixed"]);
+  // Every file the run changed is logged as fixed (some repairs need no change).
+  std::set<std::string> fixedZids = zidsWith(fix, "fixed");
+  for (const std::string& zid : during(1).ids("setBeastInfo")) EXPECT_EQ(1u, fixedZids.count(zid)) << zid;
+  EXPECT_EQ(problemFiles(expected["list"]) - expected["fix"]["fixed"].get<uint64_t>(), fix["remaining"].get<uint64_t>());
+  EXPECT_EQ(problemFiles(expected["afterFix"]), runs[2]["remaining"].get<uint64_t>());
+  // Statistics log no entries.
+  EXPECT_EQ("fix-stats", runs[3]["operation"]);
+  EXPECT_EQ(0u, runs[3]["entries"].get<uint64_t>());
+  EXPECT_EQ(1u, during(3).count("fixCompStats"));
+  // The candidate's error, the fault's error.
+  EXPECT_EQ("background", runs[4]["operation"]);
+  EXPECT_EQ("file", runs[4]["targetKind"]);
+  EXPECT_EQ(kVol + candidate, runs[4]["target"]);
+  EXPECT_EQ(1u, runs[4]["errors"].size());
+  EXPECT_EQ(1u, runs[5]["errors"].size());
+  EXPECT_EQ(25u, during(5).count("getBeastInfo")) << "the scan stopped at the fault";
+  EXPECT_LE(runs[5]["entries"].get<uint64_t>(), 24u);
+  // The cut-off runs hold what they logged before the end.
+  for (size_t i : {6u, 7u, 8u}) {
+    size_t checked = during(i).count("getBeastInfo");
+    EXPECT_LT(checked, 2000u) << i;
+    EXPECT_LE(runs[i]["entries"].get<uint64_t>(), checked) << i;
+  }
+  // Cc clear logs no entries; delete: the generator's counts and the
+  // deletions the fresh simulator saw, by zid or by unlinking the name.
+  EXPECT_EQ("clear-all", runs[9]["operation"]);
+  EXPECT_EQ(0u, runs[9]["entries"].get<uint64_t>());
+  Requests clearing{freshAll, 0, clearEnd};
+  EXPECT_EQ(expected["clear"]["ccBitCleared"].get<size_t>(), clearing.count("setBeastInfo"));
+  const json& remove = runs[10];
+  EXPECT_EQ("delete-all", remove["operation"]);
+  EXPECT_EQ(expected["delete"]["deleted"], remove["actions"]["deleted"]);
+  Requests deletions{freshAll, clearEnd, freshAll.size()};
+  std::set<std::string> unlinked = deletions.unlinked();
+  std::set<std::string> byId = deletions.ids("deleteBeast");
+  EXPECT_EQ(remove["actions"]["deleted"].get<size_t>(), byId.size() + unlinked.size());
+  for (const json& f : remove["files"]) {
+    bool seen = byId.count(f["zid"]) || unlinked.count(f["name"]);
+    EXPECT_EQ(f["action"] == "deleted", seen) << f.dump();
+  }
+  EXPECT_EQ(expected["delete"]["fixable"], remove["remaining"]);
+  // The table: a header and a line per run; the last run judged by default.
+  ProcessResult table = velkorReport({log.log()});
+  EXPECT_EQ(0, table.exitStatus);
+  EXPECT_EQ(runs.size() + 1, static_cast<size_t>(std::count(table.out.begin(), table.out.end(), '\n')));
+  EXPECT_EQ(1, velkorReport({"--check", log.log()}).exitStatus);
+  EXPECT_EQ(1, velkorReport({"--check", "--volume", "VOL1", log.log()}).exitStatus);
+  EXPECT_EQ(3, velkorReport({"--check", "--volume", "VOL2", log.log()}).exitStatus);
+  // --problem: the CSV rows of the first run with each of its problems.
+  for (const auto& [problem, count] : list["problems"].items()) {
+    ProcessResult csv = velkorReport({"--format", "csv", "--run", "1", "--problem", problem, log.log()});
+    EXPECT_EQ(count.get<size_t>() + 1, static_cast<size_t>(std::count(csv.out.begin(), csv.out.end(), '\n')))
+        << problem;
+  }
+  EXPECT_EQ(3, velkorReport({"--check", log.log() + ".missing"}).exitStatus);
+  EXPECT_EQ(3, velkorReport({"--format", "json", "--run", std::to_string(runs.size() + 1), log.log()}).exitStatus);
+  // Each skipped piece (what velkor's SIGTERM handler wrote; a ThreadSanitizer
+  // build may die before it writes) is named by its line, holding no element.
+  ProcessResult warned = velkorReport({"--check", log.log()});
+  std::vector<std::string> lines;
+  std::ifstream in(log.log());
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  std::regex warning("velkor\\.log:(\\d+): skipped (\\d+) line");
+  uint64_t skippedLines = 0;
+  for (auto it = std::sregex_iterator(warned.err.begin(), warned.err.end(), warning); it != std::sregex_iterator();
+       ++it) {
+    size_t n = std::stoul((*it)[1]);
+    ASSERT_LE(n, lines.size());
+    EXPECT_NE(0u, lines[n - 1].find('<')) << lines[n - 1];
+    skippedLines += std::stoul((*it)[2]);
+  }
+  EXPECT_EQ(report["skippedLines"].get<uint64_t>(), skippedLines) << warned.err;
+}
+
+// The manual page's unattended recipe, taken from the page and run as it
+// stands in the sandbox, with velkor and velkor-report on the path and no
+// terminal type set, as under cron.
+TEST(ReportEndToEnd, TheManualsUnattendedRecipe) {
+  std::ifstream manual(testsupport::sourcePath("report/velkor-report.1"));
+  std::string recipe, line;
+  bool section = false, example = false;
+  while (std::getline(manual, line)) {
+    if (line == ".SS Unattended use") section = true;
+    else if (section && line == ".EX") example = true;
+    else if (example && line == ".EE") break;
+    else if (example) recipe += std::regex_replace(line, std::regex("\\\\-"), "-") + "\n";
+  }
+  ASSERT_NE(std::string::npos, recipe.find("velkor-report --check")) << recipe;
+  ASSERT_EQ(std::string::npos, recipe.find('\\')) << "only \\- is written as roff";
+
+  std::string velkorDir = testsupport::binaryPath("util/velkor"), reportDir = testsupport::binaryPath("report");
+  Simulator::Options generated;
+  generated.generate = 500;
+  Simulator problems(generated);
+  Simulator clean = Simulator::withFixture(
+      e2efixtures::volume({e2efixtures::plainFile(1000, "/a"), e2efixtures::plainFile(1001, "/b")}, json::array())
+          .dump());
+  for (auto [sim, status] : {std::pair<const Simulator*, int>{&problems, 1}, {&clean, 0}}) {
+    testsupport::TempDir dir;
+    ProcessResult r = testsupport::runProcess(
+        {testsupport::sourcePath("scripts/kvf-sandbox"), "--admin", sim->adminDir(), "--volume",
+         kVol + "=" + sim->volumeDir("VOL1"), "--ro", velkorDir, "--ro", reportDir, "--cwd", dir.path(), "--",
+         "/bin/sh", "-c", "unset TERM; PATH=" + velkorDir + ":" + reportDir + ":$PATH\n" + recipe},
+        "", dir.path());
+    EXPECT_EQ(status, r.exitStatus) << r.out << r.err;
+    EXPECT_NE(std::string::npos, r.out.find("run 1 (list-all VOL1")) << r.out;
+    ProcessResult runs = velkorReport({"--format", "json", dir.file("velkor.log")});
+    json report = json::parse(runs.out);
+    ASSERT_EQ(1u, report["runs"].size());
+    EXPECT_TRUE(report["runs"][0]["complete"].get<bool>());
+  }
+}

@@ -1,0 +1,30 @@
+// Names the run log gives to what velkor found: an entry's fileStatus holds
+// one empty element per set problem bit, lowest bit first. Header-only, so
+// that a program reading the run log names problems as velkor writes them.
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace velkor {
+
+// Bit i of the problem word is written as the element kProblemElements[i];
+// every bit above the table is written as kProblemElements[3] (invalidState).
+inline constexpr std::string_view kProblemElements[] = {
+    "good",           "skippedChecking",  "invalidAttribute", "invalidState",
+    "mismatchedDeletedFlag", "invalidZid", "compBeastNotFound", "compBeastEOFZero",
+    "badCompHeader",  "mismatchedZid",    "noPhysicalData",
+};
+inline constexpr size_t kNamedProblemBits = sizeof kProblemElements / sizeof kProblemElements[0];
+
+// The element of a problem bit.
+inline constexpr std::string_view problemElement(int bit) {
+  return kProblemElements[static_cast<size_t>(bit) < kNamedProblemBits ? bit : 3];
+}
+
+// The elements of the two words that are not problems: a file found good, and
+// one whose check was skipped (open).
+inline constexpr std::string_view kGoodElement = kProblemElements[0];
+inline constexpr std::string_view kSkippedElement = kProblemElements[1];
+
+}  // namespace velkor
