@@ -2,8 +2,13 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <iostream>
+#include <regex>
+#include <sstream>
 #include <string>
 
+#include "process.h"
+#include "velkor/commandLine.h"
 #include "velkor/velkor.h"
 
 TEST(ObjectPath, VolumeNamesAndAbsolutePathsAreKeptRelativePathsJoined) {
@@ -24,4 +29,31 @@ TEST(ObjectPath, VolumeNamesAndAbsolutePathsAreKeptRelativePathsJoined) {
     free(path);
   }
   free(cwd);
+}
+
+// The manual page and the program cannot drift apart: every option the
+// parser accepts, and every option the help text names, is in velkor.8.
+TEST(ManualPage, NamesEveryOptionOfTheParserAndTheHelpText) {
+  std::string page = testsupport::readFile(testsupport::sourcePath("util/velkor/velkor.8"));
+  auto roff = [](const std::string& option) {
+    std::string text;
+    for (char c : option) text += c == '-' ? std::string("\\-") : std::string(1, c);
+    return text;
+  };
+  for (const struct option* row = velkor::kLongOptions; row->name; ++row) {
+    // Each option's item names its short and long form together.
+    std::string item = ".BR " + roff(std::string("-") + static_cast<char>(row->val)) + " \", \" " +
+                       roff(std::string("--") + row->name);
+    EXPECT_NE(std::string::npos, page.find(item)) << item;
+  }
+  std::ostringstream help;
+  std::streambuf* saved = std::cout.rdbuf(help.rdbuf());
+  VELKOR_Usage("./velkor.log");
+  std::cout.rdbuf(saved);
+  std::string text = help.str();
+  std::regex option("(^|[\\s,])(--?[A-Za-z][A-Za-z-]*)");
+  int found = 0;
+  for (auto it = std::sregex_iterator(text.begin(), text.end(), option); it != std::sregex_iterator(); ++it, ++found)
+    EXPECT_NE(std::string::npos, page.find(roff((*it)[2]))) << (*it)[2];
+  EXPECT_GT(found, 20);
 }
