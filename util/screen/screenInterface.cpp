@@ -1,8 +1,10 @@
 #include "screen/screenInterface.h"
 
 #include <sys/ioctl.h>
+#include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <stdexcept>
 
@@ -21,7 +23,27 @@ void copyToScreen(WINDOW* w) {
 
 }  // namespace
 
-void RestoreTerminal() { endwin(); }
+namespace {
+
+std::atomic<pthread_mutex_t*> screenGuard{nullptr};
+
+}  // namespace
+
+void SetScreenGuard(pthread_mutex_t* guard) { screenGuard = guard; }
+
+void RestoreTerminal() {
+  // Called from a signal handler too: it waits for the guard with trylock and
+  // nanosleep (no blocking lock), at most about 250 ms, and leaves curses
+  // mode all the same when another thread keeps it longer.
+  pthread_mutex_t* guard = screenGuard;
+  bool held = false;
+  for (int i = 0; guard && i < 250 && !(held = pthread_mutex_trylock(guard) == 0); ++i) {
+    struct timespec millisecond = {0, 1000000};
+    nanosleep(&millisecond, nullptr);
+  }
+  endwin();
+  if (held) pthread_mutex_unlock(guard);
+}
 
 int GetTermSize(int* rows, int* cols) {
   struct winsize size;

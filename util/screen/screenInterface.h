@@ -7,6 +7,8 @@
 
 #include <curses.h>
 
+#include <pthread.h>
+
 #include <cstdarg>
 
 #include "screen/screenAttributes.h"
@@ -78,8 +80,13 @@ class ScreenInterface {
 // Leaves curses mode, giving the terminal back as it was found (cursor,
 // normal screen, echo and line mode). The one restoration routine of the
 // program: called on every exit path (normal end, exit(), a handled
-// termination signal); harmless when curses mode is not active.
+// termination signal); harmless when curses mode is not active. It holds the
+// screen guard, when one is set, while it does so.
 void RestoreTerminal();
+// The lock a program holds around all its drawing (null: none), so that
+// RestoreTerminal, also run by a signal handler, does not leave curses mode
+// in the middle of another thread's drawing.
+void SetScreenGuard(pthread_mutex_t* guard);
 
 // The terminal's size from descriptor 0; -1 (and 0 x 0) when it can't be read.
 int GetTermSize(int* rows, int* cols);

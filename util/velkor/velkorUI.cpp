@@ -3,6 +3,7 @@
 // of the run's operation. The per-file report is in fileReport.cpp.
 #include "velkor/velkorUI.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -93,11 +94,13 @@ VELKOR_UserInterface::VELKOR_UserInterface(int argc, char** argv)
   pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
   pthread_mutex_init(&lock, &attributes);
   pthread_mutexattr_destroy(&attributes);
+  SetScreenGuard(&lock);
 
   drawAt(0, 20, kAttrText, "%s", kTitle);
   if (startThread() != 0) {
     delete screen;
     screen = nullptr;
+    SetScreenGuard(nullptr);
     pthread_mutex_destroy(&lock);
     throw std::runtime_error("Could not create thread");
   }
@@ -129,10 +132,25 @@ VELKOR_UserInterface::~VELKOR_UserInterface() {
   pthread_join(abortThread, nullptr);
   delete screen;
   screen = nullptr;
+  SetScreenGuard(nullptr);
   pthread_mutex_destroy(&lock);
 }
 
 int VELKOR_UserInterface::startThread() {
+  // The worker threads leave the termination signals to the main thread, so
+  // that the handler's restoration of the terminal never runs on a thread
+  // that is drawing; they inherit this mask.
+  sigset_t termination, saved;
+  sigemptyset(&termination);
+  for (int s : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2, SIGALRM, SIGVTALRM, SIGPROF, SIGIO, SIGPWR})
+    sigaddset(&termination, s);
+  pthread_sigmask(SIG_BLOCK, &termination, &saved);
+  int result = startWorkers();
+  pthread_sigmask(SIG_SETMASK, &saved, nullptr);
+  return result;
+}
+
+int VELKOR_UserInterface::startWorkers() {
   int result = pthread_create(&timerThread, nullptr, runTimerThread, this);
   if (result != 0) return result;
   result = pthread_create(&abortThread, nullptr, runCheckAbortThread, this);

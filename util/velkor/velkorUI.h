@@ -101,6 +101,7 @@ class VELKOR_UserInterface : public OperationView {
   static void* runTimerThread(void* self);
   static void* runCheckAbortThread(void* self);
   int startThread();
+  int startWorkers();
   void showElapsed(int seconds);
   bool watchForAbort();
 };
