@@ -14,7 +14,9 @@ bool Entry::has(std::string_view problem) const {
 bool Entry::skipped() const { return has(velkor::kSkippedElement); }
 
 bool Entry::remains() const {
-  if (fixed || deleted) return false;
+  // A skipped file was not checked: whatever else its entry holds, it is
+  // counted as skipped, never also as remaining.
+  if (fixed || deleted || skipped()) return false;
   for (const std::string& p : problems)
     if (p != velkor::kGoodElement && p != velkor::kSkippedElement) return true;
   return false;

@@ -24,7 +24,8 @@ struct Entry {
 
   bool has(std::string_view problem) const;
   bool skipped() const;
-  // A problem other than good and skipped that was neither fixed nor deleted.
+  // A problem other than good and skipped that was neither fixed nor deleted,
+  // on an entry that was not skipped.
   bool remains() const;
   // "fixed", "deleted", "fixed deleted" or "".
   std::string action() const;

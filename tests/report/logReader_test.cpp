@@ -258,3 +258,14 @@ TEST(LogReader, EntriesThatAreNotEntries) {
   }
   EXPECT_FALSE(velkorreport::parseEntry("<entry><volume>V</volume><name>n</name><type></entry>", &parsed));
 }
+
+// A skipped entry counts once, as skipped, whatever else a damaged log put in
+// its status (the fuzzer's log: skipped plus stray elements counted twice).
+TEST(LogReader, SkippedEntryIsNeverAlsoRemaining) {
+  Entry entry;
+  ASSERT_TRUE(velkorreport::parseEntry("<entry><volume>V</volume><name>/n</name><type><file/></type><fileStatus>"
+                                       "<skippedChecking/><argv/></fileStatus></entry>",
+                                       &entry));
+  EXPECT_TRUE(entry.skipped());
+  EXPECT_FALSE(entry.remains());
+}
