@@ -20,12 +20,6 @@ namespace {
 
 const char kFixture[] = R"({"volumes": [{"name": "VOL1"}]})";
 
-std::string volumeRequest() {
-  return std::string(cmdHeader) +
-         "<kvfRequest><volume><getVolumeInfo><volumeName><![CDATA[VOL1]]></volumeName><basicInfo/>"
-         "<attributes/></getVolumeInfo></volume></kvfRequest>";
-}
-
 // A successful getVolumeInfo reply of exactly `size` bytes.
 std::string replyOfSize(size_t size) {
   std::string head = "<kvfReply><volume><getVolumeInfo><result value=\"0\"/><basicInfo><volumeState>";
@@ -48,7 +42,7 @@ class Channel : public ::testing::Test {
   // One exchange as the program makes it; the descriptor is closed either way.
   static void exchange(ReplyBuf* reply) {
     CmdFile file(manageCmd().c_str());
-    std::string request = volumeRequest();
+    std::string request = testsupport::requestText(velkor::volumeInfoRequest, "VOL1", true);
     try {
       file.readWrite(&request[0], "getVolumeInfo", reply);
     } catch (...) {
@@ -56,6 +50,17 @@ class Channel : public ::testing::Test {
       throw;
     }
     close(file.fd);
+  }
+
+  // The error one exchange ends with.
+  static KVFError failure(ReplyBuf* reply) {
+    try {
+      exchange(reply);
+    } catch (const KVFError& e) {
+      return e;
+    }
+    ADD_FAILURE() << "no exception";
+    return KVFError("none", 0, "");
   }
 
   static Simulator* sim_;
@@ -93,41 +98,27 @@ TEST_F(Channel, ReplyOverTwoBlocks) {
   EXPECT_EQ(text, reply.data);
 }
 
-TEST_F(Channel, EmptyReplyHasNoStatus) {
+TEST_F(Channel, EmptyRefusedAndUnreadableReplies) {
   fault({{"action", "empty"}});
-  ReplyBuf reply;
-  try {
-    exchange(&reply);
-    FAIL() << "no exception";
-  } catch (const KVFError& e) {
-    EXPECT_STREQ("Can't find content for tag getVolumeInfo", e.what());
-    EXPECT_EQ(21702, e.code);
-  }
-  EXPECT_EQ(0, reply.used);
-}
+  ReplyBuf empty;
+  KVFError e = failure(&empty);
+  EXPECT_STREQ("Can't find content for tag getVolumeInfo", e.what());
+  EXPECT_EQ(21702, e.code);
+  EXPECT_EQ(0, empty.used);
 
-TEST_F(Channel, RefusedRequestAndReadFailure) {
   fault({{"action", "result"}, {"value", 20400}});
   ReplyBuf refused;
-  try {
-    exchange(&refused);
-    FAIL() << "no exception";
-  } catch (const KVFError& e) {
-    EXPECT_STREQ("Reply results", e.what());
-    EXPECT_EQ(20400, e.code);
-  }
+  e = failure(&refused);
+  EXPECT_STREQ("Reply results", e.what());
+  EXPECT_EQ(20400, e.code);
 
   fault({{"action", "eio_read"}});
   ReplyBuf failed;
-  try {
-    exchange(&failed);
-    FAIL() << "no exception";
-  } catch (const KVFError& e) {
-    EXPECT_STREQ("Failed to read file", e.what());
-    EXPECT_FALSE(e.isKvfCode);
-    EXPECT_EQ(EIO, e.sysErrno);
-    EXPECT_EQ("util/velkor/velkorClass[185]", e.location);
-  }
+  e = failure(&failed);
+  EXPECT_STREQ("Failed to read file", e.what());
+  EXPECT_FALSE(e.isKvfCode);
+  EXPECT_EQ(EIO, e.sysErrno);
+  EXPECT_EQ("util/velkor/velkorClass[185]", e.location);
 }
 
 // A buffer that enters full gets one byte for the NUL, and reads nothing.

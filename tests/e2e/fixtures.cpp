@@ -35,6 +35,28 @@ json volume(const json& beasts, const json& compBeasts, bool compression, const 
              {"compBeasts", compBeasts}}}}};
 }
 
+json fixableVolume(uint64_t first, int n) {
+  json beasts = json::array(), comps = json::array();
+  for (int i = 0; i < n; ++i) {
+    json file = compressedFile(first + 10 * i, "/f" + std::to_string(i));
+    file["attributes"] = {"archive"};
+    beasts.push_back(file);
+    comps.push_back(compData(first + 10 * i));
+  }
+  return volume(beasts, comps);
+}
+
+std::vector<std::string> requestIds(const std::vector<json>& requests) {
+  std::vector<std::string> ids;
+  std::regex id("<id><!\\[CDATA\\[(\\d+)\\]\\]></id>");
+  for (const json& r : requests) {
+    std::smatch m;
+    std::string text = r.value("request", "");
+    if (std::regex_search(text, m, id)) ids.push_back(m[1]);
+  }
+  return ids;
+}
+
 std::string row(const std::vector<std::string>& screen, size_t i) { return i < screen.size() ? screen[i] : ""; }
 
 std::vector<std::string> entries(const std::string& log) {

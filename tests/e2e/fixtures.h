@@ -18,12 +18,20 @@ json compData(uint64_t owner);
 // A consistent file without a compression record.
 json plainFile(uint64_t zid, const std::string& name);
 
+// `n` compressed files with zids first, first + 10, ... whose stream mark is
+// missing (fixable), and their compressed data.
+json fixableVolume(uint64_t first, int n);
+
 // One volume "VOL1" mounted at /media/kvf/VOL1.
 json volume(const json& beasts, const json& compBeasts, bool compression = true,
             const std::string& state = "active");
 
 // The screen row, or "" past the last one.
 std::string row(const std::vector<std::string>& screen, size_t i);
+
+// The zid each request names in its <id> element, in order (requests
+// without one are left out).
+std::vector<std::string> requestIds(const std::vector<json>& requests);
 
 // The run log's entry elements, in order.
 std::vector<std::string> entries(const std::string& log);

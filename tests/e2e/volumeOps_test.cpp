@@ -389,14 +389,7 @@ TEST(VolumeScan, FaultsBreakOffAScan) {
        "getBeastInfo</error>"},
   };
   for (const Fault& f : faults) {
-    json beasts = json::array(), comps = json::array();
-    for (int i = 0; i < 45; ++i) {
-      json file = compressedFile(1000 + 10 * i, "/f" + std::to_string(i));
-      file["attributes"] = {"archive"};  // fixable: the stream mark is missing
-      beasts.push_back(file);
-      comps.push_back(compData(1000 + 10 * i));
-    }
-    Simulator sim = Simulator::withFixture(volume(beasts, comps).dump());
+    Simulator sim = Simulator::withFixture(fixableVolume(1000, 45).dump());
     sim.setFaults(f.rule);
     FinishedRun run(sim, {"-F", "VOL1"});
     ASSERT_TRUE(run.finalScreen) << f.rule;
@@ -428,14 +421,7 @@ TEST(VolumeScan, ScanThatCannotAdvanceEndsWithAnError) {
   } cases[] = {{"zids above 2^32", (uint64_t(1) << 32) + 1000, nullptr},
                {"a batch repeated", 1000, R"({"request":"browseBeasts","nth":2,"count":0,"action":"repeat"})"}};
   for (const Case& c : cases) {
-    json beasts = json::array(), comps = json::array();
-    for (int i = 0; i < 45; ++i) {
-      json file = compressedFile(c.firstZid + 10 * i, "/f" + std::to_string(i));
-      file["attributes"] = {"archive"};  // fixable: the stream mark is missing
-      beasts.push_back(file);
-      comps.push_back(compData(c.firstZid + 10 * i));
-    }
-    Simulator sim = Simulator::withFixture(volume(beasts, comps).dump());
+    Simulator sim = Simulator::withFixture(fixableVolume(c.firstZid, 45).dump());
     if (c.fault) sim.setFaults(c.fault);
     FinishedRun run(sim, {"-F", "VOL1"});
     ASSERT_TRUE(run.finalScreen) << c.what;
@@ -450,12 +436,7 @@ TEST(VolumeScan, ScanThatCannotAdvanceEndsWithAnError) {
         << c.what << "\n" << log;
     // Each object of the first batch was repaired once; none was checked twice.
     std::map<std::string, int> repairs;
-    std::regex id("<id><!\\[CDATA\\[(\\d+)\\]\\]></id>");
-    for (const json& r : sim.requestsOf("setBeastInfo")) {
-      std::smatch m;
-      std::string text = r["request"];
-      if (std::regex_search(text, m, id)) ++repairs[m[1]];
-    }
+    for (const std::string& zid : requestIds(sim.requestsOf("setBeastInfo"))) ++repairs[zid];
     EXPECT_EQ(20u, repairs.size()) << c.what;
     for (auto& [zid, n] : repairs) EXPECT_EQ(1, n) << c.what << " zid " << zid;
     json state = sim.state();

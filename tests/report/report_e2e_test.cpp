@@ -45,14 +45,8 @@ struct Requests {
   size_t count(const std::string& kind) const { return Simulator::ofKind(run(), kind).size(); }
   // The ids the requests of one kind name.
   std::set<std::string> ids(const std::string& kind) const {
-    std::set<std::string> found;
-    std::regex id("<id><!\\[CDATA\\[(\\d+)\\]\\]></id>");
-    std::smatch m;
-    for (const json& r : Simulator::ofKind(run(), kind)) {
-      std::string text = r["request"];
-      if (std::regex_search(text, m, id)) found.insert(m[1]);
-    }
-    return found;
+    std::vector<std::string> ids = e2efixtures::requestIds(Simulator::ofKind(run(), kind));
+    return {ids.begin(), ids.end()};
   }
   // The full names unlinked in the volumes' name trees.
   std::set<std::string> unlinked() const {

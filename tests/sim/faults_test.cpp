@@ -1,4 +1,8 @@
-// Fault rules loaded through control/faults, one action at a time.
+// Fault rules loaded through control/faults: choosing by volume and zid, what
+// each rule has matched, the actions whose effect on the volume the
+// end-to-end runs cannot see (a write error runs nothing, a read error runs
+// the request), and refused rules. The reply-shaping actions are pinned by
+// the end-to-end tests that use them (FaultsBreakOffAScan, AbsurdReplies).
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -23,25 +27,6 @@ class Faults : public ::testing::Test {
   }
 };
 
-TEST_F(Faults, ResultValueForChosenOccurrences) {
-  std::string normal = info101();
-  sim.setFaults(R"({"request":"getBeastInfo","nth":2,"count":2,"action":"result","value":20400})");
-  EXPECT_EQ(info101(), normal);
-  EXPECT_EQ(info101(), "<kvfReply><beast><getBeastInfo><result value=\"20400\"/></getBeastInfo></beast></kvfReply>");
-  EXPECT_EQ(resultOf(info101(), "getBeastInfo"), 20400);
-  EXPECT_EQ(info101(), normal);
-}
-
-TEST_F(Faults, ValueChangedForTheFirstSetRequests) {
-  sim.setFaults(R"({"request":"setBeastInfo","action":"result","value":20019,"count":2})");
-  std::string set = setStatus("VOL1", "101", "<compressed/><clean/>", "<compressed/>");
-  EXPECT_EQ(resultOf(sim.manage(set), "setBeastInfo"), 20019);
-  EXPECT_EQ(resultOf(sim.manage(set), "setBeastInfo"), 20019);
-  EXPECT_EQ(status101(), R"(["compressed","clean"])");  // refused requests change nothing
-  EXPECT_EQ(resultOf(sim.manage(set), "setBeastInfo"), 0);
-  EXPECT_EQ(status101(), R"(["compressed"])");
-}
-
 TEST_F(Faults, RulesPickByVolumeAndZid) {
   sim.setFaults(R"({"zid":"103","count":0,"action":"raw","text":"<nothing/>"})");
   sim.setFaults(R"({"volume":"VOL2","count":0,"action":"result","value":-1})");
@@ -57,20 +42,6 @@ TEST_F(Faults, RulesPickByVolumeAndZid) {
   EXPECT_EQ(rules[1]["seen"], 1);
   sim.setFaults("[]");
   EXPECT_EQ(resultOf(sim.manage(getBeastFullName("VOL1", "103")), "getBeastFullName"), 0);
-}
-
-TEST_F(Faults, ReplyShapes) {
-  std::string normal = info101();
-  sim.setFaults(R"([{"request":"getBeastInfo","action":"empty"},
-                    {"request":"getBeastInfo","nth":2,"action":"cut","bytes":100},
-                    {"request":"getBeastInfo","nth":3,"action":"pad","bytes":9000}])");
-  EXPECT_EQ(info101(), "");
-  EXPECT_EQ(info101(), normal.substr(0, 100));
-  std::string padded = info101();
-  EXPECT_EQ(padded.size(), 9000u);
-  EXPECT_EQ(padded.substr(0, normal.size() - 11), normal.substr(0, normal.size() - 11));
-  EXPECT_EQ(padded.substr(padded.size() - 11), "</kvfReply>");
-  EXPECT_EQ(first(padded, "eof"), "10000");
 }
 
 TEST_F(Faults, InputOutputErrorsAndDelay) {

@@ -32,36 +32,6 @@ class Requests : public ::testing::Test {
   }
 };
 
-TEST_F(Requests, FileQueryHasEveryRecordInReadingOrder) {
-  std::string r = sim.manage(getBeastInfo("VOL1", "101", 15, true));
-  EXPECT_EQ(r.rfind("<kvfReply><beast><getBeastInfo><result value=\"0\"/><beastInfo><rootBeastInfo><zid>101</zid>", 0), 0u)
-      << r;
-  EXPECT_EQ(r.find('\n'), std::string::npos) << "compact replies have no white space between tags";
-  EXPECT_EQ(r.find("> "), std::string::npos);
-  // The program takes the first element of a name at any depth.
-  EXPECT_EQ(first(r, "eof"), "10000");
-  EXPECT_EQ(first(r, "classID"), "3");
-  EXPECT_EQ(first(r, "filePhysSize"), "0");
-  EXPECT_EQ(first(r, "compZid"), "102");
-  EXPECT_EQ(first(r, "status"), "<compressed/><clean/>");
-  EXPECT_EQ(first(r, "action"), "");
-  EXPECT_EQ(first(r, "attributes"), "<archive/><dataStreamCompress/>");
-  EXPECT_EQ(first(r, "numParents"), "1");
-  EXPECT_EQ(first(r, "nameType", "<firstParent>"), "File");
-  EXPECT_EQ(first(r, "utc", "<accessedTime>"), "1700000000");
-  EXPECT_EQ(first(r, "string", "<accessedTime>"), "2023/11/14 22:13:20");
-  EXPECT_EQ(first(r, "string", "<createdTime>"), "2020/09/13 12:26:40");
-  // The compressed-data beast, after the file's own records.
-  EXPECT_LT(r.find("</beastInfo>"), r.find("<compressionInfo>"));
-  EXPECT_EQ(first(r, "eof", "<compressionInfo>"), "4000");
-  EXPECT_EQ(first(r, "filePhysSize", "<compressionInfo>"), "4096");
-  EXPECT_NE(first(r, "volumeID", "<compressionInfo>"), "<missing>");
-  EXPECT_EQ(first(r, "originalFileLength"), "10000");
-  EXPECT_EQ(first(r, "compressMajorVersion"), "1");
-  EXPECT_EQ(first(r, "uncompZid"), "101");
-  EXPECT_EQ(r.find("uncompBeastDeleted"), std::string::npos);
-}
-
 TEST_F(Requests, FileQueryVariants) {
   // Without getCompBeastInfo there is no compressed-data part.
   EXPECT_EQ(sim.manage(getBeastInfo("VOL1", "101", 15, false)).find("compressionInfo"), std::string::npos);

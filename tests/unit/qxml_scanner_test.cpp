@@ -9,6 +9,8 @@
 
 #include "common_cpp/kvfError.h"
 #include "common_cpp/qXML.h"
+#include "velkor/velkorClass.h"
+#include "velkor/volumeScan.h"
 
 using namespace QXML;
 
@@ -24,20 +26,14 @@ std::string contentOf(const std::string& text, const char* name) {
   return std::string(info.contentStart, info.contentLength);
 }
 
-// The zids of a browse reply, walked the way the volume scan walks them.
+// The zids of a browse reply, as the volume scan reads them.
 std::vector<std::string> zidsOf(const std::string& reply) {
-  XML_ElementInfo_s zids{};
-  EXPECT_EQ(zOK, XML_GetTagElement("beastZids", reply.data(), last(reply), &zids));
+  velkor::ReplyBuf buffer;
+  buffer.assign(reply.data(), reply.size());
+  char zids[velkor::kZidSlots * velkor::kZidSlotSize];
+  int n = velkor::readZidBatch(&buffer, zids);
   std::vector<std::string> out;
-  const char* p = zids.contentStart;
-  XML_ElementInfo_s child{};
-  const char* name;
-  size_t length;
-  while (XML_GetNextTag(p, zids.contentEnd, &child, &name, &length) == zOK) {
-    if (length == 3 && memcmp(name, "zid", 3) == 0)
-      out.emplace_back(child.contentStart, child.contentLength);
-    p = child.elementEnd + 1;
-  }
+  for (int i = 0; i < n; ++i) out.emplace_back(zids + i * velkor::kZidSlotSize);
   return out;
 }
 
@@ -104,10 +100,12 @@ TEST(ElementScanner, SiblingSearchSkipsDescendants) {
 // whether or not white space separates them.
 TEST(ElementScanner, BrowseReplyCompactAndPrettyPrinted) {
   std::string compact =
-      "<kvfReply><browseBeasts><result value=\"0\"/><beastZids><zid>17</zid><other>x</other>"
+      "<kvfReply><browseBeasts><result value=\"0\"/><lastZidReturned>9000000000</lastZidReturned>"
+      "<numBeastsReturned>2</numBeastsReturned><beastZids><zid>17</zid><other>x</other>"
       "<zid>9000000000</zid></beastZids></browseBeasts></kvfReply>";
   std::string pretty =
-      "<kvfReply>\n  <browseBeasts>\n    <result value=\"0\"/>\n    <beastZids>\n"
+      "<kvfReply>\n  <browseBeasts>\n    <result value=\"0\"/>\n    <lastZidReturned>9000000000</lastZidReturned>\n"
+      "    <numBeastsReturned>2</numBeastsReturned>\n    <beastZids>\n"
       "      <zid>17</zid>\n      <other>x</other>\n      <zid>9000000000</zid>\n"
       "    </beastZids>\n  </browseBeasts>\n</kvfReply>\n";
   std::vector<std::string> expected{"17", "9000000000"};
