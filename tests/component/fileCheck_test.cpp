@@ -185,6 +185,14 @@ const SweepCase kSweep[] = {
 const size_t kCases = sizeof kSweep / sizeof kSweep[0];
 uint64_t zidOf(size_t i) { return 1000 + 10 * i; }
 
+// The zid of the case named `what`, as text.
+std::string zidOf(const char* what) {
+  for (size_t i = 0; i < kCases; ++i)
+    if (std::string(kSweep[i].what) == what) return std::to_string(zidOf(i));
+  ADD_FAILURE() << "no case " << what;
+  return "";
+}
+
 json sweepFixture() {
   json beasts = json::array(), comps = json::array();
   for (size_t i = 0; i < kCases; ++i) {
@@ -279,21 +287,14 @@ TEST_F(FileCheck, FixAndDeleteThenListAgain) {
 // Files with a live name are unlinked by path; deleted files and data streams
 // go through the delete request.
 void expectDeletionWays(MountedVolume* volume) {
-  auto position = [](const char* what) {
-    for (size_t i = 0; i < kCases; ++i)
-      if (std::string(kSweep[i].what) == what) return i;
-    return kCases;
-  };
   std::string log;
   for (const json& r : volume->sim.requests()) log += r.dump() + "\n";
-  for (const char* what : {"compressed zid 0", "no physical data"}) {
-    uint64_t zid = zidOf(position(what));
-    EXPECT_NE(std::string::npos, log.find("unlink /f" + std::to_string(zid))) << what;
-  }
+  for (const char* what : {"compressed zid 0", "no physical data"})
+    EXPECT_NE(std::string::npos, log.find("unlink /f" + zidOf(what))) << what;
   std::vector<json> deletes = volume->sim.requestsOf("deleteBeast");
   ASSERT_EQ(2u, deletes.size());
-  std::string zid = std::to_string(zidOf(position("compressed data stream, zid 0")));
-  EXPECT_EQ(testsupport::requestText(velkor::deleteRequest, "VOL1", zid.c_str()), deletes[0]["request"]);
+  EXPECT_EQ(testsupport::requestText(velkor::deleteRequest, "VOL1", zidOf("compressed data stream, zid 0").c_str()),
+            deletes[0]["request"]);
 }
 
 void expectExactRepairRequests(MountedVolume* volume) {
@@ -304,23 +305,18 @@ void expectExactRepairRequests(MountedVolume* volume) {
       if (s == text) return true;
     return false;
   };
-  auto zid = [](const char* what) {
-    for (size_t i = 0; i < kCases; ++i)
-      if (std::string(kSweep[i].what) == what) return std::to_string(zidOf(i));
-    return std::string();
-  };
   using testsupport::requestText;
   EXPECT_TRUE(has(requestText(velkor::attributesAndActionSetRequest, "VOL1",
-                              zid("compressed, Cc instead of stream mark").c_str(), "<archive/><noStreamCompress/>",
+                              zidOf("compressed, Cc instead of stream mark").c_str(), "<archive/><noStreamCompress/>",
                               "<archive/><dataStreamCompress/>", nullptr, nullptr)));
-  EXPECT_TRUE(has(requestText(velkor::statusSetRequest, "VOL1", zid("compressed, both precious").c_str(),
+  EXPECT_TRUE(has(requestText(velkor::statusSetRequest, "VOL1", zidOf("compressed, both precious").c_str(),
                               "<compressed/><clean/>", "<compressed/>", false)));
-  EXPECT_TRUE(has(requestText(velkor::statusSetRequest, "VOL1", zid("held uncompressed, marked compressed").c_str(),
+  EXPECT_TRUE(has(requestText(velkor::statusSetRequest, "VOL1", zidOf("held uncompressed, marked compressed").c_str(),
                               "<compressed/><clean/>", "<uncompressed/><compressed/>", true)));
   EXPECT_TRUE(has(requestText(velkor::attributesAndActionSetRequest, "VOL1",
-                              zid("uncompressed, not clean, not logged").c_str(), nullptr, nullptr, nullptr, nullptr)))
+                              zidOf("uncompressed, not clean, not logged").c_str(), nullptr, nullptr, nullptr, nullptr)))
       << "an uncompressed file that is neither clean nor logged gets an empty set request";
-  EXPECT_TRUE(has(requestText(velkor::deletedFlagSetRequest, "VOL1", zid("compressed data marked deleted").c_str(),
+  EXPECT_TRUE(has(requestText(velkor::deletedFlagSetRequest, "VOL1", zidOf("compressed data marked deleted").c_str(),
                               true, false)));
 }
 

@@ -149,21 +149,12 @@ TEST(ReportEndToEnd, EveryKindOfRunInOneLog) {
     terminal.send("x");
     terminal.finish();
   }
-  // The background-candidate check of a listed file, without the start-up
-  // configuration it needs: an error.
-  json first = log.report()["runs"][0];
-  std::string candidate;
-  for (const json& f : first["files"])
-    if (f["type"] == "file" && !f["zid"].get<std::string>().empty()) candidate = f["name"];
-  ASSERT_FALSE(candidate.empty());
-  mark();
-  shown.push_back({log.finished(sim, {"-b", kVol + candidate}), 2});
   // A fault in the middle of a scan.
   sim.setFaults(R"({"request":"getBeastInfo","nth":25,"action":"result","value":20400})");
   mark();
   shown.push_back({log.finished(sim, {"-L", "VOL1"}), 2});
   sim.setFaults("[]");
-  // An abort, and runs killed by SIGTERM and by SIGKILL.
+  // An abort, and a run killed by SIGKILL in the middle of its output.
   mark();
   std::vector<std::string> aborted = log.slowList(sim, [](VelkorTerminal& t) {
     t.send("\x1b");
@@ -173,9 +164,6 @@ TEST(ReportEndToEnd, EveryKindOfRunInOneLog) {
     t.send("x");
   });
   shown.push_back({shownStatus(aborted), -1});  // 0 or 1: by what the scan found before it stopped
-  mark();
-  log.slowList(sim, [](VelkorTerminal& t) { t.sendSignal(SIGTERM); });
-  shown.push_back({"", 2});
   mark();
   log.slowList(sim, [](VelkorTerminal& t) { t.sendSignal(SIGKILL); });
   shown.push_back({"", 2});
@@ -224,27 +212,23 @@ TEST(ReportEndToEnd, EveryKindOfRunInOneLog) {
   EXPECT_EQ("fix-stats", runs[3]["operation"]);
   EXPECT_EQ(0u, runs[3]["entries"].get<uint64_t>());
   EXPECT_EQ(1u, during(3).count("fixCompStats"));
-  // The candidate's error, the fault's error.
-  EXPECT_EQ("background", runs[4]["operation"]);
-  EXPECT_EQ("file", runs[4]["targetKind"]);
-  EXPECT_EQ(kVol + candidate, runs[4]["target"]);
+  // The fault's error.
   EXPECT_EQ(1u, runs[4]["errors"].size());
-  EXPECT_EQ(1u, runs[5]["errors"].size());
-  EXPECT_EQ(25u, during(5).count("getBeastInfo")) << "the scan stopped at the fault";
-  EXPECT_LE(runs[5]["entries"].get<uint64_t>(), 24u);
+  EXPECT_EQ(25u, during(4).count("getBeastInfo")) << "the scan stopped at the fault";
+  EXPECT_LE(runs[4]["entries"].get<uint64_t>(), 24u);
   // The cut-off runs hold what they logged before the end.
-  for (size_t i : {6u, 7u, 8u}) {
+  for (size_t i : {5u, 6u}) {
     size_t checked = during(i).count("getBeastInfo");
     EXPECT_LT(checked, 2000u) << i;
     EXPECT_LE(runs[i]["entries"].get<uint64_t>(), checked) << i;
   }
   // Cc clear logs no entries; delete: the generator's counts and the
   // deletions the fresh simulator saw, by zid or by unlinking the name.
-  EXPECT_EQ("clear-all", runs[9]["operation"]);
-  EXPECT_EQ(0u, runs[9]["entries"].get<uint64_t>());
+  EXPECT_EQ("clear-all", runs[7]["operation"]);
+  EXPECT_EQ(0u, runs[7]["entries"].get<uint64_t>());
   Requests clearing{freshAll, 0, clearEnd};
   EXPECT_EQ(expected["clear"]["ccBitCleared"].get<size_t>(), clearing.count("setBeastInfo"));
-  const json& remove = runs[10];
+  const json& remove = runs[8];
   EXPECT_EQ("delete-all", remove["operation"]);
   EXPECT_EQ(expected["delete"]["deleted"], remove["actions"]["deleted"]);
   Requests deletions{freshAll, clearEnd, freshAll.size()};
@@ -271,22 +255,6 @@ TEST(ReportEndToEnd, EveryKindOfRunInOneLog) {
   }
   EXPECT_EQ(3, velkorReport({"--check", log.log() + ".missing"}).exitStatus);
   EXPECT_EQ(3, velkorReport({"--format", "json", "--run", std::to_string(runs.size() + 1), log.log()}).exitStatus);
-  // Each skipped piece (what velkor's SIGTERM handler wrote; a ThreadSanitizer
-  // build may die before it writes) is named by its line, holding no element.
-  ProcessResult warned = velkorReport({"--check", log.log()});
-  std::vector<std::string> lines;
-  std::ifstream in(log.log());
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  std::regex warning("velkor\\.log:(\\d+): skipped (\\d+) line");
-  uint64_t skippedLines = 0;
-  for (auto it = std::sregex_iterator(warned.err.begin(), warned.err.end(), warning); it != std::sregex_iterator();
-       ++it) {
-    size_t n = std::stoul((*it)[1]);
-    ASSERT_LE(n, lines.size());
-    EXPECT_NE(0u, lines[n - 1].find('<')) << lines[n - 1];
-    skippedLines += std::stoul((*it)[2]);
-  }
-  EXPECT_EQ(report["skippedLines"].get<uint64_t>(), skippedLines) << warned.err;
 }
 
 // The manual page's unattended recipe, taken from the page and run as it
