@@ -7,7 +7,7 @@
 #include "common_cpp/qXML.h"
 #include "velkor/beastRecords.h"
 #include "velkor/runLog.h"
-#include "velkor/velkorUI.h"
+#include "velkor/velkorTypes.h"
 
 namespace testsupport {
 
@@ -87,8 +87,8 @@ LogText& LogText::entry(const LoggedFile& file, unsigned int operation) {
     Reply data(compReply(file));
     comp = std::make_unique<velkor::CompBeastInfo>(data.element("compressionInfo"));
   }
-  velkor::writeLogEntry(out_, operation, &info, comp.get(), file.name.c_str(), file.problems, 0, file.fixed,
-                        file.removed);
+  WriteFileEntry(out_, info, comp.get(), file.name.c_str(), file.problems, false, file.fixed, file.removed,
+                 velkor::isVolumeOperation(operation));
   return *this;
 }
 

@@ -43,30 +43,12 @@ unsigned long long zidValue(const char* text) { return KVF::LB_strtouq(text, nul
 
 void VELKOR_UserInterface::getTypeStr(char* out, unsigned long deletedFlag, unsigned long typeCode,
                                       unsigned long xmlForm) {
-  static const char* const texts[] = {"unknown", "data stream", "extended attribute", "file", "directory"};
-  static const char* const elements[] = {"<unknown/>", "<dataStream/>", "<extendedAttribute/>", "<file/>",
-                                         "<directory/>"};
-  out[0] = '\0';
-  if (deletedFlag) strcpy(out, xmlForm ? "<deleted/>" : "deleted ");
-  unsigned long index = typeCode >= 1 && typeCode <= 4 ? typeCode : 0;
-  strcat(out, xmlForm ? elements[index] : texts[index]);
-}
-
-void writeLogEntry(std::ostream& log, uint64_t operation, UncompBeastInfo* info, CompBeastInfo* comp,
-                   const char* name, unsigned long problems, unsigned long noHeader, unsigned long fixed,
-                   unsigned long deleted) {
-  char type[64];
-  VELKOR_UserInterface::getTypeStr(type, info->allNamesDeleted, info->beastType, 1);
-  WriteFileEntry(log, *info, comp, name, type, problems, noHeader != 0, fixed != 0, deleted != 0,
-                 isVolumeOperation(operation));
+  strcpy(out, beastTypeText(deletedFlag != 0, static_cast<int>(typeCode), xmlForm != 0).c_str());
 }
 
 void VELKOR_UserInterface::logFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name, unsigned long problems,
                                        unsigned long noHeader, unsigned long fixed, unsigned long deleted) {
-  char type[64];
-  getTypeStr(type, info->allNamesDeleted, info->beastType, 1);
-  LogFileEntry(*info, comp, name, type, problems, noHeader != 0, fixed != 0, deleted != 0,
-               isVolumeOperation(operation));
+  LogFileEntry(*info, comp, name, problems, noHeader != 0, fixed != 0, deleted != 0, isVolumeOperation(operation));
 }
 
 void VELKOR_UserInterface::displayFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name,

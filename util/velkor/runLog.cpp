@@ -160,12 +160,12 @@ void LogFinishStatus(const char* text) { std::cerr << "<finishStatus>" << text <
 void LogMessage(const char* text) { std::cerr << "<msg>" << text << "</msg>" << std::endl; }
 
 void WriteFileEntry(std::ostream& log, const velkor::UncompBeastInfo& info, const velkor::CompBeastInfo* comp,
-                    const char* name, const char* typeElements, unsigned long problems, bool noHeader, bool fixed,
-                    bool deleted, bool volumeLevel) {
+                    const char* name, unsigned long problems, bool noHeader, bool fixed, bool deleted,
+                    bool volumeLevel) {
   using namespace velkor;
   log << "<entry><volume>" << info.name << "</volume>"
       << "<name>" << (name ? name : "") << "</name>"
-      << "<type>" << typeElements << "</type>"
+      << "<type>" << beastTypeText(info.allNamesDeleted != 0, info.beastType, true) << "</type>"
       << "<fileStatus>" << statusElements(problems) << "</fileStatus>";
   if (fixed) log << "<action><fixed/></action>";
   if (deleted) log << "<actionTaken><deleted/></actionTaken>";
@@ -200,14 +200,13 @@ void WriteFileEntry(std::ostream& log, const velkor::UncompBeastInfo& info, cons
 }
 
 void LogFileEntry(const velkor::UncompBeastInfo& info, const velkor::CompBeastInfo* comp, const char* name,
-                  const char* typeElements, unsigned long problems, bool noHeader, bool fixed, bool deleted,
-                  bool volumeLevel) {
+                  unsigned long problems, bool noHeader, bool fixed, bool deleted, bool volumeLevel) {
   // The entry is put together first and written whole: the log's stream
   // flushes after every insertion, which would cost a write per field. It is
   // formatted with the log's own flags, and hands back the ones it leaves.
   std::ostringstream log;
   log.flags(std::cerr.flags());
-  WriteFileEntry(log, info, comp, name, typeElements, problems, noHeader, fixed, deleted, volumeLevel);
+  WriteFileEntry(log, info, comp, name, problems, noHeader, fixed, deleted, volumeLevel);
   std::cerr.flags(log.flags());
   std::cerr << log.str();
   std::cerr.flush();

@@ -70,11 +70,9 @@ void LogMessage(const char* text);
 // which it leaves as the entry leaves them. LogFileEntry writes it whole to
 // the run log.
 void WriteFileEntry(std::ostream& log, const velkor::UncompBeastInfo& info, const velkor::CompBeastInfo* comp,
-                    const char* name, const char* typeElements, unsigned long problems, bool noHeader, bool fixed,
-                    bool deleted, bool volumeLevel);
-// One checked file: `typeElements` is its type as elements, `volumeLevel`
-// tells a volume scan's entry (a good file's entry then stops after its
-// attributes). `comp` may be null.
+                    const char* name, unsigned long problems, bool noHeader, bool fixed, bool deleted,
+                    bool volumeLevel);
+// One checked file: `volumeLevel` tells a volume scan's entry (a good file's
+// entry then stops after its attributes). `comp` may be null.
 void LogFileEntry(const velkor::UncompBeastInfo& info, const velkor::CompBeastInfo* comp, const char* name,
-                  const char* typeElements, unsigned long problems, bool noHeader, bool fixed, bool deleted,
-                  bool volumeLevel);
+                  unsigned long problems, bool noHeader, bool fixed, bool deleted, bool volumeLevel);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace velkor {
 
@@ -45,6 +46,17 @@ enum BeastType : int {
   beastFile = 3,
   beastDirectory = 4,
 };
+
+// A beast's type as the screen names it ("deleted data stream") or as the
+// run log's elements ("<deleted/><dataStream/>"); other codes are unknown.
+inline std::string beastTypeText(bool deleted, int type, bool asElements) {
+  static const char* const texts[] = {"unknown", "data stream", "extended attribute", "file", "directory"};
+  static const char* const elements[] = {"<unknown/>", "<dataStream/>", "<extendedAttribute/>", "<file/>",
+                                         "<directory/>"};
+  int index = type >= beastDataStream && type <= beastDirectory ? type : beastUnknown;
+  std::string text = deleted ? (asElements ? "<deleted/>" : "deleted ") : "";
+  return text + (asElements ? elements[index] : texts[index]);
+}
 
 // Operation codes: volume-level codes are below 128, file-level codes above.
 enum OperationCode : unsigned int {

@@ -106,12 +106,6 @@ class VELKOR_UserInterface : public OperationView {
   bool watchForAbort();
 };
 
-// Writes a checked file's run-log entry (the text logFileInfo writes) to `log`,
-// leaving its flags as the entry leaves them; `operation` is the run's code.
-void writeLogEntry(std::ostream& log, uint64_t operation, UncompBeastInfo* info, CompBeastInfo* comp,
-                   const char* name, unsigned long problems, unsigned long noHeader, unsigned long fixed,
-                   unsigned long deleted);
-
 // One character from standard input, unbuffered; EOF when there is none.
 int readKeyFromStdin();
 
