@@ -69,6 +69,11 @@ CmdFile::CmdFile(const char* path) : fd(open(path, O_RDWR)) {
 }
 
 void CmdFile::readWrite(char* request, const char* tag, ReplyBuf* reply) {
+  transfer(request, reply);
+  QXML::GetReplyResultValueForTag(reply->data, tag);
+}
+
+void CmdFile::transfer(const char* request, ReplyBuf* reply) {
   if (lseek(fd, 0, SEEK_SET) < 0) throw KVFError("Failed to seek file", "util/velkor/velkorClass[165]", errno);
   // A short write is not looked at: the file system takes a request whole.
   if (write(fd, request, strlen(request)) < 0)
@@ -88,8 +93,6 @@ void CmdFile::readWrite(char* request, const char* tag, ReplyBuf* reply) {
   }
   if (reply->free == 0) reply->grow(1);
   reply->data[reply->used] = '\0';
-
-  QXML::GetReplyResultValueForTag(reply->data, tag);
 }
 
 }  // namespace velkor

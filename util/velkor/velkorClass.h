@@ -52,6 +52,8 @@ class CmdFile {
   // Writes `request` (envelope included) at offset 0, reads the whole reply from
   // offset 0, appending it to `reply`, and checks the status of element `tag`.
   void readWrite(char* request, const char* tag, ReplyBuf* reply);
+  // The same exchange without the status check: the file's I/O alone.
+  void transfer(const char* request, ReplyBuf* reply);
 
   int32_t fd;
 };
