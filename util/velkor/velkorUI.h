@@ -96,6 +96,10 @@ class VELKOR_UserInterface : public OperationView {
   std::atomic<uint64_t> total;
   std::atomic<uint64_t> processed;
   pthread_mutex_t lock;
+  // The numbers the counter block shows (guarded by `lock`), so that a
+  // counter whose number has not changed is not drawn again.
+  unsigned int shownCounters[8] = {};
+  bool countersDrawn = false;
 
  private:
   static void* runTimerThread(void* self);
