@@ -130,7 +130,9 @@ Figures runToPrompt(const Simulator& sim, const std::string& binary, const std::
     fig.ok = false, fig.note += "finished with error; ";
   if (!keepDir.empty() && binary == velkorBinary) {
     std::string name = keepDir + "/" + args[0].substr(1) + "-" + std::to_string(runNumber++);
-    testsupport::writeFile(name + ".screen", term.screenText());
+    std::string screen;
+    for (const std::string& row : fig.screen) screen += row + "\n";
+    testsupport::writeFile(name + ".screen", screen);
     testsupport::writeFile(name + ".log", term.runLog());
   }
   return fig;
@@ -313,6 +315,8 @@ int main(int argc, char** argv) {
     }
   }
   if (velkorBinary.empty()) velkorBinary = testsupport::velkorBinary();
+  // The program runs in another working directory.
+  if (char* absolute = realpath(velkorBinary.c_str(), nullptr)) velkorBinary = absolute, free(absolute);
   baselineBinary = testsupport::binaryPath("bench/bench_baseline");
   setvbuf(stdout, nullptr, _IOLBF, 0);
   printf("load average at the start: %.2f\n", loadAverage());
@@ -400,7 +404,7 @@ int main(int argc, char** argv) {
     if (r.objects == 100000) at100k = &r;
     if (r.objects == 1000000) at1m = &r;
   }
-  if (at100k) {
+  if (at100k && !at100k->ratio.empty()) {
     double ratio = median(at100k->ratio), cpu = median(at100k->cpuRatio);
     printf("  wall ratio at 100,000 objects <= 1.20 (stretch 1.10): %.3f  %s\n", ratio,
            ratio <= 1.10 ? "met, stretch too" : ratio <= 1.20 ? "met" : "MISSED");
