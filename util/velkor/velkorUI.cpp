@@ -220,9 +220,8 @@ void VELKOR_UserInterface::showElapsed(int seconds) {
   uint64_t all = total, done_ = processed;
   if (!done && all != 0) {
     int percent = all > done_ ? static_cast<int>(done_ * 100 / all) : 99;
-    // The format ends in a lone '%', which prints as itself.
-    static const char* const format = "Time Elapsed: %s                       Percent finished: %d%\n";
-    screen->OutputToScreenWithAttribute(kAttrText, format, elapsed, percent);
+    screen->OutputToScreenWithAttribute(kAttrText, "Time Elapsed: %s                       Percent finished: %d%%\n",
+                                        elapsed, percent);
   } else {
     screen->OutputToScreenWithAttribute(kAttrText, "Time Elapsed: %s\n", elapsed);
   }
