@@ -264,7 +264,8 @@ VelkorTerminal::VelkorTerminal(const Simulator& sim, const std::vector<std::stri
   } else {
     cwd_ = options.cwd;
   }
-  std::vector<std::string> argv = {sourcePath("scripts/kvf-sandbox"), "--admin", sim.adminDir()};
+  std::vector<std::string> argv = options.wrapper;
+  argv.insert(argv.end(), {sourcePath("scripts/kvf-sandbox"), "--admin", sim.adminDir()});
   for (const std::string& volume : options.volumes) {
     std::string mountPoint = sim.mountPoint(volume);
     if (!mountPoint.empty()) argv.insert(argv.end(), {"--volume", mountPoint + "=" + sim.volumeDir(volume)});
@@ -291,7 +292,7 @@ VelkorTerminal::VelkorTerminal(const Simulator& sim, const std::vector<std::stri
     std::vector<char*> cargs;
     for (std::string& a : argv) cargs.push_back(a.data());
     cargs.push_back(nullptr);
-    execv(cargs[0], cargs.data());
+    execvp(cargs[0], cargs.data());
     _exit(127);
   }
   vterm_output_set_callback(screen_->vt, answerTerminal, &master_);
@@ -360,6 +361,15 @@ bool VelkorTerminal::waitFor(const std::string& text, std::chrono::milliseconds 
   }
 }
 
+bool VelkorTerminal::waitForRow(int row, const std::string& text, std::chrono::milliseconds timeout) {
+  auto deadline = Clock::now() + timeout;
+  for (;;) {
+    if (this->row(row).find(text) != std::string::npos) return true;
+    if ((pid_ <= 0 && master_ < 0) || Clock::now() >= deadline) return false;
+    pump(std::chrono::milliseconds(20));
+  }
+}
+
 bool VelkorTerminal::waitExit(std::chrono::milliseconds timeout) {
   auto deadline = Clock::now() + timeout;
   while (pid_ > 0 || master_ >= 0) {
@@ -378,7 +388,12 @@ void VelkorTerminal::finish(std::chrono::milliseconds timeout) {
 }
 
 bool VelkorTerminal::signalProgram(int sig) {
-  if (pid_ <= 0) return false;
+  pid_t program = programPid();
+  return program > 0 && kill(program, sig) == 0;
+}
+
+pid_t VelkorTerminal::programPid() const {
+  if (pid_ <= 0) return -1;
   // The processes by parent, then the sandbox's descendants, looking for the
   // program by its name.
   std::multimap<pid_t, pid_t> children;
@@ -397,10 +412,10 @@ bool VelkorTerminal::signalProgram(int sig) {
     pid_t p = todo.back();
     todo.pop_back();
     std::string comm = readFile("/proc/" + std::to_string(p) + "/comm");
-    if (p != pid_ && comm == programName_.substr(0, 15) + "\n") return kill(p, sig) == 0;
+    if (p != pid_ && comm == programName_.substr(0, 15) + "\n") return p;
     for (auto [it, end] = children.equal_range(p); it != end; ++it) todo.push_back(it->second);
   }
-  return false;
+  return -1;
 }
 
 bool VelkorTerminal::alternateScreen() const { return screen_->alternate; }
@@ -417,21 +432,23 @@ bool VelkorTerminal::bold(int row, int col) const {
   return vterm_screen_get_cell(screen_->screen, pos, &cell) && cell.attrs.bold;
 }
 
+std::string VelkorTerminal::row(int r) const {
+  std::string row;
+  for (int c = 0; r >= 0 && r < screen_->rows && c < screen_->cols; ++c) {
+    VTermScreenCell cell;
+    VTermPos pos = {r, c};
+    if (!vterm_screen_get_cell(screen_->screen, pos, &cell)) continue;
+    if (cell.chars[0] == 0) row += ' ';
+    for (int i = 0; i < VTERM_MAX_CHARS_PER_CELL && cell.chars[i]; ++i) appendUtf8(row, cell.chars[i]);
+    if (cell.width > 1) c += cell.width - 1;
+  }
+  row.erase(row.find_last_not_of(' ') + 1);
+  return row;
+}
+
 std::vector<std::string> VelkorTerminal::screen() const {
   std::vector<std::string> rows;
-  for (int r = 0; r < screen_->rows; ++r) {
-    std::string row;
-    for (int c = 0; c < screen_->cols; ++c) {
-      VTermScreenCell cell;
-      VTermPos pos = {r, c};
-      if (!vterm_screen_get_cell(screen_->screen, pos, &cell)) continue;
-      if (cell.chars[0] == 0) row += ' ';
-      for (int i = 0; i < VTERM_MAX_CHARS_PER_CELL && cell.chars[i]; ++i) appendUtf8(row, cell.chars[i]);
-      if (cell.width > 1) c += cell.width - 1;
-    }
-    row.erase(row.find_last_not_of(' ') + 1);
-    rows.push_back(row);
-  }
+  for (int r = 0; r < screen_->rows; ++r) rows.push_back(row(r));
   return rows;
 }
 

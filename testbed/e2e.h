@@ -92,6 +92,7 @@ class VelkorTerminal {
     std::vector<std::string> volumes{"VOL1"};         // volumes whose tree is bound at their mount point
     std::string binary;                               // default: the built velkor
     std::string cwd;                                  // default: a temporary directory
+    std::vector<std::string> wrapper;                 // a command put before the sandbox (e.g. strace)
   };
   VelkorTerminal(const Simulator& sim, const std::vector<std::string>& args, const Options& options);
   VelkorTerminal(const Simulator& sim, const std::vector<std::string>& args);
@@ -108,12 +109,21 @@ class VelkorTerminal {
   void sendSignal(int signal);
   // Waits until the screen shows `text`; false on timeout or when the program ended first without showing it.
   bool waitFor(const std::string& text, std::chrono::milliseconds timeout = std::chrono::seconds(20));
+  // The same, looking at one row only: cheap enough to call after every
+  // read of a long run's output.
+  bool waitForRow(int row, const std::string& text, std::chrono::milliseconds timeout);
   // Waits for the program to end; false on timeout.
   bool waitExit(std::chrono::milliseconds timeout = std::chrono::seconds(60));
   // Waits for the end; when it does not come, kills the program (exitStatus -1).
   void finish(std::chrono::milliseconds timeout = std::chrono::seconds(60));
 
+  // The process id of the program the sandbox runs (found among the
+  // sandbox's descendants by its name, for /proc reads); -1 while it has not
+  // started or after it has ended.
+  pid_t programPid() const;
+
   std::vector<std::string> screen() const;  // one string per row, trailing blanks removed
+  std::string row(int r) const;             // one row, trailing blanks removed
   std::string screenText() const;           // the rows joined by newlines
   bool bold(int row, int col) const;        // whether that cell is drawn bold
   // The terminal as the program left it: whether the alternate screen is

@@ -504,6 +504,12 @@ void throwUnlessZero(int64_t value, const char* overflowLocation, const char* re
 
 void GetReplyResultValueForTag(const char* reply, const char* tag) {
   XML_ElementInfo_s element{};
+  GetReplyResultValueForTag(reply, tag, &element);
+}
+
+void GetReplyResultValueForTag(const char* reply, const char* tag, XML_ElementInfo_s* found) {
+  XML_ElementInfo_s& element = *found;
+  element = XML_ElementInfo_s{};
   size_t length = strlen(reply);
   if (length == 0 || XML_GetTagElement(tag, reply, reply + length - 1, &element) != zOK)
     throw KVFError(message256("Can't find content for tag %s", tag, "util/common_cpp/qXML[1218]"),

@@ -136,6 +136,8 @@ int XML_UTF8ToSQUAD(const char* start, const char* end, int64_t* number, const c
 // <result value="0">. Otherwise throws KVFError, or AdminError when the status
 // cannot be read. The reply is not changed.
 void GetReplyResultValueForTag(const char* reply, const char* tag);
+// The same, handing back the element `tag` that it found (when it returns).
+void GetReplyResultValueForTag(const char* reply, const char* tag, XML_ElementInfo_s* element);
 // The same for the result under a template path (KVFError only).
 void GetReplyResultValueT(const char* reply, const char* rootPath);
 void GetKVFReplyResultValueT(const char* reply);

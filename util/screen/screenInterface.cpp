@@ -140,14 +140,27 @@ void ScreenInterface::OutputToScreenWithAttributeV(int attribute, const char* fo
   CopyPadToScreen();
 }
 
-void ScreenInterface::CopyPadToScreen() { copyToScreen(pad); }
+void ScreenInterface::CopyPadToScreen() {
+  copyPending_ = false;
+  clock_gettime(CLOCK_MONOTONIC, &lastCopy_);
+  copyToScreen(pad);
+}
 
 void ScreenInterface::BeginUpdate() { ++updateDepth_; }
 
-void ScreenInterface::EndUpdate() {
+void ScreenInterface::EndUpdate(bool paced) {
   if (updateDepth_ == 0 || --updateDepth_ > 0 || !copyPending_) return;
-  copyPending_ = false;
+  if (paced) {
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    long long ms = (now.tv_sec - lastCopy_.tv_sec) * 1000LL + (now.tv_nsec - lastCopy_.tv_nsec) / 1000000;
+    if (ms < kPaceMs) return;  // stays pending
+  }
   CopyPadToScreen();
+}
+
+void ScreenInterface::Flush() {
+  if (copyPending_ && updateDepth_ == 0) CopyPadToScreen();
 }
 
 void ScreenInterface::ClearLine() {
@@ -250,6 +263,7 @@ int ScreenInterface::PromptForYesOrNo2(unsigned int defaultFlags, const char* pr
 }
 
 bool ScreenInterface::PromptForYesOrNo(bool defaultYes, const char* prompt, bool clearAfter) {
+  Flush();
   EatAllTypeAhead();
   int answer = PromptForYesOrNo2(defaultYes ? 1u : 0u, prompt);
   if (clearAfter) ClearLine();

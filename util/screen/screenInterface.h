@@ -1,13 +1,17 @@
 // ScreenInterface: a thin layer over curses. All drawing goes to one off-screen
-// pad that is copied to the terminal after each write; attributes are numbers.
+// pad that is copied to the terminal after each write (or, for a paced update,
+// at a human rate); attributes are numbers.
 // Not thread-safe by itself: curses keeps one global state, so a program that
 // draws from several threads serialises every call of this layer (velkor's
-// interface object holds its screen lock around each one).
+// interface object holds its screen lock around each one, and that lock also
+// guards the pending-copy state below).
 #pragma once
 
 #include <curses.h>
 
 #include <pthread.h>
+
+#include <time.h>
 
 #include <cstdarg>
 
@@ -55,15 +59,25 @@ class ScreenInterface {
   void EatAllTypeAhead();
   bool PromptForYesOrNo(bool defaultYes, const char* prompt, bool clearAfter);
 
-  // Copies the pad's top-left corner, as large as the terminal, to the screen.
+  // Copies the pad's top-left corner, as large as the terminal, to the screen;
+  // that also sends whatever a paced update left pending.
   void CopyPadToScreen();
 
   // Outputs between BeginUpdate and the matching EndUpdate go to the pad
   // only; EndUpdate copies the pad to the screen once when any was made. The
   // terminal then shows what a copy after each output would have left on it,
   // for one terminal update instead of one per output. Pairs may nest.
+  //
+  // A paced end (the outermost one decides) copies only when the last copy is
+  // at least kPaceMs old; otherwise the pad's changes stay pending until the
+  // next copy of any kind: a later paced end past the interval, any output
+  // outside an update, or Flush. A caller that paces must make sure one of
+  // those comes (velkor's timer repaints once a second).
+  static const int kPaceMs = 50;
   void BeginUpdate();
-  void EndUpdate();
+  void EndUpdate(bool paced = false);
+  // Sends what paced updates left pending, at once; nothing when none is.
+  void Flush();
 
   WINDOW* pad;
 
@@ -74,7 +88,8 @@ class ScreenInterface {
   SCREEN* screen_;
   bool hasColours_;
   int updateDepth_ = 0;
-  bool copyPending_ = false;
+  bool copyPending_ = false;      // the pad has changes the terminal lacks
+  struct timespec lastCopy_ = {};  // CLOCK_MONOTONIC time of the last copy
 };
 
 // Leaves curses mode, giving the terminal back as it was found (cursor,

@@ -28,9 +28,16 @@ void copyOut(char* out, size_t size, const char* value, int line) {
 
 int getTagContentFromReply(ReplyBuf* reply, const char* tag, const TagRequest_s* requests, TagContent_s* contents) {
   XML_ElementInfo_s element;
-  const char* end = reply->data + (reply->used > 0 ? reply->used - 1 : 0);
-  int result = QXML::XML_GetTagElement(tag, reply->data, end, &element);
-  if (result != 0) throw KVFError(tag, result, KVF_HERE);
+  int result = 0;
+  if (reply->checkedTag && strcmp(reply->checkedTag, tag) == 0) {
+    // The status check found it in the same text, searching the same way.
+    element = reply->checked;
+  } else {
+    const char* end = reply->data + (reply->used > 0 ? reply->used - 1 : 0);
+    result = QXML::XML_GetTagElement(tag, reply->data, end, &element);
+    if (result != 0) throw KVFError(tag, result, KVF_HERE);
+  }
+  reply->checkedTag = nullptr;
   result = QXML::MKVF_GetTagContents(&element, requests, contents);
   if (result != 0) throw KVFError("Error getting tag content", result, KVF_HERE);
   return 0;

@@ -11,7 +11,8 @@
 
 namespace velkor {
 
-// Reads `requests` from the reply's element `tag`; throws KVFError.
+// Reads `requests` from the reply's element `tag`; throws KVFError. The
+// element is the one the exchange's status check found, when it was `tag`.
 int getTagContentFromReply(ReplyBuf* reply, const char* tag, const QXML::TagRequest_s* requests,
                            QXML::TagContent_s* contents);
 

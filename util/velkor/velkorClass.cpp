@@ -38,6 +38,7 @@ void ReplyBuf::grow(int32_t extra) {
   if (!block) throw KVFError("Out of memory", zERR_NO_MEMORY, kOutOfMemoryLocation);
   data = static_cast<char*>(block);
   free = extra;
+  checkedTag = nullptr;
 }
 
 void ReplyBuf::assign(const char* text, size_t length) {
@@ -50,6 +51,7 @@ void ReplyBuf::assign(const char* text, size_t length) {
   data = block;
   used = static_cast<int32_t>(length);
   free = 0;
+  checkedTag = nullptr;
 }
 
 std::ostream& operator<<(std::ostream& os, ReplyBuf& reply) {
@@ -69,6 +71,12 @@ CmdFile::CmdFile(const char* path) : fd(open(path, O_RDWR)) {
 }
 
 void CmdFile::readWrite(char* request, const char* tag, ReplyBuf* reply) {
+  transfer(request, reply);
+  QXML::GetReplyResultValueForTag(reply->data, tag, &reply->checked);
+  reply->checkedTag = tag;
+}
+
+void CmdFile::transfer(const char* request, ReplyBuf* reply) {
   if (lseek(fd, 0, SEEK_SET) < 0) throw KVFError("Failed to seek file", "util/velkor/velkorClass[165]", errno);
   // A short write is not looked at: the file system takes a request whole.
   if (write(fd, request, strlen(request)) < 0)
@@ -88,8 +96,6 @@ void CmdFile::readWrite(char* request, const char* tag, ReplyBuf* reply) {
   }
   if (reply->free == 0) reply->grow(1);
   reply->data[reply->used] = '\0';
-
-  QXML::GetReplyResultValueForTag(reply->data, tag);
 }
 
 }  // namespace velkor

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <ostream>
 
+#include "common_cpp/qXML.h"
+
 // Management command files and the request envelope. Plain globals, so that
 // tests can point the program at a simulator's mount.
 extern const char* managecmd;
@@ -33,11 +35,18 @@ class ReplyBuf {
   void clear() {
     free += used;
     used = 0;
+    checkedTag = nullptr;
   }
 
   char* data;    // owned; released with free()
   int32_t free;  // bytes free after the used part
   int32_t used;  // bytes of reply held
+  // The element whose status the last exchange (CmdFile::readWrite) checked,
+  // so that the first read of the reply need not look for it again; null
+  // when there is none. Dropped when the text changes (clear, assign, grow)
+  // and when a read has taken it (reads write into the text).
+  const char* checkedTag = nullptr;
+  QXML::XML_ElementInfo_s checked = {};
 };
 
 // Writes the reply as a C string; a null block sets the stream's bad bit.
@@ -52,6 +61,8 @@ class CmdFile {
   // Writes `request` (envelope included) at offset 0, reads the whole reply from
   // offset 0, appending it to `reply`, and checks the status of element `tag`.
   void readWrite(char* request, const char* tag, ReplyBuf* reply);
+  // The same exchange without the status check: the file's I/O alone.
+  void transfer(const char* request, ReplyBuf* reply);
 
   int32_t fd;
 };

@@ -43,16 +43,20 @@ class ScreenLock {
   pthread_mutex_t* m_;
 };
 
-// Draws a group of outputs with one copy of the pad to the terminal.
+// Draws a group of outputs with one copy of the pad to the terminal; a paced
+// group is copied at most every ScreenInterface::kPaceMs (see EndUpdate).
 class ScreenUpdate {
  public:
-  explicit ScreenUpdate(ScreenInterface* screen) : screen_(screen) { screen_->BeginUpdate(); }
-  ~ScreenUpdate() { screen_->EndUpdate(); }
+  explicit ScreenUpdate(ScreenInterface* screen, bool paced = false) : screen_(screen), paced_(paced) {
+    screen_->BeginUpdate();
+  }
+  ~ScreenUpdate() { screen_->EndUpdate(paced_); }
   ScreenUpdate(const ScreenUpdate&) = delete;
   ScreenUpdate& operator=(const ScreenUpdate&) = delete;
 
  private:
   ScreenInterface* screen_;
+  bool paced_;
 };
 
 void unlockOnCancel(void* m) { pthread_mutex_unlock(static_cast<pthread_mutex_t*>(m)); }
@@ -168,7 +172,14 @@ void VELKOR_UserInterface::drawText(int row, int col, int attribute, const char*
   screen->OutputToScreenWithAttribute(attribute, "%s", text);
 }
 
-int VELKOR_UserInterface::readKey() { return readKeyFromStdin(); }
+int VELKOR_UserInterface::readKey() {
+  {
+    // The question on the screen is shown whole before the key is waited for.
+    ScreenLock hold(&lock);
+    screen->Flush();
+  }
+  return readKeyFromStdin();
+}
 
 void VELKOR_UserInterface::clearRow(int row) {
   ScreenLock hold(&lock);
@@ -209,9 +220,8 @@ void VELKOR_UserInterface::showElapsed(int seconds) {
   uint64_t all = total, done_ = processed;
   if (!done && all != 0) {
     int percent = all > done_ ? static_cast<int>(done_ * 100 / all) : 99;
-    // The format ends in a lone '%', which prints as itself.
-    static const char* const format = "Time Elapsed: %s                       Percent finished: %d%\n";
-    screen->OutputToScreenWithAttribute(kAttrText, format, elapsed, percent);
+    screen->OutputToScreenWithAttribute(kAttrText, "Time Elapsed: %s                       Percent finished: %d%%\n",
+                                        elapsed, percent);
   } else {
     screen->OutputToScreenWithAttribute(kAttrText, "Time Elapsed: %s\n", elapsed);
   }
@@ -317,9 +327,12 @@ void VELKOR_UserInterface::displayCompNotSupported() {
 }
 
 void VELKOR_UserInterface::displayStats(unsigned long withLabels) {
+  // Taken for every object, so that an open abort question halts the scan here.
   ScreenLock hold(&lock);
-  // Counted objects repaint the block once each, not once per counter.
-  ScreenUpdate update(screen);
+  // The block goes into the pad for every object; the pad reaches the
+  // terminal at a human rate (a paced update), and at once at the next
+  // prompt, question, status, timer repaint or the end of the operation.
+  ScreenUpdate update(screen, true);
   const int width = static_cast<int>(strlen(CompStats::statsMsgs[0]));
   for (int row = 0; withLabels && row < 4; ++row) {
     screen->PositionOutputCursor(8 + row, 4);
@@ -327,10 +340,16 @@ void VELKOR_UserInterface::displayStats(unsigned long withLabels) {
                                         CompStats::statsMsgs[2 * row + 1]);
   }
   for (int i = 0; i < 8; ++i) {
-    uint64_t value = stats->counter(i);
+    unsigned int value = static_cast<unsigned int>(stats->counter(i));
+    // A counter that shows the same number already is not drawn again.
+    if (!withLabels && countersDrawn && shownCounters[i] == value) continue;
+    shownCounters[i] = value;
     screen->PositionOutputCursor(8 + i / 2, i % 2 == 0 ? width + 4 : 2 * width + 24);
-    screen->OutputToScreenWithAttribute(value ? kCounterColours[i] : kAttrPlain, "%15u", static_cast<unsigned int>(value));
+    screen->OutputToScreenWithAttribute(value ? kCounterColours[i] : kAttrPlain, "%15u", value);
   }
+  countersDrawn = true;
+  // The pad's cursor ends where drawing the last counter leaves it.
+  screen->PositionOutputCursor(11, 2 * width + 24 + 15);
 }
 
 // ---- The run's operation ----
@@ -358,6 +377,9 @@ void VELKOR_UserInterface::opDispatcher(int op, char* path, unsigned long noHead
     LogError(e);
     error = true;
   }
+  // The operation has ended: whatever it drew is shown now.
+  ScreenLock hold(&lock);
+  screen->Flush();
 }
 
 // The operations themselves know only their OperationView (this object)

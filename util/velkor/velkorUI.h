@@ -18,6 +18,12 @@
 // is written by the abort watch and read by the operation between objects;
 // `abortWatch`, `total` and `processed` are written by the operation and read
 // by the worker threads; `error` and `done` are written by the main thread.
+//
+// Output: the counter block (displayStats, every object) is a paced update,
+// sent to the terminal at most every 50 ms; any other drawing sends at once
+// and takes it along (the timer's repaint within a second), and readKey, the
+// final status and prompt, the abort question and the end of opDispatcher
+// send what is pending before anything waits.
 #pragma once
 
 #include <pthread.h>
@@ -96,6 +102,10 @@ class VELKOR_UserInterface : public OperationView {
   std::atomic<uint64_t> total;
   std::atomic<uint64_t> processed;
   pthread_mutex_t lock;
+  // The numbers the counter block shows (guarded by `lock`), so that a
+  // counter whose number has not changed is not drawn again.
+  unsigned int shownCounters[8] = {};
+  bool countersDrawn = false;
 
  private:
   static void* runTimerThread(void* self);

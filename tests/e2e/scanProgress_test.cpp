@@ -1,0 +1,57 @@
+// A scan's counters reach the terminal while it runs, although the screen is
+// sent at a human rate, and its final screen is exact.
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <set>
+#include <string>
+
+#include "e2e.h"
+#include "fixtures.h"
+
+using namespace e2efixtures;
+using testsupport::Simulator;
+using testsupport::VelkorTerminal;
+
+TEST(VolumeScan, CountersReachTheTerminalWhileTheScanRunsAndTheFinalScreenIsExact) {
+  json beasts = json::array();
+  for (int i = 0; i < 150; ++i) beasts.push_back(plainFile(1000 + i, "/f" + std::to_string(1000 + i)));
+  Simulator sim = Simulator::withFixture(volume(beasts, json::array()).dump());
+  // Objects come faster than the screen is sent (every 50 ms at most).
+  sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":10,"count":0})");
+  VelkorTerminal terminal(sim, {"-L", "VOL1"});
+  std::set<uint64_t> seen;  // processed counts shown before the end
+  while (!terminal.waitForRow(24, "Press any key to continue....", std::chrono::milliseconds(100))) {
+    ASSERT_TRUE(terminal.running()) << terminal.screenText();
+    std::vector<uint64_t> shown = testsupport::counters(terminal.screen());
+    if (!shown.empty() && shown[0] > 0 && shown[0] < 150) seen.insert(shown[0]);
+  }
+  std::vector<std::string> screen = terminal.screen();
+  terminal.send("x");
+  terminal.finish();
+  EXPECT_GE(seen.size(), 3u) << "intermediate counts shown while the scan ran";
+
+  const std::string kBlank;
+  const std::vector<std::string> expected = {
+      "                    KVF Compression Validate and Fix Screen",
+      kBlank,
+      "",  // the command line, checked below
+      kBlank,
+      "",  // the elapsed time (and the percentage of the timer's last repaint), checked below
+      kBlank,
+      "  Summary:",
+      kBlank,
+      "    Processed Files:                150    CC Bit Cleared:                    0",
+      "    Good Files:                     150    Open Files Skipped:                0",
+      "    Fixable Files:                    0    Corrupted Files:                   0",
+      "    Fixed Files:                      0    Deleted Files:                     0",
+  };
+  ASSERT_EQ(25u, screen.size());
+  for (size_t r = 0; r < 23; ++r) {
+    if (r == 2) EXPECT_EQ(0u, screen[r].find("  Command: ")) << screen[r];
+    else if (r == 4) EXPECT_TRUE(std::regex_match(screen[r], std::regex("  Time Elapsed: 00:00:\\d\\d( {23}Percent finished: \\d+%)?"))) << screen[r];
+    else EXPECT_EQ(r < expected.size() ? expected[r] : kBlank, screen[r]) << "row " << r;
+  }
+  EXPECT_EQ("  STATUS: finished successfully, check ./velkor.log for details", screen[23]);
+  EXPECT_EQ("  Press any key to continue....", screen[24]);
+}
