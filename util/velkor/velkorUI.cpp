@@ -340,12 +340,12 @@ void VELKOR_UserInterface::displayStats(unsigned long withLabels) {
                                         CompStats::statsMsgs[2 * row + 1]);
   }
   for (int i = 0; i < 8; ++i) {
-    unsigned int value = static_cast<unsigned int>(stats->counter(i));
+    uint64_t value = stats->counter(i);
     // A counter that shows the same number already is not drawn again.
     if (!withLabels && countersDrawn && shownCounters[i] == value) continue;
     shownCounters[i] = value;
     screen->PositionOutputCursor(8 + i / 2, i % 2 == 0 ? width + 4 : 2 * width + 24);
-    screen->OutputToScreenWithAttribute(value ? kCounterColours[i] : kAttrPlain, "%15u", value);
+    screen->OutputToScreenWithAttribute(value ? kCounterColours[i] : kAttrPlain, "%15u", static_cast<unsigned int>(value));
   }
   countersDrawn = true;
   // The pad's cursor ends where drawing the last counter leaves it.

@@ -104,7 +104,7 @@ class VELKOR_UserInterface : public OperationView {
   pthread_mutex_t lock;
   // The numbers the counter block shows (guarded by `lock`), so that a
   // counter whose number has not changed is not drawn again.
-  unsigned int shownCounters[8] = {};
+  uint64_t shownCounters[8] = {};
   bool countersDrawn = false;
 
  private:
