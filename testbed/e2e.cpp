@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -253,10 +254,26 @@ void answerTerminal(const char* bytes, size_t len, void* user) {
 
 }  // namespace
 
+namespace {
+
+VelkorTerminal::Options withSimulator(const Simulator& sim, VelkorTerminal::Options options) {
+  options.sandbox.insert(options.sandbox.end(), {"--admin", sim.adminDir()});
+  for (const std::string& volume : options.volumes) {
+    std::string mountPoint = sim.mountPoint(volume);
+    if (!mountPoint.empty()) options.sandbox.insert(options.sandbox.end(), {"--volume", mountPoint + "=" + sim.volumeDir(volume)});
+  }
+  return options;
+}
+
+}  // namespace
+
 VelkorTerminal::VelkorTerminal(const Simulator& sim, const std::vector<std::string>& args)
     : VelkorTerminal(sim, args, Options()) {}
 
 VelkorTerminal::VelkorTerminal(const Simulator& sim, const std::vector<std::string>& args, const Options& options)
+    : VelkorTerminal(args, withSimulator(sim, options)) {}
+
+VelkorTerminal::VelkorTerminal(const std::vector<std::string>& args, const Options& options)
     : screen_(std::make_unique<Screen>(options.rows, options.cols)) {
   if (options.cwd.empty()) {
     ownDir_ = std::make_unique<TempDir>();
@@ -265,11 +282,8 @@ VelkorTerminal::VelkorTerminal(const Simulator& sim, const std::vector<std::stri
     cwd_ = options.cwd;
   }
   std::vector<std::string> argv = options.wrapper;
-  argv.insert(argv.end(), {sourcePath("scripts/kvf-sandbox"), "--admin", sim.adminDir()});
-  for (const std::string& volume : options.volumes) {
-    std::string mountPoint = sim.mountPoint(volume);
-    if (!mountPoint.empty()) argv.insert(argv.end(), {"--volume", mountPoint + "=" + sim.volumeDir(volume)});
-  }
+  argv.push_back(sourcePath("scripts/kvf-sandbox"));
+  argv.insert(argv.end(), options.sandbox.begin(), options.sandbox.end());
   if (!options.cfg.empty()) {
     writeFile(cwd_ + "/kvfstart.cfg", options.cfg);
     argv.insert(argv.end(), {"--cfg", cwd_ + "/kvfstart.cfg"});
@@ -352,22 +366,26 @@ void VelkorTerminal::pump(std::chrono::milliseconds wait) {
   reap(false);
 }
 
-bool VelkorTerminal::waitFor(const std::string& text, std::chrono::milliseconds timeout) {
+bool VelkorTerminal::waitUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout) {
   auto deadline = Clock::now() + timeout;
   for (;;) {
-    if (screenText().find(text) != std::string::npos) return true;
+    if (done()) return true;
     if ((pid_ <= 0 && master_ < 0) || Clock::now() >= deadline) return false;
     pump(std::chrono::milliseconds(20));
   }
 }
 
+void VelkorTerminal::settle(std::chrono::milliseconds quiet) {
+  pollfd fd = {master_, POLLIN, 0};
+  while (master_ >= 0 && poll(&fd, 1, int(quiet.count())) > 0) pump(quiet);
+}
+
+bool VelkorTerminal::waitFor(const std::string& text, std::chrono::milliseconds timeout) {
+  return waitUntil([&] { return screenText().find(text) != std::string::npos; }, timeout);
+}
+
 bool VelkorTerminal::waitForRow(int row, const std::string& text, std::chrono::milliseconds timeout) {
-  auto deadline = Clock::now() + timeout;
-  for (;;) {
-    if (this->row(row).find(text) != std::string::npos) return true;
-    if ((pid_ <= 0 && master_ < 0) || Clock::now() >= deadline) return false;
-    pump(std::chrono::milliseconds(20));
-  }
+  return waitUntil([&] { return this->row(row).find(text) != std::string::npos; }, timeout);
 }
 
 bool VelkorTerminal::waitExit(std::chrono::milliseconds timeout) {
@@ -430,6 +448,33 @@ bool VelkorTerminal::bold(int row, int col) const {
   VTermScreenCell cell;
   VTermPos pos = {row, col};
   return vterm_screen_get_cell(screen_->screen, pos, &cell) && cell.attrs.bold;
+}
+
+std::string VelkorTerminal::snapshot() const {
+  std::vector<std::string> kinds;
+  std::string out;
+  for (int r = 0; r < screen_->rows; ++r) {
+    std::string text, attrs;
+    for (int c = 0; c < screen_->cols; ++c) {
+      VTermScreenCell cell;
+      vterm_screen_get_cell(screen_->screen, VTermPos{r, c}, &cell);
+      text += cell.chars[0] == 0 ? ' ' : cell.chars[0] < 0x80 ? char(cell.chars[0]) : '?';
+      std::string kind = std::to_string(cell.attrs.bold) + std::to_string(cell.attrs.reverse);
+      for (const VTermColor* colour : {&cell.fg, &cell.bg})
+        kind += VTERM_COLOR_IS_DEFAULT_FG(colour) || VTERM_COLOR_IS_DEFAULT_BG(colour) ? std::string("/d")
+                : VTERM_COLOR_IS_INDEXED(colour)
+                    ? "/" + std::to_string(colour->indexed.idx)
+                    : "/" + std::to_string(colour->rgb.red) + "." + std::to_string(colour->rgb.green) + "." +
+                          std::to_string(colour->rgb.blue);
+      size_t k = std::find(kinds.begin(), kinds.end(), kind) - kinds.begin();
+      if (k == kinds.size()) kinds.push_back(kind);
+      attrs += char('a' + k % 26);
+    }
+    out += text + "\n" + attrs + "\n";
+  }
+  VTermPos cursor;
+  vterm_state_get_cursorpos(vterm_obtain_state(screen_->vt), &cursor);
+  return out + "cursor " + std::to_string(cursor.row) + "," + std::to_string(cursor.col) + "\n";
 }
 
 std::string VelkorTerminal::row(int r) const {

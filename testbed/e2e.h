@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -82,8 +83,9 @@ std::string requestText(void (*build)(velkor::RequestText&, Params...), Args... 
   return text.text();
 }
 
-// velkor in the sandbox in a pseudo-terminal, its output fed to a terminal
-// emulator; killed when destroyed.
+// velkor (or another program of the build) in the sandbox in a
+// pseudo-terminal, its output fed to a terminal emulator; killed when
+// destroyed. The one terminal runner of the tests and benchmarks.
 class VelkorTerminal {
  public:
   struct Options {
@@ -93,9 +95,13 @@ class VelkorTerminal {
     std::string binary;                               // default: the built velkor
     std::string cwd;                                  // default: a temporary directory
     std::vector<std::string> wrapper;                 // a command put before the sandbox (e.g. strace)
+    std::vector<std::string> sandbox;                 // more sandbox arguments (e.g. --manage-file FILE)
   };
+  // With the simulator's admin directory and volumes in the sandbox.
   VelkorTerminal(const Simulator& sim, const std::vector<std::string>& args, const Options& options);
   VelkorTerminal(const Simulator& sim, const std::vector<std::string>& args);
+  // Without a simulator: only what options.sandbox binds.
+  VelkorTerminal(const std::vector<std::string>& args, const Options& options);
   ~VelkorTerminal();
   VelkorTerminal(const VelkorTerminal&) = delete;
   VelkorTerminal& operator=(const VelkorTerminal&) = delete;
@@ -107,6 +113,11 @@ class VelkorTerminal {
   bool signalProgram(int sig);
   // Sends a signal to the terminal's process group: the sandbox and velkor.
   void sendSignal(int signal);
+  // Reads the output until `done` holds; false on timeout or when the
+  // program ended first without it holding.
+  bool waitUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout = std::chrono::seconds(20));
+  // Reads the output until nothing has come for `quiet`.
+  void settle(std::chrono::milliseconds quiet);
   // Waits until the screen shows `text`; false on timeout or when the program ended first without showing it.
   bool waitFor(const std::string& text, std::chrono::milliseconds timeout = std::chrono::seconds(20));
   // The same, looking at one row only: cheap enough to call after every
@@ -126,6 +137,11 @@ class VelkorTerminal {
   std::string row(int r) const;             // one row, trailing blanks removed
   std::string screenText() const;           // the rows joined by newlines
   bool bold(int row, int col) const;        // whether that cell is drawn bold
+  // The whole terminal as text: each row (ASCII, '?' for others), then a
+  // row of attribute letters (one letter per distinct bold, reverse,
+  // foreground and background combination, in order of appearance), then
+  // the cursor position.
+  std::string snapshot() const;
   // The terminal as the program left it: whether the alternate screen is
   // still shown and the cursor hidden (as the emulator saw the output), and
   // the terminal modes (echo, canonical input, ...) taken when the last

@@ -2,8 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <pty.h>
-#include <sys/ioctl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,7 +11,6 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <chrono>
 #include <stdexcept>
 
 namespace testsupport {
@@ -82,57 +79,6 @@ ProcessResult runProcess(const std::vector<std::string>& argv, const std::string
   int status = 0;
   waitpid(pid, &status, 0);
   if (WIFEXITED(status)) result.exitStatus = WEXITSTATUS(status);
-  if (WIFSIGNALED(status)) result.signal = WTERMSIG(status);
-  return result;
-}
-
-ProcessResult runInTerminal(const std::vector<std::string>& argv, const std::vector<TerminalStep>& steps,
-                            const std::string& cwd, int rows, int cols, int timeoutSeconds) {
-  struct winsize size = {};
-  size.ws_row = static_cast<unsigned short>(rows);
-  size.ws_col = static_cast<unsigned short>(cols);
-  int master = -1;
-  pid_t pid = forkpty(&master, nullptr, nullptr, &size);
-  if (pid < 0) throw std::runtime_error("forkpty failed");
-  if (pid == 0) {
-    if (!cwd.empty() && chdir(cwd.c_str()) != 0) _exit(126);
-    setenv("TERM", "xterm", 1);
-    std::vector<char*> args;
-    for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    execvp(args[0], args.data());
-    _exit(127);
-  }
-  ProcessResult result;
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
-  size_t step = 0, searchFrom = 0;
-  bool killed = false;
-  char buf[65536];
-  for (;;) {
-    while (step < steps.size()) {
-      size_t at = result.out.find(steps[step].expect, searchFrom);
-      if (at == std::string::npos) break;
-      searchFrom = at + steps[step].expect.size();
-      if (!steps[step].keys.empty() && write(master, steps[step].keys.data(), steps[step].keys.size()) < 0) break;
-      ++step;
-    }
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-    if (left.count() <= 0) {
-      kill(-pid, SIGKILL);  // the whole group: the sandbox and what it runs
-      kill(pid, SIGKILL);
-      killed = true;
-      break;
-    }
-    pollfd fd = {master, POLLIN, 0};
-    if (poll(&fd, 1, static_cast<int>(left.count())) <= 0) continue;
-    ssize_t n = read(master, buf, sizeof buf);
-    if (n <= 0) break;  // the terminal's last user closed it
-    result.out.append(buf, n);
-  }
-  close(master);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  if (WIFEXITED(status) && !killed) result.exitStatus = WEXITSTATUS(status);
   if (WIFSIGNALED(status)) result.signal = WTERMSIG(status);
   return result;
 }

@@ -19,20 +19,6 @@ struct ProcessResult {
 ProcessResult runProcess(const std::vector<std::string>& argv, const std::string& input = "",
                          const std::string& cwd = "");
 
-// One step of a terminal conversation: when the output so far holds `expect`
-// (searched after the previous step's match), type `keys`.
-struct TerminalStep {
-  std::string expect;
-  std::string keys;
-};
-
-// Runs argv in a pseudo-terminal of rows x cols (TERM=xterm) in directory cwd
-// and plays the steps. `out` gets everything written to the terminal. A
-// process still running after timeoutSeconds is killed (exitStatus -1,
-// signal SIGKILL), so a test never hangs.
-ProcessResult runInTerminal(const std::vector<std::string>& argv, const std::vector<TerminalStep>& steps,
-                            const std::string& cwd = "", int rows = 25, int cols = 100, int timeoutSeconds = 60);
-
 // Paths of the tree under test.
 std::string sourcePath(const std::string& relative);
 std::string binaryPath(const std::string& relative);

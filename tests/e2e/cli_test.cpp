@@ -6,7 +6,7 @@
 #include <regex>
 #include <sstream>
 
-#include "process.h"
+#include "e2e.h"
 
 using testsupport::ProcessResult;
 using testsupport::TempDir;
@@ -32,12 +32,14 @@ class CommandLine : public ::testing::Test {
   }
 
   // A run that gets to its screen: answers the final prompt with a key.
-  ProcessResult velkorRun(std::vector<std::string> args) {
-    std::vector<std::string> command = {testsupport::sourcePath("scripts/kvf-sandbox"), "--cwd", dir.path(),
-                                        "--manage-file", dir.file("manage.cmd"), "--",
-                                        testsupport::velkorBinary()};
-    command.insert(command.end(), args.begin(), args.end());
-    return testsupport::runInTerminal(command, {{"Press any key to continue....", "x"}}, dir.path());
+  int velkorRun(std::vector<std::string> args) {
+    testsupport::VelkorTerminal::Options options;
+    options.cwd = dir.path();
+    options.sandbox = {"--manage-file", dir.file("manage.cmd")};
+    testsupport::VelkorTerminal run(args, options);
+    if (run.waitFor("Press any key to continue....")) run.send("x");
+    run.finish();
+    return run.exitStatus();
   }
 
   std::string log(const std::string& name = "velkor.log") { return testsupport::readFile(dir.file(name)); }
@@ -154,10 +156,10 @@ TEST_F(CommandLine, RejectedCommandLines) {
 }
 
 TEST_F(CommandLine, AcceptedCommandLinesWriteTheLog) {
-  EXPECT_EQ(0, velkorRun({"-L", "-L", "vol"}).exitStatus);
-  EXPECT_EQ(0, velkorRun({"-H", "--list", "file", "ignored"}).exitStatus);
-  EXPECT_EQ(0, velkorRun({"--path=x.log", "-S", "VOL"}).exitStatus);
-  EXPECT_EQ(0, velkorRun({"-p", "y.log", "-S", "VOL"}).exitStatus);
+  EXPECT_EQ(0, velkorRun({"-L", "-L", "vol"}));
+  EXPECT_EQ(0, velkorRun({"-H", "--list", "file", "ignored"}));
+  EXPECT_EQ(0, velkorRun({"--path=x.log", "-S", "VOL"}));
+  EXPECT_EQ(0, velkorRun({"-p", "y.log", "-S", "VOL"}));
   EXPECT_NE(std::string::npos, log().find(" <argv index=\"3\" argv=\"vol\" />\n"));
   EXPECT_NE(std::string::npos, log().find(" <argv index=\"4\" argv=\"ignored\" />\n"));
   EXPECT_NE(std::string::npos, log("x.log").find(" <argv index=\"1\" argv=\"--path=x.log\" />\n"));
@@ -174,8 +176,8 @@ TEST_F(CommandLine, UnopenableLogIsReported) {
 // Two runs append two documents; times and the build stamp are masked. The
 // management file is a plain file, so each operation ends in an error.
 TEST_F(CommandLine, RunLogDocumentsAppend) {
-  ASSERT_EQ(0, velkorRun({"-L", "VOL1"}).exitStatus);
-  ASSERT_EQ(0, velkorRun({"-H", "-p", "velkor.log", "-S", "VOL1"}).exitStatus);
+  ASSERT_EQ(0, velkorRun({"-L", "VOL1"}));
+  ASSERT_EQ(0, velkorRun({"-H", "-p", "velkor.log", "-S", "VOL1"}));
   std::string text = log();
   std::regex time(R"(<CurrentTime time="[A-Z][a-z]{2} \d{2}, \d{4}  \d{2}:\d{2}:\d{2} [AP]M  [+-]\d{4}" timeValue="\d+" />)");
   text = std::regex_replace(text, time, "<CurrentTime T/>");
@@ -230,6 +232,6 @@ TEST_F(CommandLine, LogThroughAnotherUsersLinkIsRefused) {
   EXPECT_EQ("precious\n", log("target"));
 
   ASSERT_EQ(0, lchown(dir.file("velkor.log").c_str(), geteuid(), getegid()));
-  EXPECT_EQ(0, velkorRun({"-L", "VOL1"}).exitStatus);
+  EXPECT_EQ(0, velkorRun({"-L", "VOL1"}));
   EXPECT_EQ(0u, log("target").find("precious\n<velkor>\n"));
 }

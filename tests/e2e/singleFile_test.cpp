@@ -193,26 +193,24 @@ TEST(SingleFile, RunningStatusOfAFileOperation) {
 // dies by the signal, and the log says so but is not finished.
 TEST(SingleFile, InterruptLeavesTheTerminalUsable) {
   Simulator sim = Simulator::withFixture(fixture().dump());
-  testsupport::TempDir dir;
   // As at a real terminal, a shell that survives Ctrl-C leads the session:
   // were the sandbox the leader, its death would also send SIGHUP. Ctrl-C
   // also ends the sandbox, so the shell stays until velkor itself has gone:
   // velkor inherits the write end of a pipe whose reader (immune to Ctrl-C)
   // ends when the last writer closes it.
-  std::vector<std::string> command = {"/bin/bash", "-c",
-                                      "trap : INT; exec 9> >(trap '' INT; cat); \"$@\"; s=$?; exec 9>&-; wait $!; exit $s", "bash",
-                                      testsupport::sourcePath("scripts/kvf-sandbox"), "--admin", sim.adminDir(),
-                                      "--volume", kVol + "=" + sim.volumeDir("VOL1"), "--cwd", dir.path(), "--",
-                                      testsupport::velkorBinary(), "-l", kVol + "/good.dat"};
-  testsupport::ProcessResult r =
-      testsupport::runInTerminal(command, {{"Press any key to continue....", "\x03"}}, dir.path());
-  EXPECT_TRUE(r.signal == SIGINT || r.exitStatus == 128 + SIGINT) << r.exitStatus << " " << r.signal;
-  size_t handled = r.out.find("Handling signal 2.");
-  ASSERT_NE(std::string::npos, handled) << r.out.substr(r.out.size() > 300 ? r.out.size() - 300 : 0);
+  testsupport::VelkorTerminal::Options options;
+  options.wrapper = {"/bin/bash", "-c",
+                     "trap : INT; exec 9> >(trap '' INT; cat); \"$@\"; s=$?; exec 9>&-; wait $!; exit $s", "bash"};
+  testsupport::VelkorTerminal run(sim, {"-l", kVol + "/good.dat"}, options);
+  ASSERT_TRUE(run.waitFor("Press any key to continue....")) << run.screenText();
+  run.send("\x03");
+  run.finish();
+  EXPECT_TRUE(run.signal() == SIGINT || run.exitStatus() == 128 + SIGINT) << run.exitStatus() << " " << run.signal();
+  EXPECT_NE(std::string::npos, run.screenText().find("Handling signal 2.")) << run.screenText();
   // Leaving curses mode shows the cursor again and leaves the alternate screen.
-  EXPECT_NE(std::string::npos, r.out.find("\x1b[?25h", handled)) << "cursor shown again";
-  EXPECT_NE(std::string::npos, r.out.find("\x1b[?1049l", handled)) << "alternate screen left";
-  std::string log = testsupport::readFile(dir.file("velkor.log"));
+  EXPECT_TRUE(run.cursorVisible());
+  EXPECT_FALSE(run.alternateScreen());
+  std::string log = run.runLog();
   EXPECT_NE(std::string::npos, log.find("Resending signal to default handler.\n"));
   EXPECT_EQ(std::string::npos, log.find("</velkor>"));
 }
