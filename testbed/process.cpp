@@ -83,6 +83,12 @@ ProcessResult runProcess(const std::vector<std::string>& argv, const std::string
   return result;
 }
 
+ProcessResult runBuilt(const std::string& relative, const std::vector<std::string>& args) {
+  std::vector<std::string> argv = {binaryPath(relative)};
+  argv.insert(argv.end(), args.begin(), args.end());
+  return runProcess(argv);
+}
+
 std::string sourcePath(const std::string& relative) { return std::string(VELKOR_SOURCE_DIR) + "/" + relative; }
 std::string binaryPath(const std::string& relative) { return std::string(VELKOR_BINARY_DIR) + "/" + relative; }
 

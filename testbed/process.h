@@ -19,6 +19,9 @@ struct ProcessResult {
 ProcessResult runProcess(const std::vector<std::string>& argv, const std::string& input = "",
                          const std::string& cwd = "");
 
+// Runs a program of the build (a path below the build directory) with `args`.
+ProcessResult runBuilt(const std::string& relative, const std::vector<std::string>& args);
+
 // Paths of the tree under test.
 std::string sourcePath(const std::string& relative);
 std::string binaryPath(const std::string& relative);

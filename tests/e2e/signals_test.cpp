@@ -8,11 +8,7 @@ using testsupport::ProcessResult;
 
 namespace {
 
-ProcessResult probe(const std::vector<std::string>& args) {
-  std::vector<std::string> command = {testsupport::binaryPath("tests/e2e/signal_probe")};
-  command.insert(command.end(), args.begin(), args.end());
-  return testsupport::runProcess(command);
-}
+ProcessResult probe(const std::vector<std::string>& args) { return testsupport::runBuilt("tests/e2e/signal_probe", args); }
 
 }  // namespace
 

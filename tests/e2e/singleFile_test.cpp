@@ -2,6 +2,7 @@
 // sandbox, against the simulator; the screen, the run log and the requests.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <termios.h>
 
 #include <regex>
 #include <string>
@@ -203,13 +204,18 @@ TEST(SingleFile, InterruptLeavesTheTerminalUsable) {
                      "trap : INT; exec 9> >(trap '' INT; cat); \"$@\"; s=$?; exec 9>&-; wait $!; exit $s", "bash"};
   testsupport::VelkorTerminal run(sim, {"-l", kVol + "/good.dat"}, options);
   ASSERT_TRUE(run.waitFor("Press any key to continue....")) << run.screenText();
+  EXPECT_TRUE(run.alternateScreen() && !run.cursorVisible()) << "seen while curses shows its screen";
   run.send("\x03");
   run.finish();
   EXPECT_TRUE(run.signal() == SIGINT || run.exitStatus() == 128 + SIGINT) << run.exitStatus() << " " << run.signal();
   EXPECT_NE(std::string::npos, run.screenText().find("Handling signal 2.")) << run.screenText();
-  // Leaving curses mode shows the cursor again and leaves the alternate screen.
+  // Leaving curses mode shows the cursor again, leaves the alternate screen
+  // and gives back echo and canonical input.
   EXPECT_TRUE(run.cursorVisible());
   EXPECT_FALSE(run.alternateScreen());
+  struct termios modes;
+  ASSERT_TRUE(run.modesAtEnd(&modes));
+  EXPECT_TRUE((modes.c_lflag & ECHO) && (modes.c_lflag & ICANON));
   std::string log = run.runLog();
   EXPECT_NE(std::string::npos, log.find("Resending signal to default handler.\n"));
   EXPECT_EQ(std::string::npos, log.find("</velkor>"));

@@ -23,9 +23,7 @@ using testsupport::VelkorTerminal;
 namespace {
 
 ProcessResult velkorReport(const std::vector<std::string>& args) {
-  std::vector<std::string> argv = {testsupport::binaryPath("report/velkor-report")};
-  argv.insert(argv.end(), args.begin(), args.end());
-  return testsupport::runProcess(argv);
+  return testsupport::runBuilt("report/velkor-report", args);
 }
 
 // The status velkor showed at its end: "STATUS: <text>, check ./velkor.log for details".

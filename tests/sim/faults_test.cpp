@@ -16,15 +16,10 @@ using testsupport::Simulator;
 
 namespace {
 
-class Faults : public ::testing::Test {
+class Faults : public FixtureTest {
  protected:
-  Simulator sim = Simulator::withFixture(kFixture);
-  // The daemon ends cleanly (sanitizer builds report their findings in its exit status).
-  void TearDown() override { EXPECT_EQ(sim.stop(), 0) << sim.daemonOutput(); }
   std::string info101() { return sim.manage(getBeastInfo("VOL1", "101", 15, true)); }
-  std::string status101() {
-    return sim.state()["volumes"][0]["beasts"][1]["comp"]["status"].dump();
-  }
+  std::string status101() { return beast(101)["comp"]["status"].dump(); }
 };
 
 TEST_F(Faults, RulesPickByVolumeAndZid) {

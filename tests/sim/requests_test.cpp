@@ -12,26 +12,7 @@ using testsupport::Simulator;
 
 namespace {
 
-class Requests : public ::testing::Test {
- protected:
-  Simulator sim = Simulator::withFixture(kFixture);
-  // The daemon ends cleanly (sanitizer builds report their findings in its exit status).
-  void TearDown() override { EXPECT_EQ(sim.stop(), 0) << sim.daemonOutput(); }
-
-  nlohmann::json beast(uint64_t zid) {
-    nlohmann::json state = sim.state();
-    for (const auto& v : state["volumes"])
-      for (const auto& b : v["beasts"])
-        if (b["zid"] == zid) return b;
-    return nullptr;
-  }
-  nlohmann::json compBeast(uint64_t zid) {
-    nlohmann::json state = sim.state();
-    for (const auto& c : state["volumes"][0]["compBeasts"])
-      if (c["zid"] == zid) return c;
-    return nullptr;
-  }
-};
+using Requests = FixtureTest;
 
 TEST_F(Requests, NamesAndPaths) {
   std::string r = sim.manage(getBeastFullName("VOL1", "101"));

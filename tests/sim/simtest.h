@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <string>
 
+#include <gtest/gtest.h>
+
 #include "e2e.h"
 
 namespace simtest {
@@ -36,5 +38,19 @@ long resultOf(const std::string& reply, const std::string& tag);
 // Two volumes: VOL1 (compression on) with a directory, files in every
 // compression state, a deleted file and a data stream; VOL2 (compression off).
 extern const char kFixture[];
+
+// A test on kFixture whose daemon must end cleanly (sanitizer builds report
+// their findings in its exit status).
+class FixtureTest : public ::testing::Test {
+ protected:
+  testsupport::Simulator sim = testsupport::Simulator::withFixture(kFixture);
+  void TearDown() override { EXPECT_EQ(sim.stop(), 0) << sim.daemonOutput(); }
+  // An object of the state's first volume by zid; null when there is none.
+  nlohmann::json beast(uint64_t zid) const { return find("beasts", zid); }
+  nlohmann::json compBeast(uint64_t zid) const { return find("compBeasts", zid); }
+
+ private:
+  nlohmann::json find(const char* list, uint64_t zid) const;
+};
 
 }  // namespace simtest
