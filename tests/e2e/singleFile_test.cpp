@@ -180,10 +180,8 @@ TEST(SingleFile, RunningStatusOfAFileOperation) {
   VelkorTerminal terminal(sim, {"-l", kVol + "/good.dat"});
   // The status is first drawn before the operation is known, then again.
   ASSERT_TRUE(terminal.waitFor("STATUS: running"));
-  auto settled = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-  while (row(terminal, 23) != "  STATUS: running" && std::chrono::steady_clock::now() < settled)
-    terminal.waitFor("Press any key", std::chrono::milliseconds(20));
-  EXPECT_EQ("  STATUS: running", row(terminal, 23));
+  EXPECT_TRUE(terminal.waitUntil([&] { return row(terminal, 23) == "  STATUS: running"; }, std::chrono::seconds(1)))
+      << row(terminal, 23);
   ASSERT_TRUE(terminal.waitFor("Press any key"));
   terminal.send("x");
   terminal.finish();

@@ -152,20 +152,14 @@ UncompBeastInfo::UncompBeastInfo(const char* volumeName, XML_ElementInfo_s* elem
     return;
   }
   valid = 1;
-  try {
-    fillInRootInfo(&c[0].element);
-    // The named information is needed as much as the root information.
-    if (!(c[1].status & QXML::TAG_FOUND)) throw KVFError("Failed to get named info", zERR_XML_IS_BAD, KVF_HERE);
-    setNamedInfo(&c[1].element);
-    if (c[2].status & QXML::TAG_FOUND) setFileInfo(&c[2].element);
-  } catch (...) {
-    delete compInfo;
-    compInfo = nullptr;
-    throw;
-  }
+  fillInRootInfo(&c[0].element);
+  // The named information is needed as much as the root information.
+  if (!(c[1].status & QXML::TAG_FOUND)) throw KVFError("Failed to get named info", zERR_XML_IS_BAD, KVF_HERE);
+  setNamedInfo(&c[1].element);
+  if (c[2].status & QXML::TAG_FOUND) setFileInfo(&c[2].element);
 }
 
-UncompBeastInfo::~UncompBeastInfo() { delete compInfo; }
+UncompBeastInfo::~UncompBeastInfo() = default;
 
 void UncompBeastInfo::fillInRootInfo(XML_ElementInfo_s* root) {
   const TagRequest_s rows[] = {{"eof", kRequired},     {"variableDataComp", kOptional}, {"storageInfo", kRequired},
@@ -181,8 +175,7 @@ void UncompBeastInfo::fillInRootInfo(XML_ElementInfo_s* root) {
     default: beastType = beastUnknown; break;
   }
   physSize = getPhysSize(&c[2].element);
-  compInfo = nullptr;
-  if (hasContent(c[1])) compInfo = new CompInfo(&c[1].element);
+  compInfo.reset(hasContent(c[1]) ? new CompInfo(&c[1].element) : nullptr);
 }
 
 void UncompBeastInfo::setNamedInfo(XML_ElementInfo_s* named) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <ostream>
 
 #include "common_cpp/qXML.h"
@@ -79,7 +80,7 @@ class UncompBeastInfo {
   // 0 File, 1 DataStream, 2 ExtendedAttribute, 3 DeletedFile.
   int getParentNameType(QXML::XML_ElementInfo_s* parent);
 
-  CompInfo* compInfo;
+  std::unique_ptr<CompInfo> compInfo;  // null when the file has no compression record
   uint64_t eof;
   char zid[21];
   char name[256];

@@ -98,7 +98,7 @@ void hasProblem(char* volume, char* zid, UncompBeastInfo** file, CompBeastInfo**
     return;
   }
   const bool streamCompressed = f->attributes & attrDataStreamCompress;
-  const CompInfo* info = f->compInfo;
+  const CompInfo* info = f->compInfo.get();
   if (!info) {
     if (streamCompressed) setProblem(stats, invalidAttribute);
     if (f->eof != 0 && f->physSize == 0) setProblem(stats, noPhysicalData);
@@ -156,7 +156,7 @@ void hasProblem(char* volume, char* zid, UncompBeastInfo** file, CompBeastInfo**
 
 int fixProblem(char* volume, char* zid, UncompBeastInfo* file, CompBeastInfo* compData, CompStats* stats) {
   if ((file->attributes & attrSubdirectory) || (stats->problemFlags & skippedChecking) || !file->compInfo) return 0;
-  const CompInfo* info = file->compInfo;
+  const CompInfo* info = file->compInfo.get();
   const uint64_t attributes = file->attributes;
   const bool streamCompressed = attributes & attrDataStreamCompress;
   const bool addCompLog = info->action & actionAddCompLog;
