@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <cstring>
 #include <exception>
 #include <iostream>
@@ -137,30 +138,25 @@ int velkorMain(int argc, char** argv) {
   const unsigned int operation = line.operation;
   const bool checkHeader = line.checkHeader;
 
-  char* path = formObjectPath(operation, argv[line.operand]);
+  std::unique_ptr<char, decltype(&free)> path(formObjectPath(operation, argv[line.operand]), free);
   if (!path) return 1;
 
   RunLog log;
-  if (!log.open(logPath)) {
-    free(path);
-    return 1;
-  }
+  if (!log.open(logPath)) return 1;
   LogDocumentStart(argc, argv);
   atexit(VELKOR_AtExitCleanup);
 
-  velkor::VELKOR_UserInterface* ui = nullptr;
+  std::unique_ptr<velkor::VELKOR_UserInterface> ui;
   try {
-    ui = new velkor::VELKOR_UserInterface(argc, argv);
+    ui = std::make_unique<velkor::VELKOR_UserInterface>(argc, argv);
   } catch (const std::exception& e) {
     LogInterfaceFailure(e.what());
-    free(path);
     return 1;
   }
 
-  ui->opDispatcher(static_cast<int>(operation), path, checkHeader ? 0 : 1);
-  delete ui;
+  ui->opDispatcher(static_cast<int>(operation), path.get(), checkHeader ? 0 : 1);
+  ui.reset();  // the screen is given back before the document ends
 
   LogDocumentEnd();
-  free(path);
   return 0;
 }
