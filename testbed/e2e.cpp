@@ -160,6 +160,13 @@ std::string Simulator::mountPoint(const std::string& volume) const {
 
 nlohmann::json Simulator::state() const { return nlohmann::json::parse(readFile(mount_ + "/control/state.json")); }
 
+nlohmann::json Simulator::object(const char* list, uint64_t zid) const {
+  const nlohmann::json all = state();
+  for (const nlohmann::json& b : all["volumes"][0][list])
+    if (b["zid"] == zid) return b;
+  return nullptr;
+}
+
 std::vector<nlohmann::json> Simulator::requests() const {
   std::vector<nlohmann::json> out;
   std::istringstream lines(readFile(mount_ + "/control/requests.jsonl"));

@@ -53,6 +53,11 @@ class Simulator {
   // The volume's mount point ("" when unknown), from control/volumes.json.
   std::string mountPoint(const std::string& volume) const;
   nlohmann::json state() const;                   // control/state.json
+  // An object of the first volume in the live state, by zid; null when
+  // there is none.
+  nlohmann::json beast(uint64_t zid) const { return object("beasts", zid); }
+  nlohmann::json compBeast(uint64_t zid) const { return object("compBeasts", zid); }
+  nlohmann::json object(const char* list, uint64_t zid) const;
   std::vector<nlohmann::json> requests() const;   // control/requests.jsonl
   // The requests of one kind (e.g. "setBeastInfo"), in order.
   std::vector<nlohmann::json> requestsOf(const std::string& kind) const;

@@ -23,14 +23,6 @@ json withMountPoint(json fixture, const std::string& mountPoint) {
 
 }  // namespace
 
-json volumeFixture(const std::string& mountPoint, const json& beasts, const json& compBeasts) {
-  return {{"volumes", json::array({{{"name", "VOL1"},
-                                    {"state", "active"},
-                                    {"mountPoint", mountPoint},
-                                    {"beasts", beasts},
-                                    {"compBeasts", compBeasts}}})}};
-}
-
 MountedVolume::MountedVolume(json fixture)
     : mountPoint(linkPath(linkDir)),
       sim(testsupport::Simulator::withFixture(withMountPoint(std::move(fixture), linkPath(linkDir)).dump())),
@@ -58,17 +50,6 @@ velkor::CompStats& MountedVolume::check(uint64_t zid, bool fix, bool del, bool n
   zidText.push_back('\0');
   velkor::checkCompressionStatus(volume, zidText.data(), &args, &stats);
   return stats;
-}
-
-json MountedVolume::beast(uint64_t zid) const { return object("beasts", zid); }
-
-json MountedVolume::compBeast(uint64_t zid) const { return object("compBeasts", zid); }
-
-json MountedVolume::object(const char* list, uint64_t zid) const {
-  const json state = sim.state();
-  for (const json& b : state["volumes"][0][list])
-    if (b["zid"] == zid) return b;
-  return nullptr;
 }
 
 }  // namespace componenttest

@@ -20,11 +20,6 @@ struct MountedVolume {
   // Runs the per-file check on one zid with fresh counters and problem word;
   // the counters are those of this one file.
   velkor::CompStats& check(uint64_t zid, bool fix, bool del, bool noHeader = false);
-  // The beast in the simulator's live state, or null json when it is gone.
-  json beast(uint64_t zid) const;
-  json compBeast(uint64_t zid) const;
-  // The object of that zid in one of the state's lists, or null json.
-  json object(const char* list, uint64_t zid) const;
 
   testsupport::TempDir linkDir;
   std::string mountPoint;
@@ -33,9 +28,5 @@ struct MountedVolume {
   velkor::CompStats stats;
   char volume[8] = "VOL1";
 };
-
-// The fixture of one volume "VOL1" holding `beasts` and `compBeasts`, mounted
-// at `mountPoint`.
-json volumeFixture(const std::string& mountPoint, const json& beasts, const json& compBeasts);
 
 }  // namespace componenttest

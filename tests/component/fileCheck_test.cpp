@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "checkFixture.h"
+#include "fixtures.h"
 #include "velkor/beastQueries.h"
 #include "common_cpp/kvfError.h"
 #include "velkor/velkorHelper.h"
@@ -202,7 +203,7 @@ json sweepFixture() {
     beasts.push_back(file);
     if (kSweep[i].base == kCompressed) comps.push_back(comp);
   }
-  return componenttest::volumeFixture("", beasts, comps);
+  return e2efixtures::volume(beasts, comps);
 }
 
 bool isCorrupted(unsigned long bits) { return bits & 0x7E0; }
@@ -251,7 +252,7 @@ TEST_F(FileCheck, FixAndDeleteThenListAgain) {
     if (isCorrupted(c.bits)) {
       velkor::CompStats& fixRun = volume->check(zid, true, false);
       EXPECT_EQ(0u, fixRun.fixed) << c.what << ": a fix run leaves corrupted files alone";
-      ASSERT_FALSE(volume->beast(zid).is_null()) << c.what;
+      ASSERT_FALSE(volume->sim.beast(zid).is_null()) << c.what;
     }
     if (isFixable(c.bits)) {
       velkor::CompStats& deleteRun = volume->check(zid, false, true);
@@ -269,12 +270,12 @@ TEST_F(FileCheck, FixAndDeleteThenListAgain) {
       EXPECT_EQ(1u, s.corrupted) << c.what;
     }
     if (c.after == kGone) {
-      EXPECT_TRUE(volume->beast(zid).is_null()) << c.what;
+      EXPECT_TRUE(volume->sim.beast(zid).is_null()) << c.what;
       // The compressed data that the file names goes with it; an orphan stays.
       json file = baseFile(c.base, zid), comp = baseComp(zid);
       c.change(file, comp);
       if (c.base == kCompressed) {
-        EXPECT_EQ(file["comp"]["compZid"] == zid + 1, volume->compBeast(zid + 1).is_null()) << c.what;
+        EXPECT_EQ(file["comp"]["compZid"] == zid + 1, volume->sim.compBeast(zid + 1).is_null()) << c.what;
       }
     } else {
       EXPECT_EQ(c.after, volume->check(zid, false, false).problemFlags) << c.what;
@@ -325,7 +326,7 @@ void expectExactRepairRequests(MountedVolume* volume) {
 TEST(FileCheckFaults, ValueChangedIsRetried) {
   json beasts = json::array({baseFile(kCompressed, 500)});
   beasts[0]["attributes"] = {"archive"};
-  MountedVolume v(componenttest::volumeFixture("", beasts, json::array({baseComp(500)})));
+  MountedVolume v(e2efixtures::volume(beasts, json::array({baseComp(500)})));
   v.sim.setFaults(R"({"request":"setBeastInfo","action":"result","value":20019,"count":3})");
   velkor::CompStats& s = v.check(500, true, false);
   EXPECT_EQ(1u, s.fixed);
@@ -340,7 +341,7 @@ TEST(FileCheckFaults, PermanentValueChangedEndsAfterTheBound) {
   json beasts = json::array({baseFile(kCompressed, 500), baseFile(kPlain, 510)});
   beasts[0]["attributes"] = {"archive"};
   beasts[1]["attributes"] = {"noStreamCompress"};
-  MountedVolume v(componenttest::volumeFixture("", beasts, json::array({baseComp(500)})));
+  MountedVolume v(e2efixtures::volume(beasts, json::array({baseComp(500)})));
   v.sim.setFaults(R"({"request":"setBeastInfo","action":"result","value":20019,"count":0})");
   auto expectBoundedFailure = [&](const char* what, const std::function<void()>& run) {
     size_t before = v.sim.requestsOf("setBeastInfo").size();
@@ -357,14 +358,14 @@ TEST(FileCheckFaults, PermanentValueChangedEndsAfterTheBound) {
     char zid[] = "510";
     velkor::checkCCBit(v.volume, zid, nullptr, &v.stats);
   });
-  EXPECT_EQ(json({"noStreamCompress"}), v.beast(510)["attributes"]);
+  EXPECT_EQ(json({"noStreamCompress"}), v.sim.beast(510)["attributes"]);
 }
 
 TEST(FileCheckFaults, RefusedRequestsAndFailedUnlinkAreErrors) {
   json beasts = json::array({baseFile(kPlain, 600), baseFile(kPlain, 610)});
   beasts[0]["physSize"] = 0;
   beasts[1]["attributes"] = {"dataStreamCompress"};
-  MountedVolume v(componenttest::volumeFixture("", beasts, json::array()));
+  MountedVolume v(e2efixtures::volume(beasts, json::array()));
   // The name lookup gives a name that the volume's tree does not hold.
   v.sim.setFaults(R"({"request":"getBeastFullName","action":"raw","text":)"
                   R"("<kvfReply><beast><getBeastFullName><result value=\"0\"/><name><![CDATA[/nowhere]]></name>)"
@@ -378,7 +379,7 @@ TEST(FileCheckFaults, RefusedRequestsAndFailedUnlinkAreErrors) {
     EXPECT_EQ(0u, e.location.find("util/velkor/fileCheck["));
   }
   EXPECT_EQ(0u, v.stats.deleted);
-  EXPECT_FALSE(v.beast(600).is_null());
+  EXPECT_FALSE(v.sim.beast(600).is_null());
 
   v.sim.setFaults(R"([{"request":"getBeastInfo","action":"result","value":20400}])");
   try {
@@ -393,7 +394,7 @@ TEST(FileCheckFaults, RefusedRequestsAndFailedUnlinkAreErrors) {
 
 // Texts that would not fit their fixed buffers are refused, not cut or overrun.
 TEST(FileCheckFaults, OversizedTextsAreRefused) {
-  MountedVolume v(componenttest::volumeFixture("", json::array({baseFile(kPlain, 700)}), json::array()));
+  MountedVolume v(e2efixtures::volume(json::array({baseFile(kPlain, 700)}), json::array()));
   auto expectTooSmall = [](const std::function<void()>& call, const char* what) {
     try {
       call();
@@ -418,5 +419,5 @@ TEST(FileCheckFaults, OversizedTextsAreRefused) {
   char zidText[] = "700";
   expectTooSmall([&] { velkor::checkCCBit(v.volume, zidText, nullptr, &v.stats); }, "600 bytes of attributes");
   EXPECT_EQ(0u, v.stats.processed);
-  EXPECT_TRUE(componenttest::json(v.beast(700)).contains("zid"));
+  EXPECT_TRUE(componenttest::json(v.sim.beast(700)).contains("zid"));
 }

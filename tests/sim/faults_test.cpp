@@ -19,7 +19,7 @@ namespace {
 class Faults : public FixtureTest {
  protected:
   std::string info101() { return sim.manage(getBeastInfo("VOL1", "101", 15, true)); }
-  std::string status101() { return beast(101)["comp"]["status"].dump(); }
+  std::string status101() { return sim.beast(101)["comp"]["status"].dump(); }
 };
 
 TEST_F(Faults, RulesPickByVolumeAndZid) {

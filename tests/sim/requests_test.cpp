@@ -39,25 +39,25 @@ TEST_F(Requests, NamesAndPaths) {
 TEST_F(Requests, RepairRequestsApplyWhenOldValuesMatch) {
   // Status only, precious and status, attributes and action, deleted flag.
   EXPECT_EQ(resultOf(sim.manage(setStatus("VOL1", "101", "<clean/><compressed/>", "<compressed/>")), "setBeastInfo"), 0);
-  EXPECT_EQ(beast(101)["comp"]["status"], nlohmann::json({"compressed"}));
+  EXPECT_EQ(sim.beast(101)["comp"]["status"], nlohmann::json({"compressed"}));
   EXPECT_EQ(resultOf(sim.manage(setPreciousAndStatus("VOL1", "103", "<uncompressed/><clean/>", "<uncompressed/>")),
                      "setBeastInfo"),
             0);
-  EXPECT_EQ(beast(103)["comp"]["cPrecious"], 1);
-  EXPECT_EQ(beast(103)["comp"]["status"], nlohmann::json({"uncompressed"}));
+  EXPECT_EQ(sim.beast(103)["comp"]["cPrecious"], 1);
+  EXPECT_EQ(sim.beast(103)["comp"]["status"], nlohmann::json({"uncompressed"}));
 
   EXPECT_EQ(resultOf(sim.manage(setCombined("VOL1", "103", "<readOnly/><noStreamCompress/>", "<readOnly/>",
                                             "<addCompLog/>", "")),
                      "setBeastInfo"),
             0);
-  EXPECT_EQ(beast(103)["attributes"], nlohmann::json({"readOnly"}));
-  EXPECT_EQ(beast(103)["comp"]["action"], nlohmann::json::array());
+  EXPECT_EQ(sim.beast(103)["attributes"], nlohmann::json({"readOnly"}));
+  EXPECT_EQ(sim.beast(103)["comp"]["action"], nlohmann::json::array());
   // The combined request with an empty info element changes nothing and succeeds.
   EXPECT_EQ(resultOf(sim.manage(setCombined("VOL1", "103", nullptr, nullptr, nullptr, nullptr)), "setBeastInfo"), 0);
 
   // The deleted flag, sent with the user file's zid, lands on its compressed data.
   EXPECT_EQ(resultOf(sim.manage(setDeletedFlag("VOL1", "104", "false", "true")), "setBeastInfo"), 0);
-  EXPECT_EQ(compBeast(105)["deleted"], true);
+  EXPECT_EQ(sim.compBeast(105)["deleted"], true);
   EXPECT_NE(sim.manage(getBeastInfo("VOL1", "104", 15, true)).find("<variableData><uncompBeastDeleted/><compHeader>"),
             std::string::npos);
 }
@@ -76,7 +76,7 @@ TEST_F(Requests, StaleOldValueRefusesTheWholeRequest) {
   // The Cc clear as the program sends it: the whole text before, the text without the element after.
   EXPECT_EQ(resultOf(sim.manage(clearCc("VOL1", "103", "<readOnly/><noStreamCompress/>", "<readOnly/>")), "setBeastInfo"),
             0);
-  EXPECT_EQ(beast(103)["attributes"], nlohmann::json({"readOnly"}));
+  EXPECT_EQ(sim.beast(103)["attributes"], nlohmann::json({"readOnly"}));
   // Values the model cannot hold, and beasts that do not exist.
   EXPECT_EQ(resultOf(sim.manage(setCombined("VOL1", "103", "<readOnly/>", "<bogus/>", nullptr, nullptr)), "setBeastInfo"),
             20008);
@@ -95,15 +95,15 @@ TEST_F(Requests, DeleteByRequestAndByUnlink) {
   EXPECT_NE(access(b.c_str(), F_OK), 0);
 
   EXPECT_EQ(resultOf(sim.manage(deleteBeast("VOL1", "104")), "deleteBeast"), 0);
-  EXPECT_TRUE(beast(104).is_null());
-  EXPECT_TRUE(compBeast(105).is_null());
+  EXPECT_TRUE(sim.beast(104).is_null());
+  EXPECT_TRUE(sim.compBeast(105).is_null());
   EXPECT_NE(resultOf(sim.manage(deleteBeast("VOL1", "104")), "deleteBeast"), 0);
 
   std::string path = sim.volumeDir("VOL1") + "/docs/a.txt";
   EXPECT_EQ(access(path.c_str(), F_OK), 0);
   EXPECT_EQ(unlink(path.c_str()), 0);
-  EXPECT_TRUE(beast(101).is_null());
-  EXPECT_TRUE(compBeast(102).is_null());
+  EXPECT_TRUE(sim.beast(101).is_null());
+  EXPECT_TRUE(sim.compBeast(102).is_null());
   EXPECT_NE(access(path.c_str(), F_OK), 0);
   EXPECT_EQ(unlink(path.c_str()), -1);
   EXPECT_EQ(errno, ENOENT);

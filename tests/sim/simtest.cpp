@@ -74,13 +74,6 @@ long resultOf(const std::string& reply, const std::string& tag) {
   return strtol(reply.c_str() + r + 15, nullptr, 10);
 }
 
-nlohmann::json FixtureTest::find(const char* list, uint64_t zid) const {
-  nlohmann::json state = sim.state();
-  for (const auto& b : state["volumes"][0][list])
-    if (b["zid"] == zid) return b;
-  return nullptr;
-}
-
 const char kFixture[] = R"({"volumes":[
  {"name":"VOL1","mountPoint":"/media/kvf/VOL1","blockSize":4096,
   "stats":{"compressedFiles":9,"compressedDeletedFiles":0,"uncompressibleFiles":0,"preCompressionBlocks":0,"compressedBlocks":0},

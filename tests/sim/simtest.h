@@ -45,12 +45,6 @@ class FixtureTest : public ::testing::Test {
  protected:
   testsupport::Simulator sim = testsupport::Simulator::withFixture(kFixture);
   void TearDown() override { EXPECT_EQ(sim.stop(), 0) << sim.daemonOutput(); }
-  // An object of the state's first volume by zid; null when there is none.
-  nlohmann::json beast(uint64_t zid) const { return find("beasts", zid); }
-  nlohmann::json compBeast(uint64_t zid) const { return find("compBeasts", zid); }
-
- private:
-  nlohmann::json find(const char* list, uint64_t zid) const;
 };
 
 }  // namespace simtest
