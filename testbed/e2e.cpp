@@ -14,6 +14,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <map>
 #include <regex>
 #include <sstream>
@@ -21,6 +22,8 @@
 #include <thread>
 
 #include <gtest/gtest.h>
+
+#include "velkor/velkor.h"
 
 extern "C" {
 #include <vterm.h>
@@ -259,15 +262,12 @@ void answerTerminal(const char* bytes, size_t len, void* user) {
   }
 }
 
-}  // namespace
-
-namespace {
-
 VelkorTerminal::Options withSimulator(const Simulator& sim, VelkorTerminal::Options options) {
   options.sandbox.insert(options.sandbox.end(), {"--admin", sim.adminDir()});
   for (const std::string& volume : options.volumes) {
     std::string mountPoint = sim.mountPoint(volume);
-    if (!mountPoint.empty()) options.sandbox.insert(options.sandbox.end(), {"--volume", mountPoint + "=" + sim.volumeDir(volume)});
+    if (!mountPoint.empty())
+      options.sandbox.insert(options.sandbox.end(), {"--volume", mountPoint + "=" + sim.volumeDir(volume)});
   }
   return options;
 }
@@ -511,6 +511,14 @@ std::string VelkorTerminal::screenText() const {
 }
 
 std::string VelkorTerminal::runLog() const { return readFile(cwd_ + "/velkor.log"); }
+
+std::string usageText(const std::string& log) {
+  std::ostringstream help;
+  std::streambuf* saved = std::cout.rdbuf(help.rdbuf());
+  VELKOR_Usage(log.c_str());
+  std::cout.rdbuf(saved);
+  return help.str();
+}
 
 std::vector<uint64_t> counters(const std::vector<std::string>& screen) {
   std::vector<uint64_t> values;

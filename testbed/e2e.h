@@ -88,6 +88,10 @@ std::string requestText(void (*build)(velkor::RequestText&, Params...), Args... 
   return text.text();
 }
 
+// The usage text velkor prints when its log path is `log`, from the
+// program's own help writer.
+std::string usageText(const std::string& log);
+
 // velkor (or another program of the build) in the sandbox in a
 // pseudo-terminal, its output fed to a terminal emulator; killed when
 // destroyed. The one terminal runner of the tests and benchmarks.

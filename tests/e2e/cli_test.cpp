@@ -3,12 +3,10 @@
 
 #include <unistd.h>
 
-#include <iostream>
 #include <regex>
 #include <sstream>
 
 #include "e2e.h"
-#include "velkor/velkor.h"
 
 using testsupport::ProcessResult;
 using testsupport::TempDir;
@@ -53,12 +51,8 @@ const char* const kTry = "Try 'velkor --help' for more information.\n";
 
 // The usage the program's help writer gives for `log`, and nothing else.
 void expectUsage(const ProcessResult& r, const std::string& log) {
-  std::ostringstream help;
-  std::streambuf* saved = std::cout.rdbuf(help.rdbuf());
-  VELKOR_Usage(log.c_str());
-  std::cout.rdbuf(saved);
   EXPECT_EQ(0, r.exitStatus);
-  EXPECT_EQ(help.str(), r.out);
+  EXPECT_EQ(testsupport::usageText(log), r.out);
   EXPECT_EQ(0u, r.out.find("THIS UTILITY WILL ONLY WORK WITH KVF FILE SYSTEM !\n"));
   EXPECT_NE(std::string::npos, r.out.find("Specifies log file location (default: \"" + log + "\")\n"));
   EXPECT_TRUE(std::regex_search(r.out, std::regex("\nReport bugs to <[^>]+>\n\n\n$"))) << r.out;

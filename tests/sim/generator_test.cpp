@@ -23,9 +23,8 @@ bool has(const json& tags, const char* tag) {
 
 TEST(Generator, WrittenFixtureLoadsBackToTheSameState) {
   testsupport::TempDir dir;
-  std::string kvfsim = testsupport::binaryPath("sim/kvfsim");
-  auto written = testsupport::runProcess(
-      {kvfsim, "--generate", "500", "--seed", "4", "--write-fixture", dir.file("f.json"), "--expect", dir.file("e.json")});
+  auto written = testsupport::runBuilt(
+      "sim/kvfsim", {"--generate", "500", "--seed", "4", "--write-fixture", dir.file("f.json"), "--expect", dir.file("e.json")});
   ASSERT_EQ(written.exitStatus, 0) << written.err;
   Simulator::Options o;
   o.generate = 500;
@@ -36,10 +35,10 @@ TEST(Generator, WrittenFixtureLoadsBackToTheSameState) {
   EXPECT_EQ(json::parse(testsupport::readFile(dir.file("e.json"))), generated.expected());
 
   // Usage and fixture errors end at once with a message.
-  EXPECT_EQ(testsupport::runProcess({kvfsim, dir.path()}).exitStatus, 2);
-  EXPECT_EQ(testsupport::runProcess({kvfsim, "--generate", "x", dir.path()}).exitStatus, 2);
+  EXPECT_EQ(testsupport::runBuilt("sim/kvfsim", {dir.path()}).exitStatus, 2);
+  EXPECT_EQ(testsupport::runBuilt("sim/kvfsim", {"--generate", "x", dir.path()}).exitStatus, 2);
   testsupport::writeFile(dir.file("bad.json"), R"({"volumes":[{"name":"V","beasts":[{"zid":1,"attributes":["nope"]}]}]})");
-  auto bad = testsupport::runProcess({kvfsim, "--fixture", dir.file("bad.json"), dir.path()});
+  auto bad = testsupport::runBuilt("sim/kvfsim", {"--fixture", dir.file("bad.json"), dir.path()});
   EXPECT_EQ(bad.exitStatus, 1);
   EXPECT_NE(bad.err.find("nope"), std::string::npos) << bad.err;
 }

@@ -2,12 +2,10 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <iostream>
 #include <regex>
-#include <sstream>
 #include <string>
 
-#include "process.h"
+#include "e2e.h"
 #include "velkor/commandLine.h"
 #include "velkor/velkor.h"
 
@@ -46,11 +44,7 @@ TEST(ManualPage, NamesEveryOptionOfTheParserAndTheHelpText) {
                        roff(std::string("--") + row->name);
     EXPECT_NE(std::string::npos, page.find(item)) << item;
   }
-  std::ostringstream help;
-  std::streambuf* saved = std::cout.rdbuf(help.rdbuf());
-  VELKOR_Usage("./velkor.log");
-  std::cout.rdbuf(saved);
-  std::string text = help.str();
+  std::string text = testsupport::usageText("./velkor.log");
   std::regex option("(^|[\\s,])(--?[A-Za-z][A-Za-z-]*)");
   int found = 0;
   for (auto it = std::sregex_iterator(text.begin(), text.end(), option); it != std::sregex_iterator(); ++it, ++found)
