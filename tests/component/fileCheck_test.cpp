@@ -376,7 +376,7 @@ TEST(FileCheckFaults, RefusedRequestsAndFailedUnlinkAreErrors) {
   } catch (const KVFError& e) {
     EXPECT_EQ(ENOENT, e.code);
     EXPECT_STREQ(strerror(ENOENT), e.what());
-    EXPECT_EQ(0u, e.location.find("util/velkor/fileCheck["));
+    EXPECT_EQ(0u, e.location.find("util/velkor/velkorHelper["));
   }
   EXPECT_EQ(0u, v.stats.deleted);
   EXPECT_FALSE(v.sim.beast(600).is_null());

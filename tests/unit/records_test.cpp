@@ -151,7 +151,7 @@ TEST(BeastRecords, FailuresCarryTheirMessageAndCode) {
     } catch (const KVFError& e) {
       EXPECT_EQ(c.message, e.what());
       EXPECT_EQ(c.code, e.code);
-      EXPECT_EQ(0u, e.location.find("util/velkor/beastRecords[")) << e.location;
+      EXPECT_EQ(0u, e.location.find("util/velkor/velkorClass[")) << e.location;
     }
   }
 }

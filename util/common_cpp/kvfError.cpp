@@ -18,12 +18,17 @@ std::string KVFError::numberName() const {
 
 AdminError::~AdminError() = default;
 
-std::string KVF_SourceLocation(const char* file, int line) {
-  std::string path(file);
-  size_t tree = path.rfind("/util/");
-  if (tree != std::string::npos) path.erase(0, tree + 1);
-  else if (path.rfind("util/", 0) != 0) path.erase(0, path.rfind('/') + 1);
-  size_t dot = path.rfind('.');
-  if (dot != std::string::npos && path.find('/', dot) == std::string::npos) path.erase(dot);
-  return path + "[" + std::to_string(line) + "]";
+const char* KVF_SourceName(KvfSource source) {
+  switch (source) {
+    case KvfSource::velkor: return "util/velkor/velkor";
+    case KvfSource::velkorClass: return "util/velkor/velkorClass";
+    case KvfSource::velkorHelper: return "util/velkor/velkorHelper";
+    case KvfSource::velkorUI: return "util/velkor/velkorUI";
+    case KvfSource::qXML: return "util/common_cpp/qXML";
+  }
+  return "util/velkor/velkor";
+}
+
+std::string KVF_Location(KvfSource source, int line) {
+  return std::string(KVF_SourceName(source)) + "[" + std::to_string(line) + "]";
 }

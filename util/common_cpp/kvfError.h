@@ -42,9 +42,16 @@ class AdminError : public KVFError {
   ~AdminError() override;
 };
 
-// The location text of an error raised at `line` of the source file `file`
-// (a compiler's __FILE__): the file's path from the tree's util/ folder
-// without its extension, then the line in square brackets, e.g.
-// "util/velkor/volumeScan[97]". KVF_HERE is the line it stands on.
-std::string KVF_SourceLocation(const char* file, int line);
-#define KVF_HERE KVF_SourceLocation(__FILE__, __LINE__)
+// The sources an error location names. Operators and scripts read these
+// locations in the run log, and they name the program's documented sources,
+// not the file a routine happens to live in: each source file says which
+// documented source it speaks for in a constant `kKvfSource` of its own,
+// which KVF_HERE reads (a file without one does not compile).
+enum class KvfSource { velkor, velkorClass, velkorHelper, velkorUI, qXML };
+
+// "util/velkor/velkorHelper", "util/common_cpp/qXML", ...
+const char* KVF_SourceName(KvfSource source);
+// The location text of an error raised at `line` of `source`, e.g.
+// "util/velkor/velkorHelper[97]".
+std::string KVF_Location(KvfSource source, int line);
+#define KVF_HERE KVF_Location(kKvfSource, __LINE__)

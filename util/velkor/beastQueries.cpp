@@ -9,6 +9,11 @@
 #include "common/lbString.h"
 #include "velkor/requests.h"
 
+namespace {
+// Error locations name the documented source of the queries and operations.
+constexpr KvfSource kKvfSource = KvfSource::velkorHelper;
+}  // namespace
+
 namespace velkor {
 
 using QXML::TagContent_s;
@@ -20,7 +25,7 @@ namespace {
 // Copies a value into the caller's buffer of `size` bytes, or refuses it.
 void copyOut(char* out, size_t size, const char* value, int line) {
   size_t length = value ? strlen(value) : 0;
-  if (length >= size) throw KVFError("Value does not fit its buffer", zERR_BUFFER_TOO_SMALL, KVF_SourceLocation(__FILE__, line));
+  if (length >= size) throw KVFError("Value does not fit its buffer", zERR_BUFFER_TOO_SMALL, KVF_Location(kKvfSource, line));
   memcpy(out, value ? value : "", length + 1);
 }
 

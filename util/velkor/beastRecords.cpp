@@ -10,6 +10,11 @@
 #include "common/lbString.h"
 #include "velkor/velkorTypes.h"
 
+namespace {
+// Error locations name the documented source of the object records.
+constexpr KvfSource kKvfSource = KvfSource::velkorClass;
+}  // namespace
+
 namespace velkor {
 
 using QXML::TagContent_s;
@@ -39,14 +44,14 @@ void readRows(XML_ElementInfo_s* parent, const TagRequest_s* rows, TagContent_s*
               int line) {
   if (!parent->contentStart || parent->contentLength == 0) {
     for (int i = 0; rows[i].name; ++i) {
-      if (!(rows[i].flags & QXML::TAG_OPTIONAL)) throw KVFError(message, zERR_XML_IS_BAD, KVF_SourceLocation(__FILE__, line));
+      if (!(rows[i].flags & QXML::TAG_OPTIONAL)) throw KVFError(message, zERR_XML_IS_BAD, KVF_Location(kKvfSource, line));
       contents[i].value = nullptr;
       contents[i].status = 0;
     }
     return;
   }
   int result = QXML::MKVF_GetTagContents(parent, rows, contents);
-  if (result != 0) throw KVFError(message, result, KVF_SourceLocation(__FILE__, line));
+  if (result != 0) throw KVFError(message, result, KVF_Location(kKvfSource, line));
 }
 
 bool hasContent(const TagContent_s& row) { return row.status & QXML::TAG_HAS_CONTENT; }
@@ -57,7 +62,7 @@ bool hasContent(const TagContent_s& row) { return row.status & QXML::TAG_HAS_CON
 uint64_t decimal(const TagContent_s& row, uint64_t max = UINT64_MAX, int line = __builtin_LINE()) {
   if (!row.value) return 0;
   if (!KVF::LB_fitsDecimal(row.value, max))
-    throw KVFError("Number does not fit its field", zERR_BUFFER_TOO_SMALL, KVF_SourceLocation(__FILE__, line));
+    throw KVFError("Number does not fit its field", zERR_BUFFER_TOO_SMALL, KVF_Location(kKvfSource, line));
   return KVF::LB_strtouq(row.value, nullptr, 10);
 }
 
@@ -67,7 +72,7 @@ void copyField(char* field, size_t size, const TagContent_s& row, int line) {
   memset(field, 0, size);
   if (!row.value) return;
   size_t length = strlen(row.value);
-  if (length >= size) throw KVFError("Value too long for its field", zERR_BUFFER_TOO_SMALL, KVF_SourceLocation(__FILE__, line));
+  if (length >= size) throw KVFError("Value too long for its field", zERR_BUFFER_TOO_SMALL, KVF_Location(kKvfSource, line));
   memcpy(field, row.value, length);
 }
 

@@ -12,6 +12,11 @@
 #include "velkor/velkorTypes.h"
 #include "velkor/velkorHelper.h"
 
+namespace {
+// Error locations name the documented source of the queries and operations.
+constexpr KvfSource kKvfSource = KvfSource::velkorHelper;
+}  // namespace
+
 namespace velkor {
 
 namespace {

@@ -12,6 +12,11 @@
 #include "common/lbString.h"
 #include "velkor/singleFile.h"
 
+namespace {
+// Error locations name the documented source of the queries and operations.
+constexpr KvfSource kKvfSource = KvfSource::velkorHelper;
+}  // namespace
+
 namespace velkor {
 
 const char* kvfStartConfigPath = "/etc/opt/quorlen/kvf/kvfstart.cfg";

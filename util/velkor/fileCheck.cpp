@@ -14,6 +14,11 @@
 #include "velkor/requests.h"
 #include "velkor/velkorHelper.h"
 
+namespace {
+// Error locations name the documented source of the queries and operations.
+constexpr KvfSource kKvfSource = KvfSource::velkorHelper;
+}  // namespace
+
 namespace velkor {
 
 namespace {
@@ -29,7 +34,7 @@ struct TagText {
   TagText(unsigned long long bits, unsigned long long mask, const char** tags, int line) {
     unsigned long length;
     if (convertBitsToTags(bits, mask, tags, sizeof text, text, &length) != 0)
-      throw KVFError("Tag text does not fit its buffer", zERR_BUFFER_TOO_SMALL, KVF_SourceLocation(__FILE__, line));
+      throw KVFError("Tag text does not fit its buffer", zERR_BUFFER_TOO_SMALL, KVF_Location(kKvfSource, line));
   }
   char text[512];
 };

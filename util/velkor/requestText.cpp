@@ -16,7 +16,7 @@ void RequestText::append(const char* format, ...) {
   if (n < 0 || static_cast<size_t>(n) >= capacity_ - length_) {
     text_[length_] = '\0';
     throw KVFError("Request does not fit its buffer", zERR_BUFFER_TOO_SMALL,
-                   KVF_SourceLocation(file_, line_));
+                   KVF_Location(KvfSource::velkorHelper, line_));
   }
   length_ += static_cast<size_t>(n);
 }

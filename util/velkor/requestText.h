@@ -14,9 +14,10 @@ class RequestText {
  public:
   static const size_t kMaxCapacity = 1024;
 
-  // A refusal names the place that made the request (by default the caller).
-  explicit RequestText(size_t capacity = kMaxCapacity, const char* file = __builtin_FILE(), int line = __builtin_LINE())
-      : capacity_(capacity), length_(0), file_(file), line_(line) {
+  // A refusal is located in the queries and operations that make requests,
+  // at the line that made this one (by default the caller's).
+  explicit RequestText(size_t capacity = kMaxCapacity, int line = __builtin_LINE())
+      : capacity_(capacity), length_(0), line_(line) {
     text_[0] = '\0';
   }
 
@@ -29,7 +30,6 @@ class RequestText {
  private:
   size_t capacity_;
   size_t length_;
-  const char* file_;
   int line_;
   char text_[kMaxCapacity];
 };

@@ -11,6 +11,11 @@
 #include "velkor/requests.h"
 #include "velkor/volumeScan.h"
 
+namespace {
+// Error locations name the documented source of the queries and operations.
+constexpr KvfSource kKvfSource = KvfSource::velkorHelper;
+}  // namespace
+
 namespace velkor {
 
 namespace {
