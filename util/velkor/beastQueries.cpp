@@ -113,19 +113,39 @@ void getFileName(char* volume, char* zid, CompStats* stats) {
   RequestText request;
   fullNameRequest(request, volume, zid);
   exchange(managecmd, request, "getBeastFullName", &reply);
-  char* copy = readFullName(&reply);
+  bool whole = false;
+  char* copy = readFullName(&reply, &whole);
   free(stats->fileName);
   stats->fileName = copy;
+  stats->fileNameWhole = whole;
 }
 
-char* readFullName(ReplyBuf* reply) {
+char* readFullName(ReplyBuf* reply, bool* whole) {
   const TagRequest_s rows[] = {{"name", 0}, {nullptr, 0}};
   TagContent_s contents[1];
   getTagContentFromReply(reply, "getBeastFullName", rows, contents);
   const char* name = contents[0].value ? contents[0].value : "";
-  char* copy = static_cast<char*>(calloc(strlen(name) + 1, 1));
+  std::string text = name;
+  // The name is whole when its element holds nothing but it: one CDATA
+  // section, or plain text. A name element that goes on after its CDATA
+  // section ends (a name holding "]]>", written raw) is not the name of the
+  // object: its text is kept as the element holds it, and it is marked so
+  // that nothing is done through it.
+  const XML_ElementInfo_s& element = contents[0].element;
+  const bool inCdata = contents[0].value && contents[0].value != element.contentStart;
+  const uint64_t wrapper = inCdata ? strlen("<![CDATA[") + strlen("]]>") : 0;
+  const bool isWhole = !contents[0].value || text.size() + wrapper == element.contentLength;
+  if (!isWhole) {
+    text.assign(element.contentStart, element.contentLength);
+    // The reader ended the value at the first "]]>" with a NUL byte.
+    if (inCdata) text[strlen("<![CDATA[") + strlen(name)] = ']';
+    if (inCdata && text.size() >= wrapper && text.compare(text.size() - 3, 3, "]]>") == 0)
+      text = text.substr(strlen("<![CDATA["), text.size() - wrapper);
+  }
+  if (whole) *whole = isWhole;
+  char* copy = static_cast<char*>(calloc(text.size() + 1, 1));
   if (!copy) throw KVFError("Can't allocate memory", zERR_NO_MEMORY, KVF_HERE);
-  memcpy(copy, name, strlen(name));
+  memcpy(copy, text.data(), text.size());
   return copy;
 }
 

@@ -39,7 +39,8 @@ void getFileStdInfoByPath(ReplyBuf* reply, char* path, const QXML::TagRequest_s*
                           QXML::TagContent_s* contents);
 // The volume name (volumeSize bytes) and zid (zidSize bytes) of a path's file.
 void getFileZidByPath(char* path, char* volumeOut, char* zidOut, size_t volumeSize = 64, size_t zidSize = 104);
-// Looks up the beast's Unix full name into stats->fileName (owned by stats).
+// Looks up the beast's Unix full name into stats->fileName (owned by stats),
+// and whether it was read whole into stats->fileNameWhole.
 void getFileName(char* volume, char* zid, CompStats* stats);
 
 // Fills the volume's state, compression flag and mount point.
@@ -73,8 +74,11 @@ void readVolumeInfo(ReplyBuf* reply, VolumeInfo_s* info);
 unsigned long readTotalObjects(ReplyBuf* reply);
 // getFileInfo: the volume name and zid, refused when they do not fit.
 void readFileZid(ReplyBuf* reply, char* volumeOut, char* zidOut, size_t volumeSize, size_t zidSize);
-// getBeastFullName: the name, as a heap copy the caller frees.
-char* readFullName(ReplyBuf* reply);
+// getBeastFullName: the name, as a heap copy the caller frees. `whole` tells
+// whether the name element held the name alone (one CDATA section or plain
+// text); a name that is not whole is the element's text as it stands, and is
+// not to be acted on.
+char* readFullName(ReplyBuf* reply, bool* whole = nullptr);
 // getBeastInfo of the volume object: its statistics.
 VolumeStatistics readVolumeStatistics(ReplyBuf* reply, const int64_t* blockSize);
 

@@ -9,6 +9,7 @@
 #include "velkor/beastQueries.h"
 #include "common_cpp/kvfError.h"
 #include "velkor/requests.h"
+#include "velkor/runLog.h"
 #include "velkor/velkorTypes.h"
 #include "velkor/velkorHelper.h"
 
@@ -73,6 +74,7 @@ void checkCCBit(char* volumeName, char* zid, OpArgs_s*, CompStats* stats) {
   for (int attempt = 0;; ++attempt) {
     try {
       if (isSetCCBit(volumeName, zid, value)) {
+        LogRequireWritable();  // no change once the run's record is lost
         clearCCBit(volumeName, zid, value);
         ++stats->ccBitCleared;
       }

@@ -43,7 +43,7 @@ int OperationView::readKey() { return EOF; }
 // fixable, fixed and deleted are left to the object's maker to clear.
 CompStats::CompStats(OperationView* view)
     : view(view ? view : &silentView), processed(0), ccBitCleared(0), corrupted(0), good(0), openSkipped(0), problemFlags(ProblemCode::good),
-      fileName(nullptr) {
+      fileName(nullptr), fileNameWhole(false) {
   memset(volumeInfo.volumeState, 0, sizeof volumeInfo.volumeState);
   strcpy(volumeInfo.volumeState, "unknown state");
   volumeInfo.compressionEnabled = 0;
@@ -65,6 +65,8 @@ void CompStats::resetForNextObject() {
   problemFlags = ProblemCode::good;
   free(fileName);
   fileName = nullptr;
+  fileNameWhole = false;
+  actionRefused.clear();
 }
 
 uint64_t CompStats::counter(int index) const {

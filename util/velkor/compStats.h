@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "screen/screenAttributes.h"
 #include "velkor/velkorTypes.h"
@@ -78,6 +79,11 @@ class CompStats {
   uint64_t deleted;
   unsigned long problemFlags;
   char* fileName;  // owned
+  // Whether fileName was read whole from its reply (see readFullName).
+  bool fileNameWhole;
+  // Why the change this object asked for was not made (empty when it was, or
+  // none was asked): the object's log entry carries it.
+  std::string actionRefused;
   VolumeInfo_s volumeInfo;
 };
 

@@ -1,5 +1,9 @@
 #include "velkor/fileCheck.h"
 
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +16,7 @@
 #include "velkor/beastQueries.h"
 #include "common_cpp/kvfError.h"
 #include "velkor/requests.h"
+#include "velkor/runLog.h"
 #include "velkor/velkorHelper.h"
 
 namespace {
@@ -196,23 +201,84 @@ void deleteCorruptedFile(char* volume, char* zid, UncompBeastInfo* file, CompBea
   ReplyBuf reply;
   OpenCmdFile channel(managecmd);
   if (file->beastType == beastFile && file->allNamesDeleted == 0) {
-    const char* mountPoint = stats->volumeInfo.mountPoint ? stats->volumeInfo.mountPoint : "";
-    const char* name = stats->fileName ? stats->fileName : "";
-    char* path = static_cast<char*>(malloc(strlen(mountPoint) + strlen(name) + 1));
-    if (!path) throw KVFError("Can't allocate memory", zERR_NO_MEMORY, KVF_HERE);
-    strcpy(path, mountPoint);
-    strcat(path, name);
-    if (unlink(path) != 0) {
-      int error = errno;
-      free(path);
-      throw KVFError(strerror(error), error, KVF_HERE);
-    }
-    free(path);
+    stats->actionRefused = unlinkCorruptedFile(volume, file, stats);
     return;
   }
   RequestText request;
   deleteRequest(request, volume, zid);
   channel.file.readWrite(request.text(), "deleteBeast", &reply);
+}
+
+namespace {
+
+// A descriptor closed when the scope ends.
+struct Descriptor {
+  explicit Descriptor(int fd) : fd(fd) {}
+  ~Descriptor() {
+    if (fd >= 0) close(fd);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int fd;
+};
+
+[[noreturn]] void throwErrno(int line) {
+  const int error = errno;
+  throw KVFError(strerror(error), error, KVF_Location(kKvfSource, line));
+}
+
+// The directory that holds `relative` beneath the volume's mount point, the
+// whole way resolved inside the volume and through no symbolic link: a user
+// who replaced a directory on the volume with a link to /etc cannot lead a
+// deletion out of the volume. -1 with errno set when it cannot be had.
+int openParentBeneath(int mountFd, const std::string& directory) {
+  struct open_how how = {};
+  how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+  return static_cast<int>(syscall(SYS_openat2, mountFd, directory.empty() ? "." : directory.c_str(), &how, sizeof how));
+}
+
+bool sameObject(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
+
+}  // namespace
+
+std::string unlinkCorruptedFile(char* volume, UncompBeastInfo* file, CompStats* stats) {
+  if (!stats->fileNameWhole || !stats->fileName)
+    return "not deleted: the file system's reply did not hold its name whole";
+  const std::string mountPoint = stats->volumeInfo.mountPoint ? stats->volumeInfo.mountPoint : "";
+  const std::string name = stats->fileName;
+  const size_t slash = name.rfind('/');
+  const std::string base = slash == std::string::npos ? name : name.substr(slash + 1);
+  if (name.empty() || name[0] != '/' || base.empty() || base == "." || base == "..")
+    return "not deleted: its name is not the path of a file";
+  const std::string directory = name.substr(1, slash == 0 ? 0 : slash - 1);
+
+  Descriptor mount(open(mountPoint.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (mount.fd < 0) throwErrno(__LINE__);
+  Descriptor parent(openParentBeneath(mount.fd, directory));
+  if (parent.fd < 0) {
+    if (errno == ELOOP) return "not deleted: a directory on its path is a symbolic link";
+    if (errno == EXDEV) return "not deleted: its path leads out of the volume";
+    throwErrno(__LINE__);
+  }
+  struct stat before, after;
+  if (fstatat(parent.fd, base.c_str(), &before, AT_SYMLINK_NOFOLLOW) != 0) throwErrno(__LINE__);
+  if (!S_ISREG(before.st_mode)) return "not deleted: its name is not a regular file";
+
+  // The name must still lead to the object judged corrupted.
+  char foundVolume[64], foundZid[104];
+  try {
+    std::string path = mountPoint + name;
+    getFileZidByPath(&path[0], foundVolume, foundZid, sizeof foundVolume, sizeof foundZid);
+  } catch (const KVFError& e) {
+    return std::string("not deleted: its path could not be confirmed: ") + e.what();
+  }
+  if (strcmp(foundZid, file->zid) != 0 || strcmp(foundVolume, volume) != 0)
+    return std::string("not deleted: its path now leads to zid ") + foundZid + " of volume " + foundVolume;
+  if (fstatat(parent.fd, base.c_str(), &after, AT_SYMLINK_NOFOLLOW) != 0) throwErrno(__LINE__);
+  if (!sameObject(before, after)) return "not deleted: its name changed while it was checked";
+  if (unlinkat(parent.fd, base.c_str(), 0) != 0) throwErrno(__LINE__);
+  return "";
 }
 
 void checkCompressionStatus(char* volume, char* zid, OpArgs_s* args, CompStats* stats) {
@@ -232,12 +298,16 @@ void checkCompressionStatus(char* volume, char* zid, OpArgs_s* args, CompStats* 
       if (problems & kCorruptedProblems) {
         ++stats->corrupted;
         if (args->delete_) {
+          LogRequireRoom(stats->fileName ? strlen(stats->fileName) : 0);
           deleteCorruptedFile(volume, zid, file.get(), compData.get(), stats);
-          ++stats->deleted;
-          deleted = 1;
+          if (stats->actionRefused.empty()) {
+            ++stats->deleted;
+            deleted = 1;
+          }
         }
       } else if (problems & kFixableProblems) {
         if (args->fix) {
+          LogRequireRoom(stats->fileName ? strlen(stats->fileName) : 0);
           if (fixProblem(volume, zid, file.get(), compData.get(), stats)) {
             ++stats->fixable;
             ++stats->fixed;

@@ -48,7 +48,8 @@ void VELKOR_UserInterface::getTypeStr(char* out, unsigned long deletedFlag, unsi
 
 void VELKOR_UserInterface::logFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name, unsigned long problems,
                                        unsigned long noHeader, unsigned long fixed, unsigned long deleted) {
-  LogFileEntry(*info, comp, name, problems, noHeader != 0, fixed != 0, deleted != 0, isVolumeOperation(operation));
+  LogFileEntry(*info, comp, name, problems, noHeader != 0, fixed != 0, deleted != 0, isVolumeOperation(operation),
+               stats->actionRefused);
 }
 
 void VELKOR_UserInterface::displayFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name,

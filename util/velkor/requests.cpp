@@ -1,8 +1,23 @@
 #include "velkor/requests.h"
 
+#include <cstring>
+
+#include "common_cpp/kvfError.h"
+
 namespace velkor {
 
 namespace {
+
+// A name placed into a CDATA section. One holding "]]>" would end the section
+// early, and the file system would read the rest as markup: a second section
+// or a comment after it makes the request name another object. Such a name is
+// refused, never sent.
+const char* cdata(const char* text) {
+  if (text && strstr(text, "]]>"))
+    throw KVFError(std::string("Name holds \"]]>\" and cannot be sent to the file system: ") + text,
+                   zERR_BAD_PARAMETER_VALUE, KVF_Location(KvfSource::velkorHelper, __LINE__));
+  return text;
+}
 
 const char kSetOpening[] =
     "%s<kvfRequest><beast><setBeastInfo><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]></id>"
@@ -17,7 +32,7 @@ void beastInfoRequest(RequestText& out, const char* volume, const char* zid, uns
                                              "<volumeBeastInfoSimple/>", "<volumeBeastInfoFull/>"};
   out.append("%s<kvfRequest><beast><getBeastInfo getCompBeastInfo=\"%s\"><volumeName><![CDATA[%s]]></volumeName>"
              "<id><![CDATA[%s]]></id><typeOfInfo>",
-             cmdHeader, getComp ? "true" : "false", volume, zid ? zid : "0");
+             cmdHeader, getComp ? "true" : "false", cdata(volume), cdata(zid ? zid : "0"));
   for (int bit = 0; bit < 6; ++bit) {
     if (infoMask & (1ul << bit)) out.append("%s", typeElements[bit]);
   }
@@ -27,19 +42,19 @@ void beastInfoRequest(RequestText& out, const char* volume, const char* zid, uns
 void fullNameRequest(RequestText& out, const char* volume, const char* zid) {
   out.append("%s<kvfRequest><beast><getBeastFullName><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]>"
              "</id><onlineOnly/><nameSpace>%s</nameSpace></getBeastFullName></beast></kvfRequest>",
-             cmdHeader, volume, zid, "Unix");
+             cmdHeader, cdata(volume), cdata(zid), "Unix");
 }
 
 void fileInfoRequest(RequestText& out, const char* path) {
   out.append("%s<fileRequest><fileInfo><getFileInfo><fileName><![CDATA[%s]]></fileName><typeOfInfo>"
              "<standardInfo/></typeOfInfo></getFileInfo></fileInfo></fileRequest>",
-             cmdHeader, path);
+             cmdHeader, cdata(path));
 }
 
 void volumeInfoRequest(RequestText& out, const char* volume, bool withAttributes) {
   out.append("%s<kvfRequest><volume><getVolumeInfo><volumeName><![CDATA[%s]]></volumeName><basicInfo/>%s"
              "</getVolumeInfo></volume></kvfRequest>",
-             cmdHeader, volume, withAttributes ? "<attributes/>" : "");
+             cmdHeader, cdata(volume), withAttributes ? "<attributes/>" : "");
 }
 
 void browseRequest(RequestText& out, const char* volume, bool onlineOnly, int criteria, int numRequested,
@@ -47,7 +62,7 @@ void browseRequest(RequestText& out, const char* volume, bool onlineOnly, int cr
   static const char* const criteriaElements[] = {"<selectBeastsForCompression/>", "<selectBeastsSalvageable/>",
                                                  "<selectBeastsPurgeable/>", "<selectBeastsForBackup/>",
                                                  "<selectBeastsForMigration/>"};
-  out.append("%s<kvfRequest><volume><browseBeasts><volumeName><![CDATA[%s]]></volumeName>", cmdHeader, volume);
+  out.append("%s<kvfRequest><volume><browseBeasts><volumeName><![CDATA[%s]]></volumeName>", cmdHeader, cdata(volume));
   if (onlineOnly) out.append("<onlineOnly/>");
   out.append("<selectBeastsCriteria>");
   if (criteria == 0) out.append("<selectBeastsAll/>");
@@ -61,7 +76,7 @@ void browseRequest(RequestText& out, const char* volume, bool onlineOnly, int cr
 
 void statusSetRequest(RequestText& out, const char* volume, const char* zid, const char* oldStatus,
                       const char* newStatus, bool setCPrecious) {
-  out.append(kSetOpening, cmdHeader, volume, zid);
+  out.append(kSetOpening, cmdHeader, cdata(volume), cdata(zid));
   out.append("<rootBeastInfo><variableData><variableDataComp>");
   if (setCPrecious) out.append("<cPrecious><oldValue>0</oldValue><newValue>1</newValue></cPrecious>");
   out.append("<status><oldValue>%s</oldValue><newValue>%s</newValue></status></variableDataComp>"
@@ -71,7 +86,7 @@ void statusSetRequest(RequestText& out, const char* volume, const char* zid, con
 
 void attributesAndActionSetRequest(RequestText& out, const char* volume, const char* zid, const char* oldAttributes,
                                    const char* newAttributes, const char* oldAction, const char* newAction) {
-  out.append(kSetOpening, cmdHeader, volume, zid);
+  out.append(kSetOpening, cmdHeader, cdata(volume), cdata(zid));
   if (oldAttributes)
     out.append("<namedBeastInfo><persistentNamed><attributes><oldValue>%s</oldValue><newValue>%s</newValue>"
                "</attributes></persistentNamed></namedBeastInfo>",
@@ -88,12 +103,12 @@ void deletedFlagSetRequest(RequestText& out, const char* volume, const char* zid
              "</id><ignoreOpenFile/><info><rootBeastInfo><variableData><variableDataUncomp>"
              "<uncompBeastDeleted><oldValue>%s</oldValue><newValue>%s</newValue></uncompBeastDeleted>"
              "</variableDataUncomp></variableData></rootBeastInfo>%s",
-             cmdHeader, volume, zid, oldValue ? "true" : "false", newValue ? "true" : "false", kSetClosing);
+             cmdHeader, cdata(volume), cdata(zid), oldValue ? "true" : "false", newValue ? "true" : "false", kSetClosing);
 }
 
 void attributesSetRequest(RequestText& out, const char* volume, const char* zid, const char* oldAttributes,
                           const char* newAttributes) {
-  out.append(kSetOpening, cmdHeader, volume, zid);
+  out.append(kSetOpening, cmdHeader, cdata(volume), cdata(zid));
   out.append("<namedBeastInfo><persistentNamed><attributes><oldValue>%s</oldValue><newValue>%s</newValue>"
              "</attributes></persistentNamed></namedBeastInfo>%s",
              oldAttributes, newAttributes, kSetClosing);
@@ -102,13 +117,13 @@ void attributesSetRequest(RequestText& out, const char* volume, const char* zid,
 void deleteRequest(RequestText& out, const char* volume, const char* zid) {
   out.append("%s<kvfRequest><beast><deleteBeast><volumeName><![CDATA[%s]]></volumeName><id><![CDATA[%s]]></id>"
              "<onlineOnly/></deleteBeast></beast></kvfRequest>",
-             cmdHeader, volume, zid);
+             cmdHeader, cdata(volume), cdata(zid));
 }
 
 void fixCompStatsRequest(RequestText& out, const char* volume) {
   out.append("%s<kvfRequest><volume><fixCompStats><volumeName><![CDATA[%s]]></volumeName></fixCompStats>"
              "</volume></kvfRequest>",
-             cmdHeader, volume);
+             cmdHeader, cdata(volume));
 }
 
 }  // namespace velkor

@@ -6,8 +6,10 @@
 // writer below. Not thread-safe: only the main thread writes elements.
 #pragma once
 
+#include <cstddef>
 #include <fstream>
 #include <ostream>
+#include <streambuf>
 #include <string>
 
 class KVFError;
@@ -17,36 +19,54 @@ class UncompBeastInfo;
 class CompBeastInfo;
 }  // namespace velkor
 
-// The log file of one run. open() appends to the file, redirects std::cerr
-// into it and gives the signal layer a descriptor of its own for the
-// messages of a dying run; close() (and the destructor, on every other exit
-// path) undoes the three in reverse order.
+// The log file of one run. open() opens the file once, takes the log's lock,
+// redirects std::cerr into it and gives the signal layer a descriptor of its
+// own for the messages of a dying run, all from that one descriptor;
+// close() (and the destructor, on every other exit path) undoes them in
+// reverse order.
+//
+// Every write of the log is checked. Once one fails the log is failed for the
+// rest of the run: LogFailure() says why, the operations make no further
+// change and the run ends with exit status 1.
 class RunLog {
  public:
-  RunLog() = default;
-  ~RunLog() { close(); }
+  RunLog();
+  ~RunLog();
   RunLog(const RunLog&) = delete;
   RunLog& operator=(const RunLog&) = delete;
 
-  // Opens `path` for appending. A symbolic link that another user owns is
-  // refused: another user could point it at any file the administrator can
-  // write. False after printing why.
+  // Opens `path` for appending: a regular file (created with the permissions
+  // of a new file), or /dev/null. A symbolic link that another user owns is
+  // refused (another user could point it at any file the administrator can
+  // write), and so is a link to a link, a directory, a FIFO, a socket or a
+  // device. A log another run holds is refused too. False after printing why.
   bool open(const char* path);
   void close();
 
+ public:
+  class Buffer;  // the checked stream buffer of the log's descriptor
+
  private:
-  std::ofstream stream_;
+  Buffer* buffer_ = nullptr;  // owned
   std::streambuf* savedErr_ = nullptr;
   int signalFd_ = -1;
 };
+
+// Why the run log could not be written ("No space left on device"), or null
+// while every write has succeeded (and when no log is open).
+const char* LogFailure();
+// Before a change to an object: makes sure the log has room for that
+// object's entry (an entry for a name of `nameLength` bytes), so that no
+// change is made that its entry cannot record. Throws a KVFError when the
+// log has failed or the room cannot be had; does nothing when no log is open.
+void LogRequireRoom(size_t nameLength);
+// Throws a KVFError when the log has failed: the run takes no further object.
+void LogRequireWritable();
 
 // Opens `stream` on `path` in one of the modes 1, 2, 4, 8, 16, 32 (8 appends);
 // returns 0 when open, -1 otherwise (after printing why).
 int doOpenLogFile(std::ofstream& stream, const char* path, int mode);
 
-// True (after printing why) when `path` is a symbolic link that the effective
-// user does not own.
-bool isForeignSymlink(const char* path);
 
 // Writes the CurrentTime element to the log; optionally a newline, and
 // optionally the time on standard output too.
@@ -67,12 +87,14 @@ void LogFinishStatus(const char* text);
 // A note on the operation (a volume without compression).
 void LogMessage(const char* text);
 // The entry element of one checked file, written to `log` with its flags,
-// which it leaves as the entry leaves them. LogFileEntry writes it whole to
-// the run log.
+// which it leaves as the entry leaves them. `refused` (when not empty) says
+// why the change asked for was not made. LogFileEntry writes it whole to the
+// run log. Names and texts from replies are written as logEscape.h says.
 void WriteFileEntry(std::ostream& log, const velkor::UncompBeastInfo& info, const velkor::CompBeastInfo* comp,
                     const char* name, unsigned long problems, bool noHeader, bool fixed, bool deleted,
-                    bool volumeLevel);
+                    bool volumeLevel, const std::string& refused = std::string());
 // One checked file: `volumeLevel` tells a volume scan's entry (a good file's
 // entry then stops after its attributes). `comp` may be null.
 void LogFileEntry(const velkor::UncompBeastInfo& info, const velkor::CompBeastInfo* comp, const char* name,
-                  unsigned long problems, bool noHeader, bool fixed, bool deleted, bool volumeLevel);
+                  unsigned long problems, bool noHeader, bool fixed, bool deleted, bool volumeLevel,
+                  const std::string& refused = std::string());

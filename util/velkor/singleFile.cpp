@@ -1,12 +1,25 @@
 #include "velkor/singleFile.h"
 
+#include <cerrno>
+#include <string>
+
+#include "common_cpp/kvfError.h"
+
 #include "velkor/beastQueries.h"
 #include "velkor/compStats.h"
+#include "velkor/volumeLock.h"
+
+namespace {
+// Error locations name the documented source of the operator interface.
+constexpr KvfSource kKvfSource = KvfSource::velkorUI;
+}  // namespace
 
 namespace velkor {
 
 bool lookUpFile(char* path, char (&volumeName)[64], char (&zid)[104], CompStats* stats) {
   getFileZidByPath(path, volumeName, zid, sizeof volumeName, sizeof zid);
+  std::string refusal;
+  if (!lockVolume(volumeName, &refusal)) throw KVFError(refusal, KVF_HERE, EBUSY);
   getVolumeInfo(volumeName, &stats->volumeInfo);
   if (stats->volumeInfo.compressionEnabled == 0) {
     stats->view->showCompressionOff();

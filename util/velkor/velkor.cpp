@@ -9,6 +9,7 @@
 #include <cstring>
 #include <exception>
 #include <iostream>
+#include <string>
 
 #include "velkor/commandLine.h"
 #include "velkor/runLog.h"
@@ -16,6 +17,7 @@
 #include "screen/signals.h"
 #include "velkor/velkorClass.h"
 #include "velkor/velkorUI.h"
+#include "velkor/volumeLock.h"
 
 const char* appName = "velkor";
 const char* appVersion = "1.00";
@@ -45,6 +47,15 @@ char* formObjectPath(unsigned int operation, const char* argument) {
   free(cwd);
   if (!path) fprintf(stderr, "Unable to get the working directory\n");
   return path;
+}
+
+bool nameFitsRequests(unsigned int operation, const char* objectPath) {
+  // The volume name or path travels in a CDATA section, which "]]>" would end
+  // early: the rest would be read as markup and could name another object.
+  if (!strstr(objectPath, "]]>")) return true;
+  fprintf(stderr, "%s: the %s \"%s\" holds \"]]>\" and cannot be sent to the file system; nothing was done.\n",
+          appName, velkor::isVolumeOperation(operation) ? "VOLUMENAME" : "FILENAME", objectPath);
+  return false;
 }
 
 void VELKOR_Usage(const char* currentLogPath) {
@@ -140,10 +151,23 @@ int velkorMain(int argc, char** argv) {
 
   std::unique_ptr<char, decltype(&free)> path(formObjectPath(operation, argv[line.operand]), free);
   if (!path) return 1;
+  if (!nameFitsRequests(operation, path.get())) return 1;
 
   RunLog log;
   if (!log.open(logPath)) return 1;
+  // A file's volume is known only from its lookup: the file operations take
+  // their volume's lock after it, before any change.
+  std::string lockRefusal;
+  if (velkor::isVolumeOperation(operation) && !velkor::lockVolume(path.get(), &lockRefusal)) {
+    fprintf(stderr, "%s: %s.\n", appName, lockRefusal.c_str());
+    return 1;
+  }
   LogDocumentStart(argc, argv);
+  std::cerr.flush();
+  if (LogFailure()) {
+    fprintf(stderr, "%s: the run log could not be written: %s\n", appName, LogFailure());
+    return 1;
+  }
   atexit(VELKOR_AtExitCleanup);
 
   std::unique_ptr<velkor::VELKOR_UserInterface> ui;
@@ -158,5 +182,6 @@ int velkorMain(int argc, char** argv) {
   ui.reset();  // the screen is given back before the document ends
 
   LogDocumentEnd();
-  return 0;
+  // A run whose record was lost is a failed run, whatever the operation did.
+  return LogFailure() || velkor::volumeLockRefused() ? 1 : 0;
 }

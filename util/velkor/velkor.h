@@ -17,3 +17,6 @@ void LetUserRead();
 // printing why): a volume name or absolute file path as given, a relative file
 // path joined to the working directory with no normalisation.
 char* formObjectPath(unsigned int operation, const char* argument);
+// False (after printing why) when the object path cannot be sent to the file
+// system as it is: it holds "]]>", which would end its CDATA section early.
+bool nameFitsRequests(unsigned int operation, const char* objectPath);

@@ -300,6 +300,10 @@ void VELKOR_UserInterface::setStatus(int state) {
     if (aborted) {
       text = "user aborted";
       attribute = kAttrAlert;
+    } else if (LogFailure()) {
+      // Nothing more reaches the log: the screen says why.
+      screen->OutputToScreenWithAttribute(kAttrAlert, "STATUS: the run log could not be written: %s", LogFailure());
+      return;
     } else if (error) {
       text = "finished with error";
       attribute = kAttrWarning;

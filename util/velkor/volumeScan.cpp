@@ -9,6 +9,7 @@
 #include "common_cpp/kvfError.h"
 #include "common/lbString.h"
 #include "velkor/requests.h"
+#include "velkor/runLog.h"
 #include "velkor/volumeScan.h"
 
 namespace {
@@ -112,6 +113,7 @@ void scanVolume(char* volumeName, ObjectRoutine routine, OpArgs_s* args, CompSta
         stats->resetForNextObject();
         routine(volumeName, zid, args, stats);
         view->objectDone();
+        LogRequireWritable();  // the object's entry, if it has one, was written
         if (view->abortRequested()) {
           view->watchForAbort(false);
           return;

@@ -48,6 +48,7 @@ void fixVolumeStatistics(char* volumeName, CompStats* stats) {
   RequestText request(kFixCompStatsRequestSize);
   fixCompStatsRequest(request, volumeName);
   reply.clear();
+  LogRequireWritable();  // no change once the run's record is lost
   try {
     channel.file.readWrite(request.text(), "fixCompStats", &reply);
   } catch (const KVFError& e) {
