@@ -1,0 +1,305 @@
+// velkor run as root among files that another user names: each case is an
+// attack such a user can make, run against the real binary in the sandbox.
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <regex>
+#include <set>
+#include <cstdio>
+#include <string>
+#include <thread>
+
+#include "e2e.h"
+#include "fixtures.h"
+
+using nlohmann::json;
+using testsupport::ProcessResult;
+using testsupport::Simulator;
+using testsupport::TempDir;
+using testsupport::VelkorTerminal;
+using e2efixtures::compData;
+using e2efixtures::compressedFile;
+using e2efixtures::kVol;
+
+namespace {
+
+// A compressed file whose compressed data is gone (compZid 0 while
+// cPrecious is 1): corrupted, so a delete run removes it.
+json corruptedFile(uint64_t zid, const std::string& name) {
+  json f = compressedFile(zid, name);
+  f["comp"]["compZid"] = 0;
+  return f;
+}
+
+// A file that a fix run repairs (its stream mark is missing).
+json fixableFile(uint64_t zid, const std::string& name) {
+  json f = compressedFile(zid, name);
+  f["attributes"] = {"archive"};
+  return f;
+}
+
+// velkor in the sandbox without a terminal: what it prints before a screen
+// would start, and its exit status.
+ProcessResult velkorPlain(const Simulator& sim, const std::string& cwd, std::vector<std::string> args) {
+  std::vector<std::string> command = {testsupport::sourcePath("scripts/kvf-sandbox"), "--admin", sim.adminDir(),
+                                      "--cwd", cwd, "--", testsupport::velkorBinary()};
+  command.insert(command.end(), args.begin(), args.end());
+  return testsupport::runProcess(command, "", cwd);
+}
+
+}  // namespace
+
+// A name holding "]]>" would close its CDATA section early, and the rest
+// (another CDATA section) would make the request name the victim. Every
+// operation refuses such an argument before it sends anything.
+TEST(HostileNames, ArgumentThatWouldEndItsCdataSectionIsRefused) {
+  const std::string bait = "/victim]]><![CDATA[junk";
+  Simulator sim = Simulator::withFixture(
+      e2efixtures::volume({corruptedFile(100, "/victim"), compressedFile(110, bait)}, json::array({compData(110)})).dump());
+  const json before = sim.state();
+  TempDir dir;
+  for (std::string op : {"-l", "-f", "-d", "-c", "-b"}) {
+    ProcessResult r = velkorPlain(sim, dir.path(), {op, kVol + bait});
+    EXPECT_EQ(1, r.exitStatus) << op;
+    EXPECT_EQ("velkor: the FILENAME \"" + kVol + bait +
+                  "\" holds \"]]>\" and cannot be sent to the file system; nothing was done.\n",
+              r.err)
+        << op;
+  }
+  ProcessResult volume = velkorPlain(sim, dir.path(), {"-D", "VOL1]]><![CDATA[VOL2"});
+  EXPECT_EQ(1, volume.exitStatus);
+  EXPECT_NE(std::string::npos, volume.err.find("the VOLUMENAME \"VOL1]]><![CDATA[VOL2\" holds \"]]>\""));
+
+  EXPECT_TRUE(sim.requests().empty()) << sim.requests().front().dump();
+  EXPECT_EQ(before, sim.state());
+  EXPECT_NE(0, access(dir.file("velkor.log").c_str(), F_OK)) << "no run was logged";
+}
+
+// A corrupted file named "/victim]]>junk" comes back in a reply whose raw
+// CDATA section a reader ends at "/victim": the healthy /victim must not be
+// unlinked in its place, and the entry says why nothing was deleted.
+TEST(HostileNames, DeleteRunNeverUnlinksAnotherFileThanTheOneJudged) {
+  Simulator sim = Simulator::withFixture(
+      e2efixtures::volume({compressedFile(100, "/victim"), corruptedFile(120, "/victim]]>junk")}, json::array({compData(100)}))
+          .dump());
+  e2efixtures::FinishedRun run(sim, {"-D", "VOL1"});
+  ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
+  EXPECT_FALSE(sim.beast(100).is_null()) << "the healthy file was removed";
+  EXPECT_FALSE(sim.beast(120).is_null());
+  std::vector<std::string> entries = run.entries();
+  ASSERT_EQ(1u, entries.size());
+  EXPECT_NE(std::string::npos,
+            entries[0].find("<name>/victim]]&gt;junk</name><type><file/></type><fileStatus><invalidZid/></fileStatus>"
+                            "<error>not deleted: the file system's reply did not hold its name whole</error><zid>120</zid>"))
+      << entries[0];
+  EXPECT_EQ(std::string::npos, entries[0].find("<deleted/>"));
+  for (const json& r : sim.requests()) EXPECT_EQ(std::string::npos, r.value("request", "").find("unlink")) << r;
+}
+
+// Links and renames in the volume's name tree: the tree is a real directory
+// bound at the mount point, where a user has replaced a directory by a link
+// to a directory outside the volume. The file outside survives.
+TEST(HostileNames, DeletionByPathFollowsNoLinkAndChecksTheZidFirst) {
+  Simulator sim = Simulator::withFixture(
+      e2efixtures::volume({corruptedFile(120, "/dir/victim.dat"), corruptedFile(130, "/renamed.dat")}, json::array()).dump());
+  TempDir cwd, tree;
+  ASSERT_EQ(0, mkdir(cwd.file("outside").c_str(), 0755));
+  testsupport::writeFile(cwd.file("outside/victim.dat"), "keep me\n");
+  ASSERT_EQ(0, symlink(cwd.file("outside").c_str(), tree.file("dir").c_str()));
+  testsupport::writeFile(tree.file("renamed.dat"), "someone else's file\n");
+  // The path of /renamed.dat now leads to another object: the file system
+  // says zid 999 when asked.
+  sim.setFaults(R"({"request":"getFileInfo","count":0,"action":"raw","text":)"
+                R"("<fileReply><fileInfo><getFileInfo><result value=\"0\"/><standardInfo><id><![CDATA[999]]></id>)"
+                R"(<volumeName><![CDATA[VOL1]]></volumeName></standardInfo></getFileInfo></fileInfo></fileReply>"})");
+
+  VelkorTerminal::Options options;
+  options.cwd = cwd.path();
+  options.volumes = {};
+  options.sandbox = {"--volume", kVol + "=" + tree.path()};
+  e2efixtures::FinishedRun run(sim, {"-D", "VOL1"}, options);
+  ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
+
+  EXPECT_EQ("keep me\n", testsupport::readFile(cwd.file("outside/victim.dat")));
+  EXPECT_EQ("someone else's file\n", testsupport::readFile(tree.file("renamed.dat")));
+  std::vector<std::string> entries = run.entries();
+  ASSERT_EQ(2u, entries.size());
+  EXPECT_NE(std::string::npos, entries[0].find("<error>not deleted: a directory on its path is a symbolic link</error>"))
+      << entries[0];
+  EXPECT_NE(std::string::npos, entries[1].find("<error>not deleted: its path now leads to zid 999 of volume VOL1</error>"))
+      << entries[1];
+  EXPECT_EQ(2u, testsupport::counters(run.screen)[5]) << "corrupted";
+  EXPECT_EQ(0u, testsupport::counters(run.screen)[7]) << "deleted";
+}
+
+// A file name shaped as the end of one run and the start of another cannot
+// forge a run in the log: the report sees one run, with both problem files.
+TEST(HostileNames, FileNameCannotForgeARunInTheLog) {
+  const std::string forged =
+      "/z\n</velkor>\n\n<velkor>\n<CommandLine>\n <argv index=\"0\" argv=\"velkor\" />\n</CommandLine>\n"
+      "<startTime><CurrentTime time=\"Nov 15, 2026  04:30:05 PM  +0000\" timeValue=\"1700000000\" /></startTime>\nq";
+  Simulator sim = Simulator::withFixture(
+      e2efixtures::volume({fixableFile(100, forged), fixableFile(110, "/plain.dat")}, {compData(100), compData(110)})
+          .dump());
+  e2efixtures::FinishedRun run(sim, {"-L", "VOL1"});
+  ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
+  const std::string log = run.terminal.runLog();
+  EXPECT_EQ(0u, log.find("<velkor>\n"));
+  EXPECT_EQ(std::string::npos, log.find("\n<velkor>\n")) << "a second run begins in the log";
+  EXPECT_NE(std::string::npos, log.find("<name>/z&#10;&lt;/velkor&gt;&#10;&#10;&lt;velkor&gt;&#10;"));
+
+  ProcessResult check = testsupport::runBuilt("report/velkor-report",
+                                              {"--check", "--volume", "VOL1", run.terminal.cwd() + "/velkor.log"});
+  EXPECT_EQ(1, check.exitStatus) << check.out << check.err;
+  ProcessResult json = testsupport::runBuilt("report/velkor-report",
+                                             {"-f", "json", "--files", "-r", "last", run.terminal.cwd() + "/velkor.log"});
+  EXPECT_NE(std::string::npos, json.out.find(nlohmann::json(forged).dump())) << json.out;
+}
+
+namespace {
+
+// velkor run many times in one sandbox without a terminal (each run writes
+// its log's header, then cannot make its screen and ends).
+ProcessResult velkorLoop(const std::string& cwd, int runs, const std::vector<std::string>& args) {
+  std::string loop = "for i in $(seq " + std::to_string(runs) + "); do " + testsupport::velkorBinary();
+  for (const std::string& a : args) loop += " '" + a + "'";
+  loop += " >/dev/null 2>&1 </dev/null; done; true";
+  testsupport::writeFile(cwd + "/manage.cmd", "");
+  return testsupport::runProcess({testsupport::sourcePath("scripts/kvf-sandbox"), "--cwd", cwd, "--manage-file",
+                                  cwd + "/manage.cmd", "--ro", testsupport::binaryPath("util"), "--",
+                                  "/usr/bin/env", "-u", "TERM", "/bin/sh", "-c", loop},
+                                 "", cwd);
+}
+
+// A tmpfs of `bytes` mounted at `dir` for the test's life.
+struct SmallFileSystem {
+  SmallFileSystem(const std::string& dir, size_t bytes) : dir(dir) {
+    mkdir(dir.c_str(), 0755);
+    mounted = mount("tmpfs", dir.c_str(), "tmpfs", 0, ("size=" + std::to_string(bytes)).c_str()) == 0;
+  }
+  ~SmallFileSystem() {
+    if (mounted) umount2(dir.c_str(), MNT_DETACH);
+  }
+  std::string dir;
+  bool mounted;
+};
+
+}  // namespace
+
+// Another user swaps ./velkor.log between a plain file and a link to a file
+// of root's while root runs velkor again and again in that directory: the
+// log is opened once, never through the other user's link.
+TEST(HostileLogPlaces, LinkSwappedInDuringTheOpenIsNeverFollowed) {
+  TempDir dir;
+  testsupport::writeFile(dir.file("precious"), "precious\n");
+  std::atomic<bool> stop(false);
+  std::thread swapper([&] {
+    const std::string log = dir.file("velkor.log"), link = dir.file("link.tmp"), plain = dir.file("plain.tmp");
+    while (!stop) {
+      unlink(link.c_str());
+      if (symlink("precious", link.c_str()) == 0 && lchown(link.c_str(), 4242, 4242) == 0)
+        rename(link.c_str(), log.c_str());
+      testsupport::writeFile(plain, "");
+      rename(plain.c_str(), log.c_str());
+    }
+  });
+  ProcessResult r = velkorLoop(dir.path(), 1000, {"-L", "VOL1"});
+  stop = true;
+  swapper.join();
+  EXPECT_EQ(0, r.exitStatus) << r.err;
+  EXPECT_EQ("precious\n", testsupport::readFile(dir.file("precious")));
+}
+
+// What stands at the log's path must be a regular file (or /dev/null): a
+// FIFO would hang the run before its screen, a device would swallow it.
+TEST(HostileLogPlaces, OnlyARegularFileOrDevNullIsALog) {
+  Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(100, 2).dump());
+  TempDir dir;
+  ASSERT_EQ(0, mkfifo(dir.file("fifo").c_str(), 0600));
+  ASSERT_EQ(0, mkdir(dir.file("directory").c_str(), 0755));
+  struct Case {
+    std::string path, kind;
+  } cases[] = {{"fifo", "a FIFO"}, {"directory", "a directory"}, {"/dev/full", "a device"}, {"/dev/zero", "a device"}};
+  for (const Case& c : cases) {
+    ProcessResult r = velkorPlain(sim, dir.path(), {"-p", c.path, "-F", "VOL1"});
+    EXPECT_EQ(1, r.exitStatus) << c.path;
+    EXPECT_EQ("velkor: " + c.path + " is " + c.kind + "; the run log must be a regular file.\n", r.err);
+  }
+  EXPECT_TRUE(sim.requests().empty());
+
+  VelkorTerminal::Options options;
+  options.cwd = dir.path();
+  e2efixtures::FinishedRun run(sim, {"-p", "/dev/null", "-F", "VOL1"}, options);
+  EXPECT_TRUE(run.finalScreen) << run.terminal.screenText();
+  EXPECT_EQ(0, run.terminal.exitStatus());
+  EXPECT_EQ(2u, testsupport::counters(run.screen)[6]) << "fixed";
+}
+
+// The log's file system fills up during a fix run: the run stops, says so on
+// the screen and in its exit status, and every file it repaired has its
+// entry in the log.
+TEST(HostileLogPlaces, FullLogStopsTheRunAndNoRepairGoesUnrecorded) {
+  Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(1000, 80).dump());
+  TempDir dir;
+  SmallFileSystem logs(dir.file("logs"), 16384);
+  ASSERT_TRUE(logs.mounted);
+  VelkorTerminal::Options options;
+  options.cwd = dir.path();
+  e2efixtures::FinishedRun run(sim, {"-p", "logs/velkor.log", "-F", "VOL1"}, options);
+  ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
+  EXPECT_EQ("  STATUS: the run log could not be written: No space left on device", run.at(23));
+  EXPECT_EQ(1, run.terminal.exitStatus());
+
+  std::set<std::string> repaired, recorded;
+  for (const std::string& zid : e2efixtures::requestIds(sim.requestsOf("setBeastInfo"))) repaired.insert(zid);
+  const std::regex fixedEntry("<action><fixed/></action><zid>(\\d+)</zid>");
+  const std::string log = testsupport::readFile(dir.file("logs/velkor.log"));
+  for (std::sregex_iterator m(log.begin(), log.end(), fixedEntry), end; m != end; ++m) recorded.insert((*m)[1]);
+  EXPECT_FALSE(repaired.empty());
+  EXPECT_LT(repaired.size(), 80u) << "the run went on without its log";
+  EXPECT_EQ(repaired, recorded);
+}
+
+// Two runs at once: on one volume (each with its own log), and into one log
+// (on two volumes). The second is refused before any request; the log holds
+// the first run alone, whole.
+TEST(HostileLogPlaces, SecondRunOnTheSameVolumeOrLogIsRefused) {
+  Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(100, 10).dump());
+  sim.setFaults(R"({"request":"getBeastInfo","count":0,"action":"delay","ms":300})");
+  TempDir first, second, locks;
+  auto sharedLocks = [&](const std::string& cwd) {
+    VelkorTerminal::Options options;
+    options.cwd = cwd;
+    options.sandbox = {"--volume", "/run/lock=" + locks.path()};
+    return options;
+  };
+  VelkorTerminal running(sim, {"-F", "VOL1"}, sharedLocks(first.path()));
+  ASSERT_TRUE(running.waitFor("STATUS: running")) << running.screenText();
+
+  VelkorTerminal sameVolume(sim, {"-L", "VOL1"}, sharedLocks(second.path()));
+  ASSERT_TRUE(sameVolume.waitExit());
+  EXPECT_EQ(1, sameVolume.exitStatus());
+  EXPECT_TRUE(std::regex_search(sameVolume.screenText(),
+                                std::regex("velkor: volume VOL1 is in use by another run \\(pid \\d+\\); try again")))
+      << sameVolume.screenText();
+  VelkorTerminal sameLog(sim, {"-L", "VOL2"}, sharedLocks(first.path()));
+  ASSERT_TRUE(sameLog.waitExit());
+  EXPECT_EQ(1, sameLog.exitStatus());
+  EXPECT_NE(std::string::npos,
+            sameLog.screenText().find("velkor: the run log ./velkor.log is in use by another run (pid "))
+      << sameLog.screenText();
+
+  ASSERT_TRUE(running.waitFor("Press any key to continue....", std::chrono::seconds(60)));
+  running.send("x");
+  running.finish();
+  EXPECT_EQ(0, running.exitStatus());
+  const std::string log = running.runLog();
+  EXPECT_EQ(0u, log.find("<velkor>\n"));
+  EXPECT_EQ(std::string::npos, log.find("<velkor>", 1));
+  EXPECT_EQ(log.size() - 13, log.find("</velkor>\n\n\n\n"));
+  EXPECT_EQ(1u, sim.requestsOf("browseBeasts").size()) << "a second scan began";
+  EXPECT_EQ("", testsupport::readFile(second.file("velkor.log")));
+}
