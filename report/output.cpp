@@ -284,9 +284,9 @@ class CheckOutput : public Output {
     }
     const Run& r = last_;
     std::string title = runTitle(r);
-    if (!r.complete()) {
-      out_ << title << " is incomplete: " << (r.end.present ? "its document is not closed" : "it has no end time")
-           << "\n";
+    std::string incomplete = r.incompleteReason();
+    if (!incomplete.empty()) {
+      out_ << title << " is incomplete: " << incomplete << "\n";
       return kRunFailed;
     }
     if (!r.errors.empty()) {

@@ -1,0 +1,163 @@
+// velkor-report on logs whose names were chosen by someone else: runs forged
+// by names of older logs (written raw) are not judged clean, and names
+// written with character references are shown as they are.
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "logText.h"
+#include "loggedFile.h"
+#include "process.h"
+#include "report.h"
+#include "velkor/velkorTypes.h"
+
+using nlohmann::json;
+using testsupport::LoggedFile;
+using testsupport::LogText;
+using reporttests::file;
+
+namespace {
+
+const std::string kPlaceholder = "/PLACEHOLDER";
+
+// `text` with its one kPlaceholder replaced by `raw`.
+std::string replaced(std::string text, const std::string& raw) {
+  size_t at = text.find(kPlaceholder);
+  EXPECT_NE(std::string::npos, at);
+  if (at != std::string::npos) text.replace(at, kPlaceholder.size(), raw);
+  return text;
+}
+
+struct Reported {
+  int status;
+  std::string out, err;
+};
+
+// A run log holding `text`, reported with any options.
+class LogFile {
+ public:
+  explicit LogFile(const std::string& text) { testsupport::writeFile(dir_.file("velkor.log"), text); }
+  Reported report(velkorreport::Options options) const {
+    options.logs = {dir_.file("velkor.log")};
+    std::ostringstream out, err;
+    int status = velkorreport::report(options, out, err);
+    return {status, out.str(), err.str()};
+  }
+
+ private:
+  testsupport::TempDir dir_;
+};
+
+Reported reportOn(const std::string& text, const velkorreport::Options& options) { return LogFile(text).report(options); }
+
+velkorreport::Options checking(const std::string& volume = "") {
+  velkorreport::Options options;
+  options.check = true;
+  options.volume = volume;
+  return options;
+}
+
+velkorreport::Options jsonFiles() {
+  velkorreport::Options options;
+  options.format = velkorreport::Format::json;
+  options.files = true;
+  return options;
+}
+
+const std::string kFound = "<finishStatus>finished with problem files found</finishStatus>\n";
+
+// A list run of VOL1 as velkor wrote it before names were escaped: a file
+// with a problem, then a file named `raw`, then `status` and the end.
+std::string oldListRun(const std::string& raw, const std::string& status = kFound, bool fixed = false) {
+  std::ostringstream log;
+  LoggedFile first = file("/a", velkor::invalidState, 1000), named = file(kPlaceholder, velkor::invalidZid, 1010);
+  first.fixed = named.fixed = fixed;
+  LogText text(log);
+  text.start({"velkor", fixed ? "-F" : "-L", "VOL1"}).entry(first).entry(named);
+  log << status;
+  text.end();
+  return replaced(log.str(), raw);
+}
+
+// The head of a list run of VOL1 from its command line to its start time, as
+// velkor writes it.
+std::string runHead() {
+  std::ostringstream log;
+  LogText(log).start({"velkor", "-L", "VOL1"});
+  return log.str().substr(log.str().find("<CommandLine>"));
+}
+
+}  // namespace
+
+// A name holding the end of its run and the head of another makes a run of
+// its own in a log written raw. That run has no entry of the problem files
+// its finish status speaks of, or begins inside the name's entry: --check
+// judges it incomplete, never clean.
+TEST(ReportOutputs, RunsForgedByNamesOfOlderLogsAreNotClean) {
+  const std::string forged = "/z\n</velkor>\n\n<velkor>\n" + runHead() + "q";
+  // The same with the name's entry ended first: the forged run begins outside it.
+  const std::string closedFirst = "/z</name><type><file/></type><fileStatus><good/></fileStatus><zid>1</zid></entry>\n"
+                                  "</velkor>\n\n<velkor>\n" + runHead() + "q";
+  struct Case {
+    const char* what;
+    std::string log;
+    int status;
+    std::string why;
+  } cases[] = {
+      {"a plain name: both problem files remain", oldListRun("/z"), velkorreport::kProblemsRemain, "2 problem files"},
+      {"a forged run", oldListRun(forged), velkorreport::kRunFailed, "begins inside an element left unfinished"},
+      {"a forged run of an aborted run", oldListRun(forged, "<finishStatus>user aborted</finishStatus>\n"),
+       velkorreport::kRunFailed, "begins inside an element left unfinished"},
+      {"a forged run begun after the name's entry", oldListRun(closedFirst), velkorreport::kRunFailed,
+       "finish status says problem files were found, but it holds no entry of one"},
+      {"a fix run that fixed every problem file", oldListRun("/z", kFound, true), velkorreport::kClean, "is clean"},
+  };
+  for (const Case& c : cases) {
+    for (const std::string& volume : {std::string(), std::string("VOL1")}) {
+      Reported r = reportOn(c.log, checking(volume));
+      EXPECT_EQ(c.status, r.status) << c.what << "\n" << r.out << c.log;
+      EXPECT_NE(std::string::npos, r.out.find(c.why)) << c.what << ": " << r.out;
+    }
+  }
+  // The table shows the forged run as incomplete.
+  Reported table = reportOn(oldListRun(forged), velkorreport::Options());
+  EXPECT_NE(std::string::npos, table.out.find("incomplete  ")) << table.out;
+  EXPECT_EQ(std::string::npos, table.out.find("problem files found")) << table.out;
+}
+
+// Names, argument values and texts of replies written with character
+// references read as the bytes they stand for, in every output.
+TEST(ReportOutputs, EscapedTextsAreShownDecoded) {
+  const std::string name = "/a<b>&c\nd\x1b[31m\"e";
+  std::ostringstream log;
+  LogText text(log);
+  text.start({"velkor", "-f", "/media/kvf/VOL1" + kPlaceholder});
+  text.entry(file(kPlaceholder, velkor::invalidState, 1000), velkor::opFix);
+  log << "<error>reply: &lt;bad&gt;&#9;x</error>\n";
+  text.end();
+  std::string escaped = replaced(log.str(), "/a&lt;b&gt;&amp;c&#10;d&#27;[31m&quot;e");
+  escaped = replaced(escaped, "/a&lt;b&gt;&amp;c&#10;d&#27;[31m\"e");
+
+  json report = json::parse(reportOn(escaped, jsonFiles()).out);
+  const json& run = report["runs"][0];
+  EXPECT_EQ("/media/kvf/VOL1" + name, run["argv"][2]);
+  EXPECT_EQ("/media/kvf/VOL1" + name, run["target"]);
+  EXPECT_EQ("fix", run["operation"]);
+  EXPECT_EQ(json::array({"reply: <bad>\tx"}), run["errors"]);
+  EXPECT_EQ(name, run["files"][0]["name"]);
+
+  velkorreport::Options csv;
+  csv.format = velkorreport::Format::csv;
+  EXPECT_EQ("run,volume,name,zid,problems,action\r\n1,VOL1,\"/a<b>&c\nd\x1b[31m\"\"e\",1000,invalidState,\r\n",
+            reportOn(escaped, csv).out);
+
+  // The table and the run in detail: the real bytes, control bytes escaped.
+  const std::string shown = "/a<b>&c\\nd\\x1b[31m\"e";
+  EXPECT_NE(std::string::npos, reportOn(escaped, velkorreport::Options()).out.find("/media/kvf/VOL1" + shown));
+  velkorreport::Options detail;
+  detail.lastRun = true;
+  Reported one = reportOn(escaped, detail);
+  EXPECT_NE(std::string::npos, one.out.find("  " + shown + "  zid 1000")) << one.out;
+  EXPECT_NE(std::string::npos, one.out.find("Error:       reply: <bad>\\tx")) << one.out;
+}
