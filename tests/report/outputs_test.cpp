@@ -1,6 +1,7 @@
 // velkor-report on logs whose names were chosen by someone else: runs forged
-// by names of older logs (written raw) are not judged clean, and names
-// written with character references are shown as they are.
+// by names of older logs (written raw) are not judged clean, names written
+// with character references are shown as they are, and what would act on a
+// terminal is shown escaped.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
@@ -8,6 +9,7 @@
 
 #include "logText.h"
 #include "loggedFile.h"
+#include "output.h"
 #include "process.h"
 #include "report.h"
 #include "velkor/velkorTypes.h"
@@ -160,4 +162,30 @@ TEST(ReportOutputs, EscapedTextsAreShownDecoded) {
   Reported one = reportOn(escaped, detail);
   EXPECT_NE(std::string::npos, one.out.find("  " + shown + "  zid 1000")) << one.out;
   EXPECT_NE(std::string::npos, one.out.find("Error:       reply: <bad>\\tx")) << one.out;
+}
+
+// Text for a terminal: what would act on it or reorder the text around it is
+// shown as an escape, other text as it is.
+TEST(ReportOutputs, TerminalTextEscapesWhatActsOnTheTerminal) {
+  struct Case {
+    std::string text, shown;
+  } cases[] = {
+      {"plain /a b", "plain /a b"},
+      {"\xc3\xa9t\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x98\x80", "\xc3\xa9t\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x98\x80"},
+      {"C0 \x1b[2J\x7f\\", "C0 \\x1b[2J\\x7f\\\\"},
+      {"C1 \xc2\x9b" "2J \xc2\x80 \xc2\x9f \xc2\xa0", "C1 \\u009b2J \\u0080 \\u009f \xc2\xa0"},
+      {"/evil\xe2\x80\xaetxt.exe", "/evil\\u202etxt.exe"},
+      {"\xe2\x80\xaa\xe2\x80\xab\xe2\x80\xac\xe2\x80\xad", "\\u202a\\u202b\\u202c\\u202d"},
+      {"\xe2\x81\xa6\xe2\x81\xa7\xe2\x81\xa8\xe2\x81\xa9", "\\u2066\\u2067\\u2068\\u2069"},
+      {"\xe2\x80\x8e\xe2\x80\x8f \xe2\x80\x8d \xe2\x81\xaa", "\\u200e\\u200f \xe2\x80\x8d \xe2\x81\xaa"},
+      // Bytes that are not UTF-8, alone, cut short or overlong.
+      {"\x9b" "2J \xff \xe2\x80 \xc0\xaf \xed\xa0\x80", "\\x9b2J \\xff \\xe2\\x80 \\xc0\\xaf \\xed\\xa0\\x80"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(c.shown, velkorreport::printable(c.text)) << c.text;
+
+  // In the table of runs, a file run's target is its path.
+  std::ostringstream log;
+  LogText(log).start({"velkor", "-l", "/media/kvf/VOL1/evil\xe2\x80\xaetxt.exe\xc2\x9b"}).end();
+  Reported table = reportOn(log.str(), velkorreport::Options());
+  EXPECT_NE(std::string::npos, table.out.find("/media/kvf/VOL1/evil\\u202etxt.exe\\u009b")) << table.out;
 }
