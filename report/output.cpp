@@ -237,20 +237,34 @@ json runJson(const Run& r) {
 
 std::string dumped(const json& j) { return j.dump(-1, ' ', false, json::error_handler_t::replace); }
 
+// Each run's object is written when the run has ended; with its files, the
+// files are written as they are read, first in the object, and the run's
+// other fields follow them.
 class JsonOutput : public Output {
  public:
-  JsonOutput(std::ostream& out, const Options& options) : out_(out), files_(options.files) {
+  JsonOutput(std::ostream& out, const Options& options)
+      : out_(out), files_(options.files), streamed_(options.files && !options.lastRun) {
     out_ << "{\"logs\":" << dumped(options.logs) << ",\"runs\":[";
   }
-  bool wantsEntries() const override { return files_; }
+  // --run last: the run is known to be the last one only at the end.
+  bool wantsEntries() const override { return files_ && !streamed_; }
+  bool streamsEntries() const override { return streamed_; }
+  void entry(const Run&, const Entry& e) override {
+    if (!inRun_) openFiles();
+    else out_ << ',';
+    out_ << dumped(entryJson(e));
+  }
   void run(const Run& run, const std::vector<Entry>& entries) override {
-    json j = runJson(run);
     if (files_) {
-      j["files"] = json::array();
-      for (const Entry& e : entries) j["files"].push_back(entryJson(e));
+      for (const Entry& e : entries) entry(run, e);
+      if (!inRun_) openFiles();
+      // The run's fields without their opening brace follow the files.
+      out_ << "]," << dumped(runJson(run)).substr(1);
+    } else {
+      out_ << (first_ ? "" : ",") << dumped(runJson(run));
     }
-    out_ << (first_ ? "" : ",") << dumped(j);
     first_ = false;
+    inRun_ = false;
   }
   int finish(uint64_t skippedLines) override {
     out_ << "],\"skippedLines\":" << skippedLines << "}\n";
@@ -258,9 +272,16 @@ class JsonOutput : public Output {
   }
 
  private:
+  void openFiles() {
+    out_ << (first_ ? "" : ",") << "{\"files\":[";
+    inRun_ = true;
+  }
+
   std::ostream& out_;
-  bool files_;
+  const bool files_;
+  const bool streamed_;
   bool first_ = true;
+  bool inRun_ = false;  // a run's object and its files are open
 };
 
 // ---- CSV ----

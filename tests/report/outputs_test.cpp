@@ -1,9 +1,11 @@
 // velkor-report on logs whose names were chosen by someone else: runs forged
 // by names of older logs (written raw) are not judged clean, names written
 // with character references are shown as they are, and what would act on a
-// terminal is shown escaped.
+// terminal is shown escaped; and JSON of a run's files written as they are
+// read.
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -188,4 +190,56 @@ TEST(ReportOutputs, TerminalTextEscapesWhatActsOnTheTerminal) {
   LogText(log).start({"velkor", "-l", "/media/kvf/VOL1/evil\xe2\x80\xaetxt.exe\xc2\x9b"}).end();
   Reported table = reportOn(log.str(), velkorreport::Options());
   EXPECT_NE(std::string::npos, table.out.find("/media/kvf/VOL1/evil\\u202etxt.exe\\u009b")) << table.out;
+}
+
+// With --files, a run's files are written as they are read, before the run
+// has ended; the document is the same JSON: the run's fields as without
+// --files, its files as the CSV rows list them.
+TEST(ReportOutputs, JsonFilesAreWrittenAsTheyAreRead) {
+  std::ostringstream out;
+  std::unique_ptr<velkorreport::Output> output = velkorreport::makeOutput(jsonFiles(), out);
+  ASSERT_TRUE(output->streamsEntries());
+  velkorreport::Run run;
+  velkorreport::Entry entry;
+  entry.name = "/streamed";
+  output->entry(run, entry);
+  EXPECT_NE(std::string::npos, out.str().find("/streamed")) << out.str();
+
+  std::ostringstream log;
+  LogText text(log);
+  for (int r = 0; r < 3; ++r) {
+    text.start({"velkor", "-L", r == 1 ? "VOL2" : "VOL1"});
+    for (int i = 0; i < 4 * r; ++i) {
+      LoggedFile f = file("/f" + std::to_string(r) + "," + std::to_string(i), i % 2 ? velkor::good : velkor::invalidZid,
+                          1000 + 3 * i);
+      f.volume = r == 1 ? "VOL2" : "VOL1";
+      text.entry(f);
+    }
+    text.end();
+  }
+  const LogFile logFile(log.str());
+  for (const auto& [volume, problem] : {std::pair<std::string, std::string>{"", ""}, {"VOL1", ""}, {"", "invalidZid"}}) {
+    velkorreport::Options options = jsonFiles(), summary, csv;
+    options.volume = summary.volume = csv.volume = volume;
+    options.problem = summary.problem = csv.problem = problem;
+    summary.format = velkorreport::Format::json;
+    csv.format = velkorreport::Format::csv;
+    Reported withFiles = logFile.report(options);
+    ASSERT_EQ(0, withFiles.status) << withFiles.err;
+    json report = json::parse(withFiles.out), without = json::parse(logFile.report(summary).out);
+    std::string rows = "run,volume,name,zid,problems,action\r\n";
+    ASSERT_EQ(without["runs"].size(), report["runs"].size()) << volume << problem;
+    for (json& run : report["runs"]) {
+      ASSERT_TRUE(run.contains("files"));
+      for (const json& f : run["files"]) {
+        std::string name = f["name"];
+        rows += std::to_string(run["index"].get<int>()) + "," + f["volume"].get<std::string>() + ",\"" + name + "\"," +
+                f["zid"].get<std::string>() + "," + f["problems"][0].get<std::string>() + "," +
+                f["action"].get<std::string>() + "\r\n";
+      }
+      run.erase("files");
+    }
+    EXPECT_EQ(without, report) << volume << problem;
+    EXPECT_EQ(logFile.report(csv).out, rows) << volume << problem;
+  }
 }
