@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "common_cpp/qXML.h"
+#include "velkor/logEscape.h"
 
 namespace velkorreport {
 
@@ -63,6 +64,13 @@ std::string_view attribute(XML_ElementInfo_s element, const char* name) {
   return {element.attrValueStart, static_cast<size_t>(element.attrValueLength)};
 }
 
+// Sets `out` to an element's text or an attribute value with its references
+// decoded; text without any keeps `out`'s room.
+void assignDecoded(std::string& out, std::string_view text) {
+  if (text.find('&') == std::string_view::npos) out.assign(text);
+  else out = velkor::decodeLogText(text);
+}
+
 // "<startTime><CurrentTime time="..." timeValue="N" /></startTime>" and its
 // endTime twin: the seconds and the time text.
 bool parseTime(std::string_view text, std::string_view open, std::string_view close, LoggedTime* time) {
@@ -76,7 +84,7 @@ bool parseTime(std::string_view text, std::string_view open, std::string_view cl
     return false;
   time->present = true;
   time->seconds = value;
-  time->text = std::string(attribute(element, "time"));
+  assignDecoded(time->text, attribute(element, "time"));
   return true;
 }
 
@@ -93,8 +101,8 @@ bool parseEntry(std::string_view text, Entry* entry) {
   size_t nameStart = volumeEnd + kVolumeEnd.size();
   size_t nameEnd = text.find(kNameEnd, nameStart);
   if (nameEnd == std::string_view::npos) return false;
-  entry->volume.assign(text.substr(kOpen.size(), volumeEnd - kOpen.size()));
-  entry->name.assign(text.substr(nameStart, nameEnd - nameStart));
+  assignDecoded(entry->volume, text.substr(kOpen.size(), volumeEnd - kOpen.size()));
+  assignDecoded(entry->name, text.substr(nameStart, nameEnd - nameStart));
 
   const char* end = text.data() + text.size() - 1;
   XML_ElementInfo_s type{}, status{}, zid{};
@@ -115,7 +123,7 @@ bool parseEntry(std::string_view text, Entry* entry) {
   entry->deleted = startsWith(rest, kDeleted);
   if (entry->deleted) rest.remove_prefix(kDeleted.size());
   entry->zid.clear();
-  if (nextElement(rest.data(), end, "zid", &zid)) entry->zid.assign(contentOf(zid));
+  if (nextElement(rest.data(), end, "zid", &zid)) assignDecoded(entry->zid, contentOf(zid));
   return true;
 }
 
@@ -176,8 +184,11 @@ void LogReader::finish() {
 void LogReader::line(std::string_view text) {
   ++lineNumber_;
   if (text == kRunStart) {
+    // An element spread over lines is still open: this line may be its text.
+    uint64_t openLine = unfinishedElement();
     if (state_ != State::outside) endRun();
     startRun();
+    run_.beganInside = openLine;
     return;
   }
   if (pending_ != Pending::none && pending_ != Pending::argv && continuePending(text)) {
@@ -268,7 +279,7 @@ void LogReader::bodyLine(std::string_view text) {
     pending_ = Pending::msg;
   } else if (between(text, "<finishStatus>", "</finishStatus>", &inner)) {
     run_.hasFinishStatus = true;
-    run_.finishStatus.assign(inner);
+    assignDecoded(run_.finishStatus, inner);
   } else if (!parseTime(text, "<startTime>", "</startTime>", &run_.start) &&
              !parseTime(text, "<endTime>", "</endTime>", &run_.end)) {
     skip(lineNumber_, 1, text);
@@ -289,6 +300,12 @@ bool LogReader::closes(Pending kind, std::string_view text) const {
   }
 }
 
+uint64_t LogReader::unfinishedElement() const {
+  // An argument stays pending until the next line, ended or not.
+  if (pending_ == Pending::none || (pending_ == Pending::argv && endsWith(pendingText_, kArgvClose))) return 0;
+  return pendingLine_;
+}
+
 bool LogReader::continuePending(std::string_view text) {
   if (pendingText_.size() + text.size() + 1 > kMaxElement) {
     dropPending();
@@ -307,7 +324,7 @@ void LogReader::completePending() {
       return;
     case Pending::argv:
       if (endsWith(text, kArgvClose)) text.remove_suffix(kArgvClose.size());
-      run_.argv.emplace_back(text);
+      run_.argv.push_back(velkor::decodeLogText(text));
       break;
     case Pending::entry:
       if (parseEntry(text, &entry_)) {
@@ -319,10 +336,10 @@ void LogReader::completePending() {
       }
       break;
     case Pending::error:
-      if (between(text, "<error>", "</error>", &inner)) run_.errors.emplace_back(inner);
+      if (between(text, "<error>", "</error>", &inner)) run_.errors.push_back(velkor::decodeLogText(inner));
       break;
     case Pending::msg:
-      if (between(text, "<msg>", "</msg>", &inner)) run_.messages.emplace_back(inner);
+      if (between(text, "<msg>", "</msg>", &inner)) run_.messages.push_back(velkor::decodeLogText(inner));
       break;
   }
   pending_ = Pending::none;

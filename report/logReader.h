@@ -4,10 +4,13 @@
 // read, so its memory does not grow with the log.
 //
 // The log is not well-formed XML and is read as velkor writes it: one element
-// per line, the argument values unescaped, names that may hold any bytes
-// (newlines too), the created time's mismatched end tag and the open
-// compHeader. Text that is no part of a run's elements (what a signal handler
-// wrote, a cut-off entry) is skipped, counted and named by its line.
+// per line, the created time's mismatched end tag and the open compHeader.
+// Texts velkor does not choose (names, argument values, texts of replies) are
+// written with '<', '>', '&' and control bytes as character references and
+// are decoded; older logs hold them raw, newlines too, and are read as well.
+// Text that is no part of a run's elements (what a signal handler wrote, a
+// cut-off entry) is skipped, counted and named by its line. A run that begins
+// while an element spread over lines is still open is read as incomplete.
 #pragma once
 
 #include <cstddef>
@@ -60,6 +63,9 @@ class LogReader {
   void commandLineLine(std::string_view text);
   // An element spread over lines: true when `text` completes it.
   bool closes(Pending kind, std::string_view text) const;
+  // The line where the element spread over lines that is still open
+  // started; 0 when none is.
+  uint64_t unfinishedElement() const;
   // Adds a line to the element spread over lines; false, after skipping the
   // element, when the line would take it past kMaxElement.
   bool continuePending(std::string_view text);

@@ -17,6 +17,35 @@ void appendHex(std::string& out, unsigned char byte) {
   out += digits[byte & 15];
 }
 
+// The length of the UTF-8 sequence that `text` starts with (a code point of
+// U+0080 or above, in its shortest form, no surrogate), and the code point;
+// 0 when it starts with none.
+size_t utf8Sequence(std::string_view text, uint32_t* code) {
+  const unsigned char lead = static_cast<unsigned char>(text[0]);
+  size_t length;
+  uint32_t min;
+  if (lead >= 0xc2 && lead <= 0xdf) length = 2, min = 0x80, *code = lead & 0x1f;
+  else if (lead >= 0xe0 && lead <= 0xef) length = 3, min = 0x800, *code = lead & 0x0f;
+  else if (lead >= 0xf0 && lead <= 0xf4) length = 4, min = 0x10000, *code = lead & 0x07;
+  else return 0;
+  if (text.size() < length) return 0;
+  for (size_t k = 1; k < length; ++k) {
+    const unsigned char next = static_cast<unsigned char>(text[k]);
+    if ((next & 0xc0) != 0x80) return 0;
+    *code = *code << 6 | (next & 0x3f);
+  }
+  if (*code < min || *code > 0x10ffff || (*code >= 0xd800 && *code <= 0xdfff)) return 0;
+  return length;
+}
+
+// A code point a terminal acts on rather than shows, or that reorders the
+// text around it: the C1 controls, and the bidirectional marks, embeddings,
+// overrides and isolates.
+bool hidesText(uint32_t code) {
+  return (code >= 0x80 && code <= 0x9f) || code == 0x200e || code == 0x200f || (code >= 0x202a && code <= 0x202e) ||
+         (code >= 0x2066 && code <= 0x2069);
+}
+
 std::string localTime(const LoggedTime& time) {
   if (!time.present) return "-";
   time_t seconds = static_cast<time_t>(time.seconds);
@@ -123,8 +152,9 @@ class DetailOutput : public Output {
       out_ << "  Files:\n";
       for (const Entry& e : entries_) {
         std::string action = e.action();
-        out_ << "    " << printable(e.volume) << "  " << printable(e.name) << "  zid " << (e.zid.empty() ? "-" : e.zid)
-             << "  " << joined(e.problems) << "  " << (action.empty() ? "checked" : action) << "\n";
+        out_ << "    " << printable(e.volume) << "  " << printable(e.name) << "  zid "
+             << (e.zid.empty() ? "-" : printable(e.zid)) << "  " << printable(joined(e.problems)) << "  "
+             << (action.empty() ? "checked" : action) << "\n";
       }
     }
     return kClean;
@@ -207,20 +237,34 @@ json runJson(const Run& r) {
 
 std::string dumped(const json& j) { return j.dump(-1, ' ', false, json::error_handler_t::replace); }
 
+// Each run's object is written when the run has ended; with its files, the
+// files are written as they are read, first in the object, and the run's
+// other fields follow them.
 class JsonOutput : public Output {
  public:
-  JsonOutput(std::ostream& out, const Options& options) : out_(out), files_(options.files) {
+  JsonOutput(std::ostream& out, const Options& options)
+      : out_(out), files_(options.files), streamed_(options.files && !options.lastRun) {
     out_ << "{\"logs\":" << dumped(options.logs) << ",\"runs\":[";
   }
-  bool wantsEntries() const override { return files_; }
+  // --run last: the run is known to be the last one only at the end.
+  bool wantsEntries() const override { return files_ && !streamed_; }
+  bool streamsEntries() const override { return streamed_; }
+  void entry(const Run&, const Entry& e) override {
+    if (!inRun_) openFiles();
+    else out_ << ',';
+    out_ << dumped(entryJson(e));
+  }
   void run(const Run& run, const std::vector<Entry>& entries) override {
-    json j = runJson(run);
     if (files_) {
-      j["files"] = json::array();
-      for (const Entry& e : entries) j["files"].push_back(entryJson(e));
+      for (const Entry& e : entries) entry(run, e);
+      if (!inRun_) openFiles();
+      // The run's fields without their opening brace follow the files.
+      out_ << "]," << dumped(runJson(run)).substr(1);
+    } else {
+      out_ << (first_ ? "" : ",") << dumped(runJson(run));
     }
-    out_ << (first_ ? "" : ",") << dumped(j);
     first_ = false;
+    inRun_ = false;
   }
   int finish(uint64_t skippedLines) override {
     out_ << "],\"skippedLines\":" << skippedLines << "}\n";
@@ -228,9 +272,16 @@ class JsonOutput : public Output {
   }
 
  private:
+  void openFiles() {
+    out_ << (first_ ? "" : ",") << "{\"files\":[";
+    inRun_ = true;
+  }
+
   std::ostream& out_;
-  bool files_;
+  const bool files_;
+  const bool streamed_;
   bool first_ = true;
+  bool inRun_ = false;  // a run's object and its files are open
 };
 
 // ---- CSV ----
@@ -284,9 +335,9 @@ class CheckOutput : public Output {
     }
     const Run& r = last_;
     std::string title = runTitle(r);
-    if (!r.complete()) {
-      out_ << title << " is incomplete: " << (r.end.present ? "its document is not closed" : "it has no end time")
-           << "\n";
+    std::string incomplete = r.incompleteReason();
+    if (!incomplete.empty()) {
+      out_ << title << " is incomplete: " << incomplete << "\n";
       return kRunFailed;
     }
     if (!r.errors.empty()) {
@@ -319,16 +370,36 @@ class CheckOutput : public Output {
 std::string printable(std::string_view text) {
   std::string shown;
   shown.reserve(text.size());
-  for (char c : text) {
-    unsigned char u = static_cast<unsigned char>(c);
-    if (c == '\\') shown += "\\\\";
-    else if (c == '\n') shown += "\\n";
-    else if (c == '\t') shown += "\\t";
-    else if (u < 0x20 || u == 0x7f) {
+  for (size_t i = 0; i < text.size();) {
+    const unsigned char u = static_cast<unsigned char>(text[i]);
+    if (u < 0x80) {
+      if (u == '\\') shown += "\\\\";
+      else if (u == '\n') shown += "\\n";
+      else if (u == '\t') shown += "\\t";
+      else if (u < 0x20 || u == 0x7f) {
+        shown += "\\x";
+        appendHex(shown, u);
+      } else {
+        shown += static_cast<char>(u);
+      }
+      ++i;
+      continue;
+    }
+    uint32_t code;
+    const size_t length = utf8Sequence(text.substr(i), &code);
+    if (length == 0) {
+      // Not UTF-8: on a terminal that reads bytes, 0x80 to 0x9f are controls.
       shown += "\\x";
       appendHex(shown, u);
+      ++i;
+    } else if (hidesText(code)) {
+      shown += "\\u";
+      appendHex(shown, static_cast<unsigned char>(code >> 8));
+      appendHex(shown, static_cast<unsigned char>(code & 0xff));
+      i += length;
     } else {
-      shown += c;
+      shown.append(text.substr(i, length));
+      i += length;
     }
   }
   return shown;

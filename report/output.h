@@ -30,8 +30,10 @@ class Output {
 // The output the options ask for.
 std::unique_ptr<Output> makeOutput(const Options& options, std::ostream& out);
 
-// Text for a terminal: control bytes and backslashes written as C escapes,
-// other bytes as they are.
+// Text for a terminal: control bytes, backslashes and bytes that are not
+// UTF-8 written as C escapes (\n, \\, \x1b, \xff), the C1 controls and the
+// bidirectional formatting characters as \u escapes (\u009b, \u202e); other
+// text as it is.
 std::string printable(std::string_view text);
 
 }  // namespace velkorreport

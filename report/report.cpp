@@ -32,14 +32,23 @@ class ReportSink : public RunSink {
   ReportSink(const Options& options, Output& output, std::ostream& err)
       : options_(options), output_(output), err_(err) {}
 
+  // The run has counted the entry. Whether the run is shown does not change
+  // after an entry that is shown: its index and operation are known, and the
+  // entry itself names the volume and has the problem asked for. So entries
+  // are handed over as they are read, and only for runs that are shown.
   void entry(const Run& run, const Entry& entry) override {
-    if (!entryShown(entry) || (options_.run != 0 && run.index != options_.run)) return;
-    if (output_.streamsEntries()) output_.entry(run, entry);
-    else if (output_.wantsEntries()) entries_.push_back(entry);
+    if (!entryShown(entry) || !runShown(run)) return;
+    if (output_.streamsEntries()) {
+      output_.entry(run, entry);
+      streamed_ = true;
+    } else if (output_.wantsEntries()) {
+      entries_.push_back(entry);
+    }
   }
 
   void runEnd(Run& run) override {
-    if (runShown(run)) {
+    // A run whose entries were handed over is always ended in the output.
+    if (streamed_ || runShown(run)) {
       ++shown_;
       if (options_.lastRun) {
         // Only the last one is shown: it is kept until the logs end.
@@ -51,6 +60,7 @@ class ReportSink : public RunSink {
       }
     }
     entries_.clear();
+    streamed_ = false;
   }
 
   void skipped(const std::string& source, uint64_t line, uint64_t lines, std::string_view text) override {
@@ -88,6 +98,7 @@ class ReportSink : public RunSink {
   Run last_;
   std::vector<Entry> lastEntries_;
   bool haveLast_ = false;
+  bool streamed_ = false;  // entries of the run being read were handed over
   uint64_t shown_ = 0;
   uint64_t warnings_ = 0;
 };

@@ -5,6 +5,13 @@
 
 namespace velkorreport {
 
+namespace {
+
+// The finish status velkor's interface writes when the run found problem files.
+constexpr std::string_view kProblemsFoundStatus = "finished with problem files found";
+
+}  // namespace
+
 bool Entry::has(std::string_view problem) const {
   for (const std::string& p : problems)
     if (p == problem) return true;
@@ -13,14 +20,16 @@ bool Entry::has(std::string_view problem) const {
 
 bool Entry::skipped() const { return has(velkor::kSkippedElement); }
 
-bool Entry::remains() const {
+bool Entry::problemFile() const {
   // A skipped file was not checked: whatever else its entry holds, it is
-  // counted as skipped, never also as remaining.
-  if (fixed || deleted || skipped()) return false;
+  // counted as skipped, never also as a problem file.
+  if (skipped()) return false;
   for (const std::string& p : problems)
     if (p != velkor::kGoodElement && p != velkor::kSkippedElement) return true;
   return false;
 }
+
+bool Entry::remains() const { return !fixed && !deleted && problemFile(); }
 
 std::string Entry::action() const {
   if (fixed && deleted) return "fixed deleted";
@@ -57,6 +66,7 @@ void Run::add(const Entry& entry) {
     ++skipped;
     if (listSkipped) skippedFiles.push_back(entry.name);
   }
+  if (entry.problemFile()) ++problemFiles;
   if (entry.remains()) {
     ++remaining;
     for (const std::string& p : entry.problems)
@@ -68,6 +78,18 @@ void Run::add(const Entry& entry) {
 bool Run::concerns(const std::string& volume) const {
   if (!operation.empty() && !fileTarget) return target == volume;
   return volumes.count(volume) != 0;
+}
+
+std::string Run::incompleteReason() const {
+  if (!end.present) return "it has no end time";
+  if (!closed) return "its document is not closed";
+  if (beganInside != 0)
+    return "it begins inside an element left unfinished at line " + std::to_string(beganInside);
+  // velkor ends a run that counted fixable or corrupted files with this
+  // status, and logs an entry for each of them (fixed, deleted or not).
+  if (hasFinishStatus && finishStatus == kProblemsFoundStatus && problemFiles == 0)
+    return "its finish status says problem files were found, but it holds no entry of one";
+  return "";
 }
 
 std::string Run::statusText() const {

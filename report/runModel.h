@@ -24,8 +24,10 @@ struct Entry {
 
   bool has(std::string_view problem) const;
   bool skipped() const;
-  // A problem other than good and skipped that was neither fixed nor deleted,
-  // on an entry that was not skipped.
+  // A problem other than good and skipped, on an entry that was not skipped:
+  // a file velkor counts among the problem files it found.
+  bool problemFile() const;
+  // A problem file that was neither fixed nor deleted.
   bool remains() const;
   // "fixed", "deleted", "fixed deleted" or "".
   std::string action() const;
@@ -55,9 +57,14 @@ struct Run {
   std::vector<std::string> errors;
   std::vector<std::string> messages;
   bool closed = false;  // its closing element was read
+  // The line of an element of the run before that was still open, spread
+  // over lines, when this run's opening element was read; 0: none. Such a
+  // run may be text of that element (a name in an older log, written raw).
+  uint64_t beganInside = 0;
 
   uint64_t entries = 0;
   uint64_t skipped = 0;
+  uint64_t problemFiles = 0;  // entries of problem files, whatever was done to them
   uint64_t remaining = 0;
   std::map<std::string, uint64_t> problems;  // entries per fileStatus element
   std::map<std::string, uint64_t> types;     // entries per type
@@ -67,8 +74,12 @@ struct Run {
   bool listSkipped = true;
   std::set<std::string> volumes;  // the volumes its entries name
 
-  // End time and closing element present: the run was not cut short.
-  bool complete() const { return end.present && closed; }
+  // Why the run's document cannot be the whole of a run: no end time, no
+  // closing element, begun inside an element of the run before, or a finish
+  // status that says problem files were found with no entry of one. Empty
+  // when it is complete.
+  std::string incompleteReason() const;
+  bool complete() const { return incompleteReason().empty(); }
   // The operation derived from argv the way velkor parses its command line.
   void deriveOperation();
   // Counts one entry.

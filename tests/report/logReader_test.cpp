@@ -9,6 +9,7 @@
 
 #include "logReader.h"
 #include "logText.h"
+#include "loggedFile.h"
 #include "process.h"
 #include "report.h"
 #include "velkor/logElements.h"
@@ -16,6 +17,7 @@
 
 using testsupport::LoggedFile;
 using testsupport::LogText;
+using reporttests::file;
 using velkorreport::Entry;
 using velkorreport::LogReader;
 using RunRecord = velkorreport::Run;
@@ -54,14 +56,6 @@ Collected read(const std::string& text, size_t block = 1 << 16) {
   for (size_t at = 0; at < text.size(); at += block) reader.feed(text.data() + at, std::min(block, text.size() - at));
   reader.finish();
   return c;
-}
-
-LoggedFile file(const std::string& name, unsigned long problems, uint64_t zid = 1000) {
-  LoggedFile f;
-  f.name = name;
-  f.problems = problems;
-  f.zid = zid;
-  return f;
 }
 
 uint64_t lineOf(const std::string& text, size_t offset) {
@@ -155,13 +149,23 @@ TEST(LogReader, CutOffRunsAreIncompleteAndTheirBrokenEntrySkipped) {
     EXPECT_EQ(lineOf(text, cut.rfind("<entry>")), c.pieces[0].line);
     EXPECT_EQ(0u, c.pieces[0].text.find("<entry><volume>VOL1</volume><name>/b</name>"));
     if (c.runs.size() == 2) {
-      EXPECT_TRUE(c.runs[1].complete());
+      // Its own document is whole, but it begins while the cut entry is
+      // still open: it could be text of that entry.
+      EXPECT_FALSE(c.runs[1].complete());
+      EXPECT_EQ("it begins inside an element left unfinished at line " + std::to_string(c.pieces[0].line),
+                c.runs[1].incompleteReason());
       EXPECT_EQ("delete-all", c.runs[1].operation);
       EXPECT_EQ(1u, c.runs[1].entries);
     }
   }
-  // Cut inside the command line: the arguments read so far still name the operation.
+  // A run after one cut at the end of a line, or after its last argument, is whole.
   std::string head = killed.substr(0, killed.find("</CommandLine>"));
+  for (const std::string& before : {killed, head}) {
+    Collected c = read(before + second.str());
+    ASSERT_EQ(2u, c.runs.size());
+    EXPECT_TRUE(c.runs[1].complete()) << c.runs[1].incompleteReason();
+  }
+  // Cut inside the command line: the arguments read so far still name the operation.
   Collected c = read(head);
   ASSERT_EQ(1u, c.runs.size());
   EXPECT_EQ("list-all", c.runs[0].operation);

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <thread>
 
 #include "e2e.h"
@@ -190,6 +191,19 @@ TEST(ReportEndToEnd, EveryKindOfRunInOneLog) {
     int status = shown[i].check >= 0 ? shown[i].check : run["remaining"].get<uint64_t>() ? 1 : 0;
     EXPECT_EQ(status, log.check(i + 1)) << "run " << i + 1 << "\n" << run.dump(1).substr(0, 2000);
   }
+
+  // The status velkor ends a run with when it found problem files, on that
+  // run with its entries taken out: not clean, incomplete.
+  ASSERT_EQ(1, log.check(1));
+  std::istringstream whole(testsupport::readFile(log.log()));
+  std::string withoutEntries, line;
+  while (std::getline(whole, line))
+    if (line.rfind("<entry>", 0) != 0) withoutEntries += line + "\n";
+  testsupport::TempDir cut;
+  testsupport::writeFile(cut.file("velkor.log"), withoutEntries);
+  ProcessResult entriesGone = velkorReport({"--check", "--run", "1", cut.file("velkor.log")});
+  EXPECT_EQ(2, entriesGone.exitStatus) << entriesGone.out;
+  EXPECT_NE(std::string::npos, entriesGone.out.find("is incomplete")) << entriesGone.out;
 
   // List, fix, list again: the generator's counts and the sets the simulator saw.
   const json& list = runs[0];

@@ -1,6 +1,8 @@
 // The start-up configuration file's settings: lines up to 255 characters are
-// read; a longer line or a missing file is an error, never a cut line.
+// read; a longer line, a missing file or one that is not a regular file is an
+// error, never a cut line.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <string>
@@ -33,7 +35,7 @@ TEST_F(StartConfig, SettingsAfterLinesOfUpTo255Characters) {
   EXPECT_EQ(4294967295u, velkor::getSetParameterValue("NoSuchKey"));
 }
 
-TEST_F(StartConfig, LongLineAndMissingFileAreErrors) {
+TEST_F(StartConfig, LongLineMissingFileAndOtherKindsOfFileAreErrors) {
   write("# " + std::string(254, 'x') + "\n/DaysUntouchedBeforeCompression=14\n");
   try {
     velkor::getSetParameterValue("DaysUntouchedBeforeCompression");
@@ -41,6 +43,21 @@ TEST_F(StartConfig, LongLineAndMissingFileAreErrors) {
   } catch (const KVFError& e) {
     EXPECT_EQ(zERR_BUFFER_TOO_SMALL, e.code);
     EXPECT_EQ("A line longer than 255 characters in " + path_, e.what());
+  }
+  // A directory or a FIFO in its place is named as what it is; the FIFO is
+  // not opened (that would wait for a writer).
+  testsupport::TempDir other;
+  std::string fifo = other.file("fifo");
+  ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+  for (const auto& [path, what] : {std::pair<std::string, std::string>{other.path(), "a directory"},
+                                  {fifo, "not a regular file"}}) {
+    velkor::kvfStartConfigPath = path.c_str();
+    try {
+      velkor::getSetParameterValue("DaysUntouchedBeforeCompression");
+      ADD_FAILURE() << path << " was read";
+    } catch (const KVFError& e) {
+      EXPECT_EQ("The start-up configuration file " + path + " is " + what, e.what());
+    }
   }
   velkor::kvfStartConfigPath = "/nonexistent/kvfstart.cfg";
   try {

@@ -1,5 +1,7 @@
 #include "velkor/compCandidate.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -28,6 +30,13 @@ const unsigned int kNoSetting = 4294967295u;
 }  // namespace
 
 unsigned int getSetParameterValue(const char* name) {
+  // Only a regular file is read: a directory would read as one long line, and
+  // opening a FIFO would wait for a writer.
+  struct stat status;
+  if (stat(kvfStartConfigPath, &status) == 0 && !S_ISREG(status.st_mode))
+    throw KVFError(std::string("The start-up configuration file ") + kvfStartConfigPath + " is " +
+                       (S_ISDIR(status.st_mode) ? "a directory" : "not a regular file"),
+                   KVF_HERE, S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
   std::ifstream config(kvfStartConfigPath);
   if (!config.is_open())
     throw KVFError(std::string("Unable to read the start-up configuration file ") + kvfStartConfigPath, KVF_HERE,
