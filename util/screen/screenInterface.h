@@ -59,8 +59,12 @@ class ScreenInterface {
   void EatAllTypeAhead();
   bool PromptForYesOrNo(bool defaultYes, const char* prompt, bool clearAfter);
 
-  // Copies the pad's top-left corner, as large as the terminal, to the screen;
-  // that also sends whatever a paced update left pending.
+  // Copies the pad's top-left corner, as large as curses's screen, to the
+  // terminal; that also sends whatever a paced update left pending. A new
+  // terminal size (SIGWINCH) is taken here, at the first copy after it, and
+  // the whole pad sent again; a size that curses cannot hold is refused and
+  // the screen keeps the size it has. A copy that curses refuses leaves the
+  // pad pending, to be sent whole by the next one.
   void CopyPadToScreen();
 
   // Outputs between BeginUpdate and the matching EndUpdate go to the pad
@@ -83,6 +87,8 @@ class ScreenInterface {
 
  private:
   int PromptForYesOrNo2(unsigned int defaultFlags, const char* prompt);
+  // After an output: a copy to the screen, or a pending one inside an update.
+  void Output();
   attr_t AttributesFor(int attribute) const;
 
   SCREEN* screen_;
