@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <climits>
+#include <clocale>
 #include <cstdio>
 #include <stdexcept>
 
@@ -88,6 +89,10 @@ int GetTermSize(int* rows, int* cols) {
 }
 
 ScreenInterface::ScreenInterface() : pad(nullptr), screen_(nullptr), hasColours_(false) {
+  // Names are read as characters of the operator's character set; only the
+  // character handling follows the environment (messages, numbers and times
+  // stay as the program writes them).
+  setlocale(LC_CTYPE, "");
   // A new terminal size is noted here and taken at the next copy (see
   // copyToScreen); installed before curses starts, which then leaves it.
   struct sigaction action = {};
@@ -176,6 +181,14 @@ void ScreenInterface::OutputToScreenWithAttributeV(int attribute, const char* fo
   attr_t attrs = AttributesFor(attribute);
   if (attrs != A_NORMAL) wattron(pad, attrs);
   vw_printw(pad, format, args);
+  if (attrs != A_NORMAL) wattroff(pad, attrs);
+  Output();
+}
+
+void ScreenInterface::OutputTextWithAttribute(int attribute, const std::wstring& text) {
+  attr_t attrs = AttributesFor(attribute);
+  if (attrs != A_NORMAL) wattron(pad, attrs);
+  waddnwstr(pad, text.c_str(), static_cast<int>(text.size()));
   if (attrs != A_NORMAL) wattroff(pad, attrs);
   Output();
 }

@@ -14,6 +14,7 @@
 #include <time.h>
 
 #include <cstdarg>
+#include <string>
 
 #include "screen/screenAttributes.h"
 
@@ -41,7 +42,9 @@ class ScreenInterface {
   static const int kPadRows = 100;
   static const int kPadColumns = 320;
 
-  // Enters curses mode; throws std::runtime_error when no screen can be had.
+  // Takes the character handling (LC_CTYPE, nothing else) from the
+  // environment and enters curses mode; throws std::runtime_error when no
+  // screen can be had.
   ScreenInterface();
   ~ScreenInterface();
   ScreenInterface(const ScreenInterface&) = delete;
@@ -51,6 +54,9 @@ class ScreenInterface {
   void GetOutputCursor(int& row, int& col);
   void OutputToScreenWithAttribute(int attribute, const char* format, ...);
   void OutputToScreenWithAttributeV(int attribute, const char* format, va_list args);
+  // Wide characters, as they are: text the program does not choose goes
+  // through DisplayText (screen/displayText.h) first.
+  void OutputTextWithAttribute(int attribute, const std::wstring& text);
   void ClearLine();
   void ClearScreen();
   void Redraw();
