@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -334,6 +335,20 @@ void VelkorTerminal::send(const std::string& keys) {
 
 void VelkorTerminal::sendSignal(int signal) {
   if (pid_ > 0) kill(-pid_, signal);
+}
+
+void VelkorTerminal::resize(int rows, int cols) {
+  pump(std::chrono::milliseconds(0));  // what was written for the old size is read at it
+  struct winsize size = {};
+  size.ws_row = static_cast<unsigned short>(rows);
+  size.ws_col = static_cast<unsigned short>(cols);
+  if (master_ < 0 || ioctl(master_, TIOCSWINSZ, &size) != 0) ADD_FAILURE() << "cannot resize the terminal";
+  if (rows > 0 && cols > 0 && long(rows) * cols <= kMaxEmulatedCells) {
+    vterm_set_size(screen_->vt, rows, cols);
+    screen_->rows = rows;
+    screen_->cols = cols;
+  }
+  signalProgram(SIGWINCH);
 }
 
 void VelkorTerminal::reap(bool block) {

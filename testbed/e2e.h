@@ -122,6 +122,12 @@ class VelkorTerminal {
   bool signalProgram(int sig);
   // Sends a signal to the terminal's process group: the sandbox and velkor.
   void sendSignal(int signal);
+  // Gives the terminal a new size, as a terminal window does: the pseudo-
+  // terminal takes it and the program gets SIGWINCH. The emulator takes it
+  // too, up to kMaxEmulatedCells cells; past that it keeps its size (a
+  // terminal that large exists only to attack the program).
+  static const long kMaxEmulatedCells = 1L << 21;
+  void resize(int rows, int cols);
   // Reads the output until `done` holds; false on timeout or when the
   // program ended first without it holding.
   bool waitUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout = std::chrono::seconds(20));

@@ -1,10 +1,13 @@
 #include "screen/screenInterface.h"
 
+#include <signal.h>
 #include <sys/ioctl.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <climits>
+#include <clocale>
 #include <cstdio>
 #include <stdexcept>
 
@@ -12,18 +15,48 @@ namespace {
 
 const char kAnswerLetters[] = "ynYN";
 
-// Pads are copied explicitly; each output ends with a copy to the screen.
-void copyToScreen(WINDOW* w) {
-  int rows = 0, cols = 0;
-  GetTermSize(&rows, &cols);
-  int lastRow = rows - 1 < 0 ? 0 : rows - 1;
-  int lastCol = cols - 1 < 0 ? 0 : cols - 1;
-  prefresh(w, 0, 0, 0, 0, lastRow, lastCol);
+// Set when the terminal signals a new size (SIGWINCH); the next copy to the
+// screen takes it. The layer takes the size itself, where it can check it:
+// curses, left to do so, takes whatever size the terminal reports the moment
+// it next updates or looks for a key, and it leaves a SIGWINCH that already
+// has a handler alone.
+std::atomic<bool> sizeSignalled{false};
+struct sigaction previousSizeAction;
+
+void noteSize(int) { sizeSignalled = true; }
+
+// The largest terminal curses is asked to hold, in cells. Curses keeps
+// several copies of every cell, and nothing is drawn past the pad anyway; a
+// larger size is one no terminal has (anyone who may use the terminal can
+// set any size on it) and is refused.
+const long kMaxCells = 1L << 20;
+
+// Makes curses hold a screen of rows x cols. A size it cannot hold, or
+// cannot have, leaves it with the size it has. True when the size changed.
+bool takeSize(int rows, int cols) {
+  if (rows == LINES && cols == COLS) return false;
+  if (rows < 1 || cols < 1 || rows > SHRT_MAX || cols > SHRT_MAX || long(rows) * cols > kMaxCells) return false;
+  const int oldRows = LINES, oldCols = COLS;
+  if (resizeterm(rows, cols) == OK) return true;
+  resizeterm(oldRows, oldCols);  // whatever it had changed goes back
+  return false;
 }
 
-}  // namespace
-
-namespace {
+// Copies the pad's top-left corner to the terminal, after taking the
+// terminal's new size when one was signalled: as much of the pad as curses's
+// screen holds, never more (curses refuses a copy past its screen). False
+// when curses refused it all the same.
+bool copyToScreen(WINDOW* w) {
+  if (sizeSignalled.exchange(false)) {
+    int rows = 0, cols = 0;
+    if (GetTermSize(&rows, &cols) == 0 && takeSize(rows, cols)) {
+      // What the terminal showed may be cut, moved or gone: all is sent again.
+      clearok(curscr, TRUE);
+      touchwin(w);
+    }
+  }
+  return prefresh(w, 0, 0, 0, 0, LINES - 1, COLS - 1) == OK;
+}
 
 std::atomic<pthread_mutex_t*> screenGuard{nullptr};
 
@@ -56,9 +89,23 @@ int GetTermSize(int* rows, int* cols) {
 }
 
 ScreenInterface::ScreenInterface() : pad(nullptr), screen_(nullptr), hasColours_(false) {
+  // Names are read as characters of the operator's character set; only the
+  // character handling follows the environment (messages, numbers and times
+  // stay as the program writes them).
+  setlocale(LC_CTYPE, "");
+  // A new terminal size is noted here and taken at the next copy (see
+  // copyToScreen); installed before curses starts, which then leaves it.
+  struct sigaction action = {};
+  action.sa_handler = noteSize;
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = SA_RESTART;
+  sigaction(SIGWINCH, &action, &previousSizeAction);
   // newterm, unlike initscr, reports a missing terminal instead of exiting.
   screen_ = newterm(nullptr, stdout, stdin);
-  if (!screen_) throw std::runtime_error("no terminal");
+  if (!screen_) {
+    sigaction(SIGWINCH, &previousSizeAction, nullptr);
+    throw std::runtime_error("no terminal");
+  }
   // Until a screen has once been suspended and resumed, curses flushes its
   // output at every cursor movement, so one update of a few counters reaches
   // the terminal in several writes. Doing that once here, before anything is
@@ -72,6 +119,7 @@ ScreenInterface::ScreenInterface() : pad(nullptr), screen_(nullptr), hasColours_
   if (!pad) {
     RestoreTerminal();
     delscreen(screen_);
+    sigaction(SIGWINCH, &previousSizeAction, nullptr);
     throw std::runtime_error("no pad");
   }
   if (has_colors()) {
@@ -92,6 +140,7 @@ ScreenInterface::~ScreenInterface() {
   RestoreTerminal();
   if (pad) delwin(pad);
   delscreen(screen_);
+  sigaction(SIGWINCH, &previousSizeAction, nullptr);
 }
 
 attr_t ScreenInterface::AttributesFor(int attribute) const {
@@ -133,6 +182,18 @@ void ScreenInterface::OutputToScreenWithAttributeV(int attribute, const char* fo
   if (attrs != A_NORMAL) wattron(pad, attrs);
   vw_printw(pad, format, args);
   if (attrs != A_NORMAL) wattroff(pad, attrs);
+  Output();
+}
+
+void ScreenInterface::OutputTextWithAttribute(int attribute, const std::wstring& text) {
+  attr_t attrs = AttributesFor(attribute);
+  if (attrs != A_NORMAL) wattron(pad, attrs);
+  waddnwstr(pad, text.c_str(), static_cast<int>(text.size()));
+  if (attrs != A_NORMAL) wattroff(pad, attrs);
+  Output();
+}
+
+void ScreenInterface::Output() {
   if (updateDepth_ > 0) {
     copyPending_ = true;
     return;
@@ -141,9 +202,10 @@ void ScreenInterface::OutputToScreenWithAttributeV(int attribute, const char* fo
 }
 
 void ScreenInterface::CopyPadToScreen() {
-  copyPending_ = false;
   clock_gettime(CLOCK_MONOTONIC, &lastCopy_);
-  copyToScreen(pad);
+  // A refused copy leaves the whole pad to be sent at the next one.
+  copyPending_ = !copyToScreen(pad);
+  if (copyPending_) touchwin(pad);
 }
 
 void ScreenInterface::BeginUpdate() { ++updateDepth_; }
@@ -175,8 +237,8 @@ void ScreenInterface::ClearScreen() { werase(pad); }
 
 void ScreenInterface::Redraw() {
   int rows = 0, cols = 0;
-  GetTermSize(&rows, &cols);
-  if (rows > 0 && cols > 0) resizeterm(rows, cols);
+  sizeSignalled = false;
+  if (GetTermSize(&rows, &cols) == 0) takeSize(rows, cols);
   // Discard a pending key (the resize itself) without waiting for one.
   nodelay(pad, TRUE);
   wgetch(pad);
@@ -279,5 +341,5 @@ void OutputToScreen(WINDOW* w, const char* format, ...) {
 
 void OutputToScreenWithPointer(WINDOW* w, const char* format, va_list args) {
   vw_printw(w, format, args);
-  copyToScreen(w);
+  if (!copyToScreen(w)) touchwin(w);  // all of it goes with the next copy
 }

@@ -14,6 +14,7 @@
 #include <time.h>
 
 #include <cstdarg>
+#include <string>
 
 #include "screen/screenAttributes.h"
 
@@ -41,7 +42,9 @@ class ScreenInterface {
   static const int kPadRows = 100;
   static const int kPadColumns = 320;
 
-  // Enters curses mode; throws std::runtime_error when no screen can be had.
+  // Takes the character handling (LC_CTYPE, nothing else) from the
+  // environment and enters curses mode; throws std::runtime_error when no
+  // screen can be had.
   ScreenInterface();
   ~ScreenInterface();
   ScreenInterface(const ScreenInterface&) = delete;
@@ -51,6 +54,9 @@ class ScreenInterface {
   void GetOutputCursor(int& row, int& col);
   void OutputToScreenWithAttribute(int attribute, const char* format, ...);
   void OutputToScreenWithAttributeV(int attribute, const char* format, va_list args);
+  // Wide characters, as they are: text the program does not choose goes
+  // through DisplayText (screen/displayText.h) first.
+  void OutputTextWithAttribute(int attribute, const std::wstring& text);
   void ClearLine();
   void ClearScreen();
   void Redraw();
@@ -59,8 +65,12 @@ class ScreenInterface {
   void EatAllTypeAhead();
   bool PromptForYesOrNo(bool defaultYes, const char* prompt, bool clearAfter);
 
-  // Copies the pad's top-left corner, as large as the terminal, to the screen;
-  // that also sends whatever a paced update left pending.
+  // Copies the pad's top-left corner, as large as curses's screen, to the
+  // terminal; that also sends whatever a paced update left pending. A new
+  // terminal size (SIGWINCH) is taken here, at the first copy after it, and
+  // the whole pad sent again; a size that curses cannot hold is refused and
+  // the screen keeps the size it has. A copy that curses refuses leaves the
+  // pad pending, to be sent whole by the next one.
   void CopyPadToScreen();
 
   // Outputs between BeginUpdate and the matching EndUpdate go to the pad
@@ -83,6 +93,8 @@ class ScreenInterface {
 
  private:
   int PromptForYesOrNo2(unsigned int defaultFlags, const char* prompt);
+  // After an output: a copy to the screen, or a pending one inside an update.
+  void Output();
   attr_t AttributesFor(int attribute) const;
 
   SCREEN* screen_;

@@ -37,6 +37,10 @@ std::string statusText(unsigned long problems) {
   return text;
 }
 
+// The widest name and time text shown whole; a wider one is cut (FitToColumns).
+const int kNameColumns = 63;
+const int kTimeColumns = 19;  // "2023/03/29 05:36:58"
+
 unsigned long long zidValue(const char* text) { return KVF::LB_strtouq(text, nullptr, 10); }
 
 }  // namespace
@@ -64,13 +68,13 @@ void VELKOR_UserInterface::displayFileInfo(UncompBeastInfo* info, CompBeastInfo*
 
   char type[64];
   getTypeStr(type, info->allNamesDeleted, info->beastType, 0);
-  std::string shownName = name ? name : "";
-  if (shownName.size() >= 64) shownName = shownName.substr(0, 60) + "...";
   const char* action = fixed ? "fixed" : deleted ? "deleted" : "checked";
 
   drawAt(13, 2, kAttrHeading, "Last File Checked: (type: %s)", type);
-  drawAt(14, 4, kAttrText, "Volume Name:  %s", info->name);
-  drawAt(15, 4, kAttrText, "File Name:    %s", shownName.c_str());
+  // Names and the times are the file system's texts: a name of 64 columns or
+  // more is cut to 60 and "...".
+  drawName(14, 4, kAttrText, "Volume Name:  ", info->name, kNameColumns);
+  drawName(15, 4, kAttrText, "File Name:    ", name, kNameColumns);
   drawAt(16, 4, kAttrText, "File Status:  %-30s   Action Taken:  %s", statusText(problems).c_str(), action);
   if (problems & skippedChecking) return;
 
@@ -79,8 +83,8 @@ void VELKOR_UserInterface::displayFileInfo(UncompBeastInfo* info, CompBeastInfo*
   if (info->beastType == beastDirectory) return;
   int r = 1;
   if (info->beastType == beastFile) {
-    drawAt(18, 4, kAttrText, "Created Time: %s                   Accessed Time: %s", info->createdTimeText,
-           info->accessedTimeText);
+    int end = drawName(18, 4, kAttrText, "Created Time: ", info->createdTimeText, kTimeColumns);
+    drawName(18, end, kAttrText, "                   Accessed Time: ", info->accessedTimeText, kTimeColumns);
     r = 2;
   }
   if (info->compInfo) {

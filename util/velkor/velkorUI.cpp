@@ -11,10 +11,12 @@
 #include <cstring>
 #include <iostream>
 #include <stdexcept>
+#include <string>
 
 #include "common/kvfUtil.h"
 #include "common_cpp/kvfError.h"
 #include "velkor/compCandidate.h"
+#include "screen/displayText.h"
 #include "screen/screenInterface.h"
 #include "velkor/runLog.h"
 #include "velkor/singleFile.h"
@@ -172,6 +174,18 @@ void VELKOR_UserInterface::drawText(int row, int col, int attribute, const char*
   screen->OutputToScreenWithAttribute(attribute, "%s", text);
 }
 
+int VELKOR_UserInterface::drawName(int row, int col, int attribute, const char* label, const char* text,
+                                   int columns) {
+  ScreenLock hold(&lock);
+  ScreenUpdate update(screen);
+  screen->PositionOutputCursor(row, col);
+  screen->OutputToScreenWithAttribute(attribute, "%s", label);
+  screen->OutputTextWithAttribute(attribute, FitToColumns(DisplayText(text ? text : ""), columns));
+  int end = 0;
+  screen->GetOutputCursor(row, end);
+  return end;
+}
+
 int VELKOR_UserInterface::readKey() {
   {
     // The question on the screen is shown whole before the key is waited for.
@@ -188,24 +202,16 @@ void VELKOR_UserInterface::clearRow(int row) {
 }
 
 void VELKOR_UserInterface::displayCommand(int argc, char** argv) {
-  // At most 67 characters: a longer command line is cut to 64 and "...".
-  char line[68];
-  int position = 0;
+  // At most 67 columns: a longer command line is cut to 64 and "...".
+  std::string line;
   for (int i = 0; i < argc; ++i) {
-    int length = static_cast<int>(strlen(argv[i]));
-    if (length > 67 - position) {
-      if (position < 64) memcpy(line + position, argv[i], 64 - position);
-      memcpy(line + 64, "...", 3);
-      position = 67;
-      break;
-    }
-    memcpy(line + position, argv[i], length);
-    position += length;
-    if (position > 66) break;
-    line[position++] = ' ';
+    if (i > 0) line += ' ';
+    line += argv[i];
   }
-  line[position] = '\0';
-  drawAt(2, 2, kAttrText, "%s%s\n", "Command: ", line);
+  ScreenLock hold(&lock);
+  ScreenUpdate update(screen);
+  drawName(2, 2, kAttrText, "Command: ", line.c_str(), 67);
+  screen->OutputToScreenWithAttribute(kAttrText, "\n");
 }
 
 void VELKOR_UserInterface::formatTime(int seconds, char* out) {

@@ -83,6 +83,11 @@ class VELKOR_UserInterface : public OperationView {
   }
   void showCompressionOff() override { displayCompNotSupported(); }
   void drawText(int row, int col, int attribute, const char* text) override;
+  // Text this program does not choose (a name, the command line, a text of a
+  // reply) at a screen position after `label`: drawn as DisplayText shows it
+  // (screen/displayText.h), in at most `columns` columns (FitToColumns).
+  // Returns the column after it.
+  int drawName(int row, int col, int attribute, const char* label, const char* text, int columns);
   void clearRow(int row) override;
   int readKey() override;
   void watchForAbort(bool on) override { abortWatch = on; }

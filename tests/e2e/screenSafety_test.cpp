@@ -1,0 +1,163 @@
+// The screen against a hostile terminal and hostile names: resizes in the
+// middle of a repair (absurd sizes, a series of tiny and huge ones) and file
+// names that hold wide characters, control characters and escape sequences.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "e2e.h"
+#include "fixtures.h"
+
+using namespace e2efixtures;
+using testsupport::Simulator;
+using testsupport::VelkorTerminal;
+
+namespace {
+
+// Whether every file of the volume carries the stream mark the repair sets.
+bool allMarked(const Simulator& sim) {
+  const json state = sim.state();
+  for (const json& beast : state["volumes"][0]["beasts"]) {
+    bool marked = false;
+    for (const json& attribute : beast["attributes"]) marked |= attribute == "dataStreamCompress";
+    if (!marked) return false;
+  }
+  return true;
+}
+
+using Sizes = std::vector<std::pair<int, int>>;
+
+// A fix run of `files` fixable files, resized to each of `whileRepairing` as
+// it goes (the next size once it has checked a dozen more files), then to
+// each of `atThePrompt` once it has ended and waits for its final key.
+void repairWhileResized(int files, const Sizes& whileRepairing, const Sizes& atThePrompt) {
+  Simulator sim = Simulator::withFixture(fixableVolume(1000, files).dump());
+  sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":40,"count":0})");
+  VelkorTerminal terminal(sim, {"-F", "VOL1"});
+  auto checked = [&] { return sim.requestsOf("getBeastInfo").size(); };
+  ASSERT_TRUE(terminal.waitUntil([&] { return checked() >= 5; })) << terminal.screenText();
+  for (auto [rows, cols] : whileRepairing) {
+    terminal.resize(rows, cols);
+    size_t before = checked();
+    ASSERT_TRUE(terminal.waitUntil([&] { return checked() >= before + 12; }))
+        << "stopped at " << rows << "x" << cols << " (signal " << terminal.signal() << ")\n"
+        << terminal.screenText();
+  }
+  ASSERT_LT(checked(), size_t(files)) << "the repair was over before the last resize";
+  if (!atThePrompt.empty()) {
+    // The final status is logged once the abort watch has stopped reading keys.
+    ASSERT_TRUE(terminal.waitUntil([&] { return terminal.runLog().find("<finishStatus>") != std::string::npos; }));
+    for (auto [rows, cols] : atThePrompt) terminal.resize(rows, cols);
+  }
+  ASSERT_TRUE(terminal.waitForRow(24, "Press any key to continue....", std::chrono::seconds(30)))
+      << "signal " << terminal.signal() << "\n"
+      << terminal.screenText();
+  std::vector<std::string> screen = terminal.screen();
+  terminal.send("x");
+  terminal.finish();
+  EXPECT_EQ(0, terminal.exitStatus());
+  EXPECT_EQ("                    KVF Compression Validate and Fix Screen", row(screen, 0));
+  uint64_t n = uint64_t(files);
+  EXPECT_EQ((std::vector<uint64_t>{n, 0, 0, 0, n, 0, n, 0}), testsupport::counters(screen));
+  EXPECT_EQ("  STATUS: finished with problem files found, check ./velkor.log for details", row(screen, 23));
+  EXPECT_TRUE(allMarked(sim)) << "every fixable file is fixed";
+}
+
+}  // namespace
+
+// A fix run is resized while it repairs: to a size no terminal has (the
+// screen keeps the one it has), and through a series of tiny and large sizes
+// back to the first one; the last step is also taken once the run has ended
+// and waits for its final key, where no key is read that would notice it.
+// Either way the repair goes on to its end, and the counters, the final
+// status and the prompt are drawn where the operator sees them.
+TEST(TerminalResize, TheRepairFinishesAndItsEndIsShown) {
+  const Sizes series = {{5, 20}, {2, 2}, {1, 1}, {500, 2000}, {5, 20}};
+  Sizes seriesBack = series;
+  seriesBack.push_back({25, 120});
+  struct Case {
+    const char* name;
+    Sizes whileRepairing, atThePrompt;
+  } cases[] = {
+      {"an absurd size", {{65535, 65535}}, {}},
+      {"a series", seriesBack, {}},
+      {"a series ended at the prompt", series, {{25, 120}}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    repairWhileResized(120, c.whileRepairing, c.atThePrompt);
+  }
+}
+
+// A file's name is drawn as the operator's character set shows it, each
+// character whole and as wide as it is on the screen; what is not a
+// printable character is drawn escaped, so that no name moves the cursor,
+// paints elsewhere or sends the terminal a sequence of its own. The run log
+// keeps the name's bytes as they are.
+TEST(UntrustedNames, AreDrawnAsTheirCharactersOrEscapedAndNothingElseMoves) {
+  const std::string cjk = "\xe6\x95\xb0\xe6\x8d\xae\xe2\x80\x94\xc5\x93";  // 数据—œ
+  std::string longCjk = "/";
+  for (int i = 0; i < 40; ++i) longCjk += "\xe6\x95\xb0";  // 数, two columns each
+  // Raw, "\e[2J" clears the screen, "\e[41m" paints red, the newline and the
+  // carriage return move the drawing; U+009B starts a sequence on a terminal
+  // that takes C1 controls and U+202E reverses what follows on some.
+  const std::string hostile = "/a\x1b[2J\x1b[41mb\nc\rd\\e\xc2\x9b\xe2\x80\xae" "f.dat";
+  struct Case {
+    const char* what;
+    std::string name, locale, shown;
+    std::string logged = "";  // the name in the run log, when it is not the name itself
+  } cases[] = {
+      {"UTF-8 name", "/" + cjk + ".dat", "C.UTF-8", "/" + cjk + ".dat"},
+      {"UTF-8 name, ASCII locale", "/" + cjk + ".dat", "C", "/\\xe6\\x95\\xb0\\xe6\\x8d\\xae\\xe2\\x80\\x94\\xc5\\x93.dat"},
+      {"long CJK name: cut at 60 columns", longCjk + ".dat", "C.UTF-8",
+       longCjk.substr(0, 1 + 29 * 3) + "..."},  // the 30th character would end in column 61
+      {"escape sequences and controls", hostile, "C.UTF-8", "/a\\x1b[2J\\x1b[41mb\\nc\\rd\\\\e\\u009b\\u202ef.dat",
+       "/a&#27;[2J&#27;[41mb&#10;c&#13;d\\e\xc2\x9b\xe2\x80\xae" "f.dat"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    json file = compressedFile(100, c.name);
+    Simulator sim = Simulator::withFixture(volume(json::array({file}), json::array({compData(100)})).dump());
+    // The path is looked up by hand (the simulator's lookup takes no control
+    // characters); the name drawn is the one the file system gives for the zid.
+    sim.setFaults(R"({"request":"getFileInfo","action":"raw","text":"<fileReply><fileInfo><getFileInfo><result )"
+                  R"(value=\"0\"/><standardInfo><id><![CDATA[100]]></id><volumeName><![CDATA[VOL1]]></volumeName>)"
+                  R"(</standardInfo></getFileInfo></fileInfo></fileReply>"})");
+    VelkorTerminal::Options options;
+    options.wrapper = {"env", "LC_ALL=" + c.locale};
+    FinishedRun run(sim, {"-l", kVol + c.name}, options);
+    ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
+    EXPECT_EQ(0, run.terminal.exitStatus());
+    EXPECT_EQ("    File Name:    " + c.shown, run.at(15));
+
+    // The rest of the screen is the one every good file gets.
+    EXPECT_EQ("                    KVF Compression Validate and Fix Screen", run.at(0));
+    EXPECT_EQ(0u, run.at(2).find("  Command: ")) << run.at(2);
+    for (int r : {1, 3, 5, 7, 12, 22}) EXPECT_EQ("", run.at(r)) << "row " << r;
+    EXPECT_EQ("  Summary:", run.at(6));
+    EXPECT_EQ((std::vector<uint64_t>{1, 0, 1, 0, 0, 0, 0, 0}), testsupport::counters(run.screen));
+    EXPECT_EQ("  Last File Checked: (type: file)", run.at(13));
+    EXPECT_EQ("    Volume Name:  VOL1", run.at(14));
+    EXPECT_EQ("    File Status:  Good                             Action Taken:  checked", run.at(16));
+    EXPECT_EQ("    Zid:          0x64                             Attributes:    0x4000020", run.at(17));
+    EXPECT_EQ("    Created Time: 2023/03/29 05:36:58                   Accessed Time: 2023/05/05 21:43:10", run.at(18));
+    EXPECT_EQ("    Compress Header: 1 1 0 8569 4285", run.at(21));
+    EXPECT_EQ("  STATUS: finished successfully, check ./velkor.log for details", run.at(23));
+    EXPECT_EQ("  Press any key to continue....", run.at(24));
+    // The name's row is drawn in the colours of its label, cell for cell.
+    std::string snapshot = run.terminal.snapshot();
+    std::vector<std::string> lines;
+    for (size_t at = 0, end; (end = snapshot.find('\n', at)) != std::string::npos; at = end + 1)
+      lines.push_back(snapshot.substr(at, end - at));
+    ASSERT_GT(lines.size(), 31u);
+    const std::string& colours = lines[2 * 15 + 1];
+    EXPECT_EQ(std::string(80 - 4, colours[4]), colours.substr(4, 80 - 4)) << colours;
+
+    ASSERT_EQ(1u, run.entries().size()) << run.terminal.runLog();
+    std::string logged = c.logged.empty() ? c.name : c.logged;
+    EXPECT_NE(std::string::npos, run.entries()[0].find("<name>" + logged + "</name>"))
+        << run.entries()[0];
+  }
+}
