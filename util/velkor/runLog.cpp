@@ -210,7 +210,7 @@ int openLogDescriptor(const char* path) {
   if (fd < 0 && errno == ELOOP) fd = openThroughOwnLink(path);
   else if (fd < 0) return refuseOpen(path, errno);
   if (fd < 0) return -1;
-  struct stat st;
+  struct stat st = {};
   if (fstat(fd, &st) != 0 || !(S_ISREG(st.st_mode) || isDevNull(st))) {
     ::close(fd);
     return refuseKind(path, st.st_mode);
