@@ -124,6 +124,8 @@ const Golden kGolden[] = {
          "</kvfRequest>"},
 };
 
+void PrintTo(const Golden& g, std::ostream* os) { *os << g.name; }
+
 class WireGolden : public testing::TestWithParam<Golden> {};
 
 TEST_P(WireGolden, RequestIsByteForByteTheDesignedText) {
