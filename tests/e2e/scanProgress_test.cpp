@@ -55,3 +55,28 @@ TEST(VolumeScan, CountersReachTheTerminalWhileTheScanRunsAndTheFinalScreenIsExac
   EXPECT_EQ("  STATUS: finished successfully, check ./velkor.log for details", screen[23]);
   EXPECT_EQ("  Press any key to continue....", screen[24]);
 }
+
+// While a scan runs the percentage never reads 100, even when the volume
+// shrank below what was already processed: a delete run removes 20 of 21
+// objects in its first batch, and its second batch is held back long enough
+// for the timer to repaint with 20 processed of 1.
+TEST(VolumeScan, PercentFinishedStopsAt99WhileTheScanRuns) {
+  json beasts = json::array();
+  for (int i = 0; i < 21; ++i) beasts.push_back(plainFile(1000 + i, "/f" + std::to_string(1000 + i)));
+  for (int i = 0; i < 20; ++i) beasts[i]["physSize"] = 0;  // no physical data: corrupted, deleted
+  Simulator sim = Simulator::withFixture(volume(beasts, json::array()).dump());
+  sim.setFaults(R"({"request":"browseBeasts","nth":2,"action":"delay","ms":3000})");
+  VelkorTerminal terminal(sim, {"-D", "VOL1"});
+  std::smatch m;
+  std::regex percent("  Time Elapsed: \\d\\d:\\d\\d:\\d\\d {23}Percent finished: (\\d+)%");
+  std::string line;
+  ASSERT_TRUE(terminal.waitUntil([&] {
+    line = terminal.row(4);
+    return std::regex_match(line, m, percent) && std::stoi(m[1]) > 95;  // 20 of 21 is 95
+  })) << terminal.screenText();
+  EXPECT_EQ("Percent finished: 99%", line.substr(line.find("Percent")));
+  ASSERT_TRUE(terminal.waitForRow(24, "Press any key to continue....", std::chrono::seconds(30)));
+  EXPECT_EQ((std::vector<uint64_t>{21, 0, 1, 0, 0, 20, 0, 20}), testsupport::counters(terminal.screen()));
+  terminal.send("x");
+  terminal.finish();
+}
