@@ -8,7 +8,7 @@
 
 #include "velkor/velkorClass.h"
 #include "velkor/beastQueries.h"
-#include "velkor/velkorHelper.h"
+#include "velkor/fileCheck.h"
 
 namespace componenttest {
 

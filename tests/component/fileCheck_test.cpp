@@ -10,7 +10,8 @@
 #include "fixtures.h"
 #include "velkor/beastQueries.h"
 #include "common_cpp/kvfError.h"
-#include "velkor/velkorHelper.h"
+#include "velkor/ccAttribute.h"
+#include "velkor/fileCheck.h"
 
 using componenttest::json;
 using componenttest::MountedVolume;

@@ -11,7 +11,6 @@
 #include "velkor/requests.h"
 #include "velkor/runLog.h"
 #include "velkor/velkorTypes.h"
-#include "velkor/velkorHelper.h"
 
 namespace {
 // Error locations name the documented source of the queries and operations.

@@ -3,6 +3,8 @@
 #pragma once
 
 #include "common_cpp/qXML.h"
+#include "velkor/compStats.h"
+#include "velkor/velkorTypes.h"
 
 namespace velkor {
 
@@ -24,5 +26,8 @@ bool ccAttributeOf(const QXML::TagContent_s& attributesRow, SetValue& value);
 
 // Writes the new attributes, provided they are still the old ones.
 void clearCCBit(char* volumeName, char* zid, SetValue& value);
+
+// Per-object routine of the clear operations: remove the Cc attribute.
+void checkCCBit(char* volumeName, char* zid, OpArgs_s* args, CompStats* stats);
 
 }  // namespace velkor

@@ -17,7 +17,6 @@
 #include "common_cpp/kvfError.h"
 #include "velkor/requests.h"
 #include "velkor/runLog.h"
-#include "velkor/velkorHelper.h"
 
 namespace {
 // Error locations name the documented source of the queries and operations.

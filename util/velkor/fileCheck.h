@@ -19,6 +19,10 @@ void hasProblem(char* volume, char* zid, UncompBeastInfo** file, CompBeastInfo**
 // 1 when it did, 0 when there was nothing it could do.
 int fixProblem(char* volume, char* zid, UncompBeastInfo* file, CompBeastInfo* compData, CompStats* stats);
 
+// Per-object routine of list, fix and delete: check one file, repair or
+// delete it when asked, count it and report it.
+void checkCompressionStatus(char* volume, char* zid, OpArgs_s* args, CompStats* stats);
+
 // Removes a corrupted file: by unlinking its path when it is a file with a
 // live name (unlinkCorruptedFile), else by the file system's delete request.
 // A removal by path that was refused leaves the reason in

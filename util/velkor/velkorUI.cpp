@@ -21,7 +21,8 @@
 #include "velkor/runLog.h"
 #include "velkor/singleFile.h"
 #include "velkor/velkor.h"
-#include "velkor/velkorHelper.h"
+#include "velkor/ccAttribute.h"
+#include "velkor/fileCheck.h"
 #include "velkor/volumeStats.h"
 
 namespace velkor {
