@@ -4,7 +4,9 @@
 // the terminal is given back and the volume is left as it was.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "e2e.h"
 #include "fixtures.h"
@@ -39,107 +41,131 @@ json rawRule(const std::string& request, const std::string& text, const std::str
   return rule;
 }
 
-struct AbsurdCase {
-  const char* what;
-  std::vector<std::string> args;
-  json rules;
-  std::string error;  // the end of the error element: number, its name, message
-};
+const std::string kDigits25 = "1234567890123456789012345";
+const std::string kTooSmall = "20004 zERR_BUFFER_TOO_SMALL message: ";
+const std::string kRefused = "24999 zERR_GENERIC_KVF_ERROR message: Reply results";
+const std::string kNoContent = "21702 zERR_XML_IS_BAD message: ";
+const std::string kName = "<kvfReply><beast><getBeastFullName><result value=\"0\"/><name>";
+const std::string kNameEnd = "</name></getBeastFullName></beast></kvfReply>";
+const std::string kFileInfo = "<fileReply><fileInfo><getFileInfo><result value=\"0\"/><standardInfo><id>";
+const std::string kFileInfoEnd =
+    "</id><volumeName><![CDATA[VOL1]]></volumeName></standardInfo></getFileInfo></fileInfo></fileReply>";
 
-}  // namespace
-
-TEST(AbsurdReplies, EachIsRefusedWithAnErrorAndChangesNothing) {
-  const std::string digits25 = "1234567890123456789012345";
+// 30 fixable files /f0, /f1, ... marked for -C too.
+json absurdVolume() {
   json beasts = json::array(), comps = json::array();
   for (int i = 0; i < 30; ++i) {
     json file = compressedFile(1000 + 10 * i, "/f" + std::to_string(i));
-    file["attributes"] = {"archive", "noStreamCompress"};  // fixable, and marked for -C
+    file["attributes"] = {"archive", "noStreamCompress"};
     beasts.push_back(file);
     comps.push_back(compData(1000 + 10 * i));
   }
-  const std::string fix = "-F", clear = "-C", vol = "VOL1";
-  const std::string name = "<kvfReply><beast><getBeastFullName><result value=\"0\"/><name>";
-  const std::string nameEnd = "</name></getBeastFullName></beast></kvfReply>";
-  const std::string fileInfo = "<fileReply><fileInfo><getFileInfo><result value=\"0\"/><standardInfo><id>";
-  const std::string fileInfoEnd =
-      "</id><volumeName><![CDATA[VOL1]]></volumeName></standardInfo></getFileInfo></fileInfo></fileReply>";
-  const std::vector<std::string> one = {"-f", kVol + "/f0"};
-  // The file system's own reply about /f0, to be spoiled.
-  std::string beastInfo;
-  {
-    Simulator sim = Simulator::withFixture(volume(beasts, comps).dump());
-    FinishedRun run(sim, {"-l", kVol + "/f0"});
-    ASSERT_FALSE(sim.requestsOf("getBeastInfo").empty());
-    beastInfo = sim.requestsOf("getBeastInfo")[0]["reply"];
-  }
-  auto spoiled = [&beastInfo](const std::string& from, const std::string& to) {
-    std::string text = beastInfo;
-    size_t at = text.find(from);
-    return at == std::string::npos ? "<no " + from + ">" : text.replace(at, from.size(), to);
-  };
-  const std::string tooSmall = "20004 zERR_BUFFER_TOO_SMALL message: ";
-  const std::string refused = "24999 zERR_GENERIC_KVF_ERROR message: Reply results";
-  const std::string noContent = "21702 zERR_XML_IS_BAD message: ";
-  const AbsurdCase cases[] = {
-      {"a batch of more zids than asked", {fix, vol},
-       json::array({rawRule("browseBeasts", browse("1200", "21", zidList(1000, 21)))}),
-       tooSmall + "More zids returned than the batch holds"},
-      {"a batch count of 25 digits", {fix, vol},
-       json::array({rawRule("browseBeasts", browse("1000", digits25, zidList(1000, 1)))}),
-       tooSmall + "Batch count does not fit its field"},
-      // Read as another number, the length made a good file look corrupted.
-      {"an end of file of 25 digits", {"-d", kVol + "/f0"},
-       json::array({rawRule("getBeastInfo", spoiled("<eof>8569</eof>", "<eof>" + digits25 + "</eof>"))}),
-       tooSmall + "Number does not fit its field"},
-      {"a precious flag beyond 32 bits", one,
-       json::array({rawRule("getBeastInfo", spoiled("<cPrecious>1</cPrecious>", "<cPrecious>4294967297</cPrecious>"))}),
-       tooSmall + "Number does not fit its field"},
-      {"a zid of 25 digits in a batch", {fix, vol},
-       json::array({rawRule("browseBeasts", browse("1000", "1", "<zid>" + digits25 + "</zid>"))}),
-       tooSmall + "Zid text too long"},
-      {"an object zid of 25 digits", one,
-       json::array({rawRule("getBeastInfo", spoiled("<zid>1000</zid>", "<zid>" + digits25 + "</zid>"))}),
-       tooSmall + "Value too long for its field"},
-      {"a compressed-data zid of 25 digits", one,
-       json::array(
-           {rawRule("getBeastInfo", spoiled("<compZid>1001</compZid>", "<compZid>" + digits25 + "</compZid>"))}),
-       tooSmall + "Value too long for its field"},
-      // An id is passed on as text; the file system does not know it.
-      {"a file id of 25 digits", one,
-       json::array({rawRule("getFileInfo", fileInfo + "<![CDATA[" + digits25 + "]]>" + fileInfoEnd)}), refused},
-      // A zid the volume does not hold, answered with six megabytes.
-      {"a reply of six megabytes", {fix, vol},
-       json::array({rawRule("browseBeasts", browse("999", "1", "<zid>999</zid>")),
-                    {{"request", "getBeastInfo"}, {"action", "pad"}, {"bytes", 6000000}}}),
-       refused},
-      {"an empty reply", {fix, vol}, json::array({{{"request", "browseBeasts"}, {"action", "empty"}}}),
-       noContent + "Can't find content for tag browseBeasts"},
-      {"a cut reply", {clear, vol}, json::array({{{"request", "getVolumeInfo"}, {"action", "cut"}, {"bytes", 60}}}),
-       noContent + "Can't find content for tag getVolumeInfo"},
-      {"unclosed CDATA in a name", {fix, vol},
-       json::array({rawRule("getBeastFullName", name + "<![CDATA[/a" + nameEnd)}),
-       noContent + "Error getting tag content"},
-      {"unclosed CDATA in a file id", one,
-       json::array({rawRule("getFileInfo", fileInfo + "<![CDATA[1000" + fileInfoEnd)}),
-       noContent + "Error getting tag content"},
-      {"nested CDATA in a file id", one,
-       json::array({rawRule("getFileInfo", fileInfo + "<![CDATA[<![CDATA[1000]]>]]>" + fileInfoEnd)}), refused},
-  };
-  for (const AbsurdCase& c : cases) {
-    Simulator sim = Simulator::withFixture(volume(beasts, comps).dump());
-    json before = sim.state();
-    sim.setFaults(c.rules.dump());
-    FinishedRun run(sim, c.args);
-    ASSERT_TRUE(run.finalScreen) << c.what << "\n" << run.terminal.screenText();
-    EXPECT_EQ(0, run.terminal.exitStatus()) << c.what;
-    EXPECT_FALSE(run.terminal.alternateScreen()) << c.what;
-    EXPECT_EQ("  STATUS: finished with error, check ./velkor.log for details", run.at(23)) << c.what;
-    std::string log = run.terminal.runLog();
-    size_t error = log.find("<error>");
-    ASSERT_NE(std::string::npos, error) << c.what << "\n" << log;
-    EXPECT_EQ(std::string::npos, log.find("<error>", error + 1)) << c.what << ": exactly one error element";
-    std::string element = log.substr(error, log.find('\n', error) - error);
-    EXPECT_NE(std::string::npos, element.find(c.error + "</error>")) << c.what << "\n" << element;
-    EXPECT_EQ(before, sim.state()) << c.what << ": the volume is left as it was";
-  }
+  return volume(beasts, comps);
 }
+
+// The file system's own getBeastInfo reply about /f0 with `from` replaced by
+// `to` (taken once per process from a real run).
+std::string spoiled(const std::string& from, const std::string& to) {
+  static const std::string beastInfo = [] {
+    Simulator sim = Simulator::withFixture(absurdVolume().dump());
+    FinishedRun run(sim, {"-l", kVol + "/f0"});
+    auto requests = sim.requestsOf("getBeastInfo");
+    return requests.empty() ? std::string() : requests[0]["reply"].get<std::string>();
+  }();
+  std::string text = beastInfo;
+  size_t at = text.find(from);
+  return at == std::string::npos ? "<no " + from + ">" : text.replace(at, from.size(), to);
+}
+
+struct AbsurdCase {
+  const char* name;
+  std::vector<std::string> args;
+  std::function<json()> rules;
+  std::string error;  // the end of the error element: number, its name, message
+};
+
+// (Spelled out: the cases are made before another file's kVol may be.)
+const std::vector<std::string> kFix = {"-F", "VOL1"}, kClear = {"-C", "VOL1"}, kOne = {"-f", "/media/kvf/VOL1/f0"};
+
+const AbsurdCase kCases[] = {
+    {"BatchOfMoreZidsThanAsked", kFix,
+     [] { return json::array({rawRule("browseBeasts", browse("1200", "21", zidList(1000, 21)))}); },
+     kTooSmall + "More zids returned than the batch holds"},
+    {"BatchCountOf25Digits", kFix,
+     [] { return json::array({rawRule("browseBeasts", browse("1000", kDigits25, zidList(1000, 1)))}); },
+     kTooSmall + "Batch count does not fit its field"},
+    // Read as another number, the length made a good file look corrupted.
+    {"EndOfFileOf25Digits", {"-d", "/media/kvf/VOL1/f0"},
+     [] { return json::array({rawRule("getBeastInfo", spoiled("<eof>8569</eof>", "<eof>" + kDigits25 + "</eof>"))}); },
+     kTooSmall + "Number does not fit its field"},
+    {"PreciousFlagBeyond32Bits", kOne,
+     [] {
+       return json::array(
+           {rawRule("getBeastInfo", spoiled("<cPrecious>1</cPrecious>", "<cPrecious>4294967297</cPrecious>"))});
+     },
+     kTooSmall + "Number does not fit its field"},
+    {"ZidOf25DigitsInABatch", kFix,
+     [] { return json::array({rawRule("browseBeasts", browse("1000", "1", "<zid>" + kDigits25 + "</zid>"))}); },
+     kTooSmall + "Zid text too long"},
+    {"ObjectZidOf25Digits", kOne,
+     [] { return json::array({rawRule("getBeastInfo", spoiled("<zid>1000</zid>", "<zid>" + kDigits25 + "</zid>"))}); },
+     kTooSmall + "Value too long for its field"},
+    {"CompressedDataZidOf25Digits", kOne,
+     [] {
+       return json::array(
+           {rawRule("getBeastInfo", spoiled("<compZid>1001</compZid>", "<compZid>" + kDigits25 + "</compZid>"))});
+     },
+     kTooSmall + "Value too long for its field"},
+    // An id is passed on as text; the file system does not know it.
+    {"FileIdOf25Digits", kOne,
+     [] { return json::array({rawRule("getFileInfo", kFileInfo + "<![CDATA[" + kDigits25 + "]]>" + kFileInfoEnd)}); },
+     kRefused},
+    // A zid the volume does not hold, answered with six megabytes.
+    {"ReplyOfSixMegabytes", kFix,
+     [] {
+       return json::array({rawRule("browseBeasts", browse("999", "1", "<zid>999</zid>")),
+                           {{"request", "getBeastInfo"}, {"action", "pad"}, {"bytes", 6000000}}});
+     },
+     kRefused},
+    {"EmptyReply", kFix, [] { return json::array({{{"request", "browseBeasts"}, {"action", "empty"}}}); },
+     kNoContent + "Can't find content for tag browseBeasts"},
+    {"CutReply", kClear,
+     [] { return json::array({{{"request", "getVolumeInfo"}, {"action", "cut"}, {"bytes", 60}}}); },
+     kNoContent + "Can't find content for tag getVolumeInfo"},
+    {"UnclosedCdataInAName", kFix,
+     [] { return json::array({rawRule("getBeastFullName", kName + "<![CDATA[/a" + kNameEnd)}); },
+     kNoContent + "Error getting tag content"},
+    {"UnclosedCdataInAFileId", kOne,
+     [] { return json::array({rawRule("getFileInfo", kFileInfo + "<![CDATA[1000" + kFileInfoEnd)}); },
+     kNoContent + "Error getting tag content"},
+    {"NestedCdataInAFileId", kOne,
+     [] { return json::array({rawRule("getFileInfo", kFileInfo + "<![CDATA[<![CDATA[1000]]>]]>" + kFileInfoEnd)}); },
+     kRefused},
+};
+
+class AbsurdReplies : public ::testing::TestWithParam<AbsurdCase> {};
+
+}  // namespace
+
+TEST_P(AbsurdReplies, AreRefusedWithOneErrorAndChangeNothing) {
+  const AbsurdCase& c = GetParam();
+  const json rules = c.rules();
+  Simulator sim = Simulator::withFixture(absurdVolume().dump());
+  json before = sim.state();
+  sim.setFaults(rules.dump());
+  FinishedRun run(sim, c.args);
+  ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
+  EXPECT_EQ(0, run.terminal.exitStatus());
+  EXPECT_FALSE(run.terminal.alternateScreen());
+  EXPECT_EQ("  STATUS: finished with error, check ./velkor.log for details", run.at(23));
+  std::string log = run.terminal.runLog();
+  size_t error = log.find("<error>");
+  ASSERT_NE(std::string::npos, error) << log;
+  EXPECT_EQ(std::string::npos, log.find("<error>", error + 1)) << "exactly one error element";
+  std::string element = log.substr(error, log.find('\n', error) - error);
+  EXPECT_NE(std::string::npos, element.find(c.error + "</error>")) << element;
+  EXPECT_EQ(before, sim.state()) << "the volume is left as it was";
+}
+
+INSTANTIATE_TEST_SUITE_P(Replies, AbsurdReplies, ::testing::ValuesIn(kCases),
+                         [](const ::testing::TestParamInfo<AbsurdCase>& info) { return std::string(info.param.name); });
