@@ -110,92 +110,97 @@ class OneLog {
   testsupport::TempDir dir_;
 };
 
-}  // namespace
+// One log of every kind of run, written by the real velkor: list, fix, list,
+// statistics, a scan ended by a fault, an abort, a killed run, then Cc clear
+// and delete on a fresh copy of the volume.
+struct LoggedRuns {
+  struct Shown {
+    std::string status;  // as velkor showed it; "" for the killed run
+    int check;           // --check's status; -1: 0 or 1 by what it found
+  };
+  OneLog log;
+  json expected;
+  std::vector<Shown> shown;
+  std::vector<json> all, freshAll;  // the requests of each simulator
+  std::vector<size_t> requestsBefore;
+  size_t clearEnd = 0;
+  // The requests of run i (on the first simulator).
+  Requests during(size_t i) const {
+    return Requests{all, requestsBefore.at(i), i + 1 < requestsBefore.size() ? requestsBefore[i + 1] : all.size()};
+  }
+};
 
-TEST(ReportEndToEnd, EveryKindOfRunInOneLog) {
+void writeEveryKindOfRun(LoggedRuns& r) {
   Simulator::Options generated;
   generated.generate = 2000;
   generated.seed = 5;
   Simulator sim(generated);
-  const json expected = sim.expected();
-  OneLog log;
-  struct Shown {
-    std::string status;
-    int check;
-  };
-  std::vector<Shown> shown;  // per run, in order
-  std::vector<size_t> requestsBefore;
-  auto mark = [&] { requestsBefore.push_back(sim.requests().size()); };
-  // The requests of run i (on the first simulator).
-  std::vector<json> all;
-  auto during = [&](size_t i) {
-    return Requests{all, requestsBefore.at(i), i + 1 < requestsBefore.size() ? requestsBefore[i + 1] : all.size()};
-  };
-
+  r.expected = sim.expected();
+  auto mark = [&] { r.requestsBefore.push_back(sim.requests().size()); };
   mark();
-  shown.push_back({log.finished(sim, {"-L", "VOL1"}), 1});
+  r.shown.push_back({r.log.finished(sim, {"-L", "VOL1"}), 1});
   mark();
-  shown.push_back({log.finished(sim, {"--fix-all", "VOL1"}), 1});
+  r.shown.push_back({r.log.finished(sim, {"--fix-all", "VOL1"}), 1});
   mark();
-  shown.push_back({log.finished(sim, {"-L", "VOL1"}), 1});
+  r.shown.push_back({r.log.finished(sim, {"-L", "VOL1"}), 1});
   mark();
   {
-    VelkorTerminal terminal(sim, {"-S", "VOL1"}, log.options());
+    VelkorTerminal terminal(sim, {"-S", "VOL1"}, r.log.options());
     ASSERT_TRUE(terminal.waitFor("Do you want to continue (y/n)?"));
     terminal.send("y");
     ASSERT_TRUE(terminal.waitFor("Press any key"));
-    shown.push_back({shownStatus(terminal.screen()), 0});
+    r.shown.push_back({shownStatus(terminal.screen()), 0});
     terminal.send("x");
     terminal.finish();
   }
   // A fault in the middle of a scan.
   sim.setFaults(R"({"request":"getBeastInfo","nth":25,"action":"result","value":20400})");
   mark();
-  shown.push_back({log.finished(sim, {"-L", "VOL1"}), 2});
+  r.shown.push_back({r.log.finished(sim, {"-L", "VOL1"}), 2});
   sim.setFaults("[]");
   // An abort, and a run killed by SIGKILL in the middle of its output.
   mark();
-  std::vector<std::string> aborted = log.slowList(sim, [](VelkorTerminal& t) {
+  std::vector<std::string> aborted = r.log.slowList(sim, [](VelkorTerminal& t) {
     t.send("\x1b");
     EXPECT_TRUE(t.waitFor("Do you want to abort velkor (y/n)?"));
     t.send("Y");
     EXPECT_TRUE(t.waitFor("Press any key"));
     t.send("x");
   });
-  shown.push_back({shownStatus(aborted), -1});  // 0 or 1: by what the scan found before it stopped
+  r.shown.push_back({shownStatus(aborted), -1});
   mark();
-  log.slowList(sim, [](VelkorTerminal& t) { t.sendSignal(SIGKILL); });
-  shown.push_back({"", 2});
+  r.log.slowList(sim, [](VelkorTerminal& t) { t.sendSignal(SIGKILL); });
+  r.shown.push_back({"", 2});
   mark();
-  all = sim.requests();
+  r.all = sim.requests();
   // Cc clear and delete runs on a fresh copy of the volume, appended to the same log.
   Simulator fresh(generated);
-  shown.push_back({log.finished(fresh, {"--clear-all", "VOL1"}), 0});
-  size_t clearEnd = fresh.requests().size();
-  shown.push_back({log.finished(fresh, {"-D", "VOL1"}), 1});
-  std::vector<json> freshAll = fresh.requests();
+  r.shown.push_back({r.log.finished(fresh, {"--clear-all", "VOL1"}), 0});
+  r.clearEnd = fresh.requests().size();
+  r.shown.push_back({r.log.finished(fresh, {"-D", "VOL1"}), 1});
+  r.freshAll = fresh.requests();
+}
 
-  json report = log.report();
-  const json& runs = report["runs"];
-  ASSERT_EQ(shown.size(), runs.size()) << report.dump(1);
+// Each run's finish status and completeness as velkor showed them, and
+// --check's status for it.
+void checkVerdicts(const LoggedRuns& r, const json& runs) {
   for (size_t i = 0; i < runs.size(); ++i) {
     const json& run = runs[i];
     EXPECT_EQ(i + 1, run["index"].get<size_t>());
-    if (!shown[i].status.empty()) {
-      EXPECT_EQ(shown[i].status, run["finishStatus"]) << i;
+    if (!r.shown[i].status.empty()) {
+      EXPECT_EQ(r.shown[i].status, run["finishStatus"]) << i;
       EXPECT_TRUE(run["complete"].get<bool>()) << i;
     } else {
       EXPECT_FALSE(run["complete"].get<bool>()) << i;
       EXPECT_TRUE(run["end"].is_null()) << i;
     }
-    int status = shown[i].check >= 0 ? shown[i].check : run["remaining"].get<uint64_t>() ? 1 : 0;
-    EXPECT_EQ(status, log.check(i + 1)) << "run " << i + 1 << "\n" << run.dump(1).substr(0, 2000);
+    int status = r.shown[i].check >= 0 ? r.shown[i].check : run["remaining"].get<uint64_t>() ? 1 : 0;
+    EXPECT_EQ(status, r.log.check(i + 1)) << "run " << i + 1 << "\n" << run.dump(1).substr(0, 2000);
   }
-
   // The status velkor ends a run with when it found problem files, on that
   // run with its entries taken out: not clean, incomplete.
-  ASSERT_EQ(1, log.check(1));
-  std::istringstream whole(testsupport::readFile(log.log()));
+  ASSERT_EQ(1, r.log.check(1));
+  std::istringstream whole(testsupport::readFile(r.log.log()));
   std::string withoutEntries, line;
   while (std::getline(whole, line))
     if (line.rfind("<entry>", 0) != 0) withoutEntries += line + "\n";
@@ -204,46 +209,53 @@ TEST(ReportEndToEnd, EveryKindOfRunInOneLog) {
   ProcessResult entriesGone = velkorReport({"--check", "--run", "1", cut.file("velkor.log")});
   EXPECT_EQ(2, entriesGone.exitStatus) << entriesGone.out;
   EXPECT_NE(std::string::npos, entriesGone.out.find("is incomplete")) << entriesGone.out;
+}
 
-  // List, fix, list again: the generator's counts and the sets the simulator saw.
+// List, fix, list again, statistics, the fault and the cut-off runs: the
+// generator's counts and the requests the simulator saw.
+void checkFirstVolumesRuns(const LoggedRuns& r, const json& runs) {
   const json& list = runs[0];
   EXPECT_EQ("list-all", list["operation"]);
   EXPECT_EQ("VOL1", list["target"]);
-  EXPECT_EQ(problemFiles(expected["list"]), list["remaining"].get<uint64_t>());
-  EXPECT_EQ(expected["list"]["openSkipped"], list["skipped"]);
+  EXPECT_EQ(problemFiles(r.expected["list"]), list["remaining"].get<uint64_t>());
+  EXPECT_EQ(r.expected["list"]["openSkipped"], list["skipped"]);
   EXPECT_EQ(list["skipped"].get<uint64_t>() + list["remaining"].get<uint64_t>(), list["entries"].get<uint64_t>());
   const json& fix = runs[1];
   EXPECT_EQ("fix-all", fix["operation"]) << "the long option";
-  EXPECT_EQ(expected["fix"]["fixed"], fix["actions"]["fixed"]);
+  EXPECT_EQ(r.expected["fix"]["fixed"], fix["actions"]["fixed"]);
   // Every file the run changed is logged as fixed (some repairs need no change).
   std::set<std::string> fixedZids = zidsWith(fix, "fixed");
-  for (const std::string& zid : during(1).ids("setBeastInfo")) EXPECT_EQ(1u, fixedZids.count(zid)) << zid;
-  EXPECT_EQ(problemFiles(expected["list"]) - expected["fix"]["fixed"].get<uint64_t>(), fix["remaining"].get<uint64_t>());
-  EXPECT_EQ(problemFiles(expected["afterFix"]), runs[2]["remaining"].get<uint64_t>());
+  for (const std::string& zid : r.during(1).ids("setBeastInfo")) EXPECT_EQ(1u, fixedZids.count(zid)) << zid;
+  EXPECT_EQ(problemFiles(r.expected["list"]) - r.expected["fix"]["fixed"].get<uint64_t>(),
+            fix["remaining"].get<uint64_t>());
+  EXPECT_EQ(problemFiles(r.expected["afterFix"]), runs[2]["remaining"].get<uint64_t>());
   // Statistics log no entries.
   EXPECT_EQ("fix-stats", runs[3]["operation"]);
   EXPECT_EQ(0u, runs[3]["entries"].get<uint64_t>());
-  EXPECT_EQ(1u, during(3).count("fixCompStats"));
+  EXPECT_EQ(1u, r.during(3).count("fixCompStats"));
   // The fault's error.
   EXPECT_EQ(1u, runs[4]["errors"].size());
-  EXPECT_EQ(25u, during(4).count("getBeastInfo")) << "the scan stopped at the fault";
+  EXPECT_EQ(25u, r.during(4).count("getBeastInfo")) << "the scan stopped at the fault";
   EXPECT_LE(runs[4]["entries"].get<uint64_t>(), 24u);
   // The cut-off runs hold what they logged before the end.
   for (size_t i : {5u, 6u}) {
-    size_t checked = during(i).count("getBeastInfo");
+    size_t checked = r.during(i).count("getBeastInfo");
     EXPECT_LT(checked, 2000u) << i;
     EXPECT_LE(runs[i]["entries"].get<uint64_t>(), checked) << i;
   }
-  // Cc clear logs no entries; delete: the generator's counts and the
-  // deletions the fresh simulator saw, by zid or by unlinking the name.
+}
+
+// Cc clear logs no entries; delete: the generator's counts and the deletions
+// the fresh simulator saw, by zid or by unlinking the name.
+void checkClearAndDelete(const LoggedRuns& r, const json& runs) {
   EXPECT_EQ("clear-all", runs[7]["operation"]);
   EXPECT_EQ(0u, runs[7]["entries"].get<uint64_t>());
-  Requests clearing{freshAll, 0, clearEnd};
-  EXPECT_EQ(expected["clear"]["ccBitCleared"].get<size_t>(), clearing.count("setBeastInfo"));
+  Requests clearing{r.freshAll, 0, r.clearEnd};
+  EXPECT_EQ(r.expected["clear"]["ccBitCleared"].get<size_t>(), clearing.count("setBeastInfo"));
   const json& remove = runs[8];
   EXPECT_EQ("delete-all", remove["operation"]);
-  EXPECT_EQ(expected["delete"]["deleted"], remove["actions"]["deleted"]);
-  Requests deletions{freshAll, clearEnd, freshAll.size()};
+  EXPECT_EQ(r.expected["delete"]["deleted"], remove["actions"]["deleted"]);
+  Requests deletions{r.freshAll, r.clearEnd, r.freshAll.size()};
   std::set<std::string> unlinked = deletions.unlinked();
   std::set<std::string> byId = deletions.ids("deleteBeast");
   EXPECT_EQ(remove["actions"]["deleted"].get<size_t>(), byId.size() + unlinked.size());
@@ -251,22 +263,55 @@ TEST(ReportEndToEnd, EveryKindOfRunInOneLog) {
     bool seen = byId.count(f["zid"]) || unlinked.count(f["name"]);
     EXPECT_EQ(f["action"] == "deleted", seen) << f.dump();
   }
-  EXPECT_EQ(expected["delete"]["fixable"], remove["remaining"]);
-  // The table: a header and a line per run; the last run judged by default.
-  ProcessResult table = velkorReport({log.log()});
+  EXPECT_EQ(r.expected["delete"]["fixable"], remove["remaining"]);
+}
+
+// The table, the last run judged by default, --volume, --problem, and the
+// refusals of a missing log and a missing run.
+void checkSelections(const LoggedRuns& r, const json& runs) {
+  const std::string log = r.log.log();
+  ProcessResult table = velkorReport({log});
   EXPECT_EQ(0, table.exitStatus);
   EXPECT_EQ(runs.size() + 1, static_cast<size_t>(std::count(table.out.begin(), table.out.end(), '\n')));
-  EXPECT_EQ(1, velkorReport({"--check", log.log()}).exitStatus);
-  EXPECT_EQ(1, velkorReport({"--check", "--volume", "VOL1", log.log()}).exitStatus);
-  EXPECT_EQ(3, velkorReport({"--check", "--volume", "VOL2", log.log()}).exitStatus);
+  EXPECT_EQ(1, velkorReport({"--check", log}).exitStatus);
+  EXPECT_EQ(1, velkorReport({"--check", "--volume", "VOL1", log}).exitStatus);
+  EXPECT_EQ(3, velkorReport({"--check", "--volume", "VOL2", log}).exitStatus);
   // --problem: the CSV rows of the first run with each of its problems.
-  for (const auto& [problem, count] : list["problems"].items()) {
-    ProcessResult csv = velkorReport({"--format", "csv", "--run", "1", "--problem", problem, log.log()});
+  for (const auto& [problem, count] : runs[0]["problems"].items()) {
+    ProcessResult csv = velkorReport({"--format", "csv", "--run", "1", "--problem", problem, log});
     EXPECT_EQ(count.get<size_t>() + 1, static_cast<size_t>(std::count(csv.out.begin(), csv.out.end(), '\n')))
         << problem;
   }
-  EXPECT_EQ(3, velkorReport({"--check", log.log() + ".missing"}).exitStatus);
-  EXPECT_EQ(3, velkorReport({"--format", "json", "--run", std::to_string(runs.size() + 1), log.log()}).exitStatus);
+  EXPECT_EQ(3, velkorReport({"--check", log + ".missing"}).exitStatus);
+  EXPECT_EQ(3, velkorReport({"--format", "json", "--run", std::to_string(runs.size() + 1), log}).exitStatus);
+}
+
+}  // namespace
+
+// Writing the log costs most of the time, so it is written once and each
+// group of checks reads it under its own name.
+TEST(ReportEndToEnd, EveryKindOfRunInOneLog) {
+  LoggedRuns r;
+  ASSERT_NO_FATAL_FAILURE(writeEveryKindOfRun(r));
+  const json report = r.log.report();
+  const json& runs = report["runs"];
+  ASSERT_EQ(r.shown.size(), runs.size()) << report.dump(1);
+  {
+    SCOPED_TRACE("verdicts");
+    checkVerdicts(r, runs);
+  }
+  {
+    SCOPED_TRACE("list, fix, statistics, fault and cut-off runs");
+    checkFirstVolumesRuns(r, runs);
+  }
+  {
+    SCOPED_TRACE("clear and delete");
+    checkClearAndDelete(r, runs);
+  }
+  {
+    SCOPED_TRACE("selections");
+    checkSelections(r, runs);
+  }
 }
 
 // The manual page's unattended recipe, taken from the page and run as it
