@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Builds the fuzz targets with clang (in build-fuzz) and runs each for SECONDS.
 # Exits non-zero when a target finds a crash; its input is kept in
-# build-fuzz/fuzz/artifacts/.
+# build-fuzz/fuzz/artifacts/. Being a clang build, it also checks the lock
+# contracts (common/threadSafety.h, -Wthread-safety) of the libraries the
+# targets link, velkor's and the simulator's.
 #
 #   fuzz/run.sh SECONDS [--keep DIR] [--only TARGET] [--runs N]
 #

@@ -43,7 +43,7 @@ void Faults::load(const std::string& text) {
       for (const json& r : j) rules.push_back(readRule(r));
     else
       rules.push_back(readRule(j));
-    std::lock_guard lock(mutex_);
+    KVF::MutexLock lock(mutex_);
     if (j.is_array()) rules_ = std::move(rules);
     else rules_.push_back(std::move(rules.front()));
   } catch (const json::exception& e) {
@@ -53,7 +53,7 @@ void Faults::load(const std::string& text) {
 
 std::string Faults::dump() const {
   json out = json::array();
-  std::lock_guard lock(mutex_);
+  KVF::MutexLock lock(mutex_);
   for (const FaultRule& r : rules_) {
     json j = {{"request", r.request}, {"nth", r.nth},       {"count", r.count}, {"action", r.action},
               {"value", r.value},     {"text", r.text},     {"bytes", r.bytes}, {"ms", r.ms},
@@ -67,19 +67,19 @@ std::string Faults::dump() const {
 }
 
 void Faults::rememberReply(const std::string& kind, const std::string& reply) {
-  std::lock_guard lock(mutex_);
+  KVF::MutexLock lock(mutex_);
   lastReplies_[kind] = reply;
 }
 
 std::string Faults::previousReply(const std::string& kind) const {
-  std::lock_guard lock(mutex_);
+  KVF::MutexLock lock(mutex_);
   auto it = lastReplies_.find(kind);
   return it == lastReplies_.end() ? std::string() : it->second;
 }
 
 std::optional<FaultRule> Faults::match(const std::string& kind, const std::string& file, const std::string& volume,
                                        const std::string& zid) {
-  std::lock_guard lock(mutex_);
+  KVF::MutexLock lock(mutex_);
   std::optional<FaultRule> chosen;
   for (FaultRule& r : rules_) {
     if (r.request != "*" && r.request != kind) continue;

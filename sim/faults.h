@@ -4,10 +4,11 @@
 
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "common/threadSafety.h"
 
 namespace kvfsim {
 
@@ -40,9 +41,9 @@ class Faults {
   std::string previousReply(const std::string& kind) const;
 
  private:
-  mutable std::mutex mutex_;  // guards rules_ and lastReplies_
-  std::vector<FaultRule> rules_;
-  std::map<std::string, std::string> lastReplies_;
+  mutable KVF::Mutex mutex_;
+  std::vector<FaultRule> rules_ GUARDED_BY(mutex_);
+  std::map<std::string, std::string> lastReplies_ GUARDED_BY(mutex_);
 };
 
 // Applies a cut or pad rule to a reply.

@@ -7,11 +7,11 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <mutex>
 #include <set>
 #include <sstream>
 #include <thread>
 
+#include "common/threadSafety.h"
 #include "fixture.h"
 
 namespace kvfsim {
@@ -65,17 +65,17 @@ Where locate(const char* path) {
 struct Handle {
   Node node;
   CmdFile cmd = CmdFile::kManage;
-  std::mutex mutex;
-  std::string request;  // management files: the request written
-  std::string data;     // management files: the reply; state and faults: the snapshot
-  bool eioRead = false;
+  KVF::Mutex mutex;
+  std::string request GUARDED_BY(mutex);  // management files: the request written
+  std::string data GUARDED_BY(mutex);     // management files: the reply; state and faults: the snapshot
+  bool eioRead GUARDED_BY(mutex) = false;
 };
 
 Handle* handleOf(fuse_file_info* fi) { return reinterpret_cast<Handle*>(fi->fh); }
 
 // Open handles; those whose release never came before the unmount are freed at the end.
-std::mutex handlesMutex;
-std::set<Handle*> openHandles;
+KVF::Mutex handlesMutex;
+std::set<Handle*> openHandles GUARDED_BY(handlesMutex);
 
 time_t startTime = time(nullptr);
 
@@ -174,6 +174,8 @@ int simOpen(const char* path, fuse_file_info* fi) {
   SimContext& c = context();
   bool writing = (fi->flags & O_ACCMODE) != O_RDONLY;
   auto h = std::make_unique<Handle>();
+  // No other thread knows the handle yet; it is filled under its lock all the same.
+  KVF::MutexLock filling(h->mutex);
   h->node = w.node;
   h->cmd = w.cmd;
   switch (w.node) {
@@ -205,14 +207,14 @@ int simOpen(const char* path, fuse_file_info* fi) {
   }
   // Replies and snapshots have no size the kernel could know in advance.
   fi->direct_io = w.node != Node::kVolumeFile;
-  std::lock_guard lock(handlesMutex);
+  KVF::MutexLock lock(handlesMutex);
   openHandles.insert(h.get());
   fi->fh = reinterpret_cast<uint64_t>(h.release());
   return 0;
 }
 
 int simRelease(const char*, fuse_file_info* fi) {
-  std::lock_guard lock(handlesMutex);
+  KVF::MutexLock lock(handlesMutex);
   openHandles.erase(handleOf(fi));
   delete handleOf(fi);
   return 0;
@@ -228,7 +230,7 @@ int readFrom(const std::string& data, char* buf, size_t size, off_t offset) {
 int simRead(const char* path, char* buf, size_t size, off_t offset, fuse_file_info* fi) {
   Handle* h = handleOf(fi);
   SimContext& c = context();
-  std::lock_guard lock(h->mutex);
+  KVF::MutexLock lock(h->mutex);
   switch (h->node) {
     case Node::kCmd:
       if (h->eioRead) return -EIO;
@@ -247,7 +249,7 @@ int simRead(const char* path, char* buf, size_t size, off_t offset, fuse_file_in
 
 // Runs the request written into a management file, faults included;
 // returns 0 or a negative errno for the write.
-int exchange(SimContext& c, Handle& h) {
+int exchange(SimContext& c, Handle& h) REQUIRES(h.mutex) {
   RequestPtr request = c.handler.parse(h.cmd, h.request);
   const RequestKey& key = c.handler.key(*request);
   std::optional<FaultRule> rule = c.faults.match(key.kind, cmdFileName(h.cmd), key.volume, key.zid);
@@ -274,7 +276,7 @@ int exchange(SimContext& c, Handle& h) {
 int simWrite(const char*, const char* buf, size_t size, off_t offset, fuse_file_info* fi) {
   Handle* h = handleOf(fi);
   SimContext& c = context();
-  std::lock_guard lock(h->mutex);
+  KVF::MutexLock lock(h->mutex);
   if (h->node == Node::kCmd) {
     // A write at offset 0 starts a request; a write right after it continues it.
     if (offset == 0) h->request.assign(buf, size);
@@ -377,6 +379,7 @@ int serve(SimContext& context, const std::string& mountDir) {
   }
   fuse_destroy(f);
   fuse_opt_free_args(&fargs);
+  KVF::MutexLock lock(handlesMutex);
   for (Handle* h : openHandles) delete h;
   openHandles.clear();
   return status;

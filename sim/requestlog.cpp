@@ -30,7 +30,7 @@ void RequestLog::append(const std::string& file, const std::string& request, con
   nlohmann::json entry = {{"file", file}, {"request", request}, {"reply", reply}, {"time", now}};
   if (!fault.empty()) entry["fault"] = fault;
   std::string line = entry.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
-  std::lock_guard lock(mutex_);
+  KVF::MutexLock lock(mutex_);
   for (size_t done = 0; done < line.size();) {
     ssize_t n = write(fd_, line.data() + done, line.size() - done);
     if (n < 0 && errno == EINTR) continue;

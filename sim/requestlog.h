@@ -2,9 +2,10 @@
 // and served read-only as control/requests.jsonl.
 #pragma once
 
-#include <mutex>
 #include <string>
 #include <sys/types.h>
+
+#include "common/threadSafety.h"
 
 namespace kvfsim {
 
@@ -25,7 +26,7 @@ class RequestLog {
  private:
   std::string path_;
   int fd_ = -1;
-  std::mutex mutex_;
+  KVF::Mutex mutex_;  // one appended line at a time
 };
 
 }  // namespace kvfsim

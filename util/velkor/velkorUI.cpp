@@ -35,16 +35,7 @@ const int kStatusRow = 23;
 
 // Holds the screen lock for a scope. The worker threads also keep themselves
 // from being cancelled while they hold it, so a cancel never leaves it held.
-class ScreenLock {
- public:
-  explicit ScreenLock(pthread_mutex_t* m) : m_(m) { pthread_mutex_lock(m_); }
-  ~ScreenLock() { pthread_mutex_unlock(m_); }
-  ScreenLock(const ScreenLock&) = delete;
-  ScreenLock& operator=(const ScreenLock&) = delete;
-
- private:
-  pthread_mutex_t* m_;
-};
+using ScreenLock = KVF::Hold<KVF::RecursiveMutex>;
 
 // Draws a group of outputs with one copy of the pad to the terminal; a paced
 // group is copied at most every ScreenInterface::kPaceMs (see EndUpdate).
@@ -80,45 +71,35 @@ int readKeyFromStdin() {
 }
 
 VELKOR_UserInterface::VELKOR_UserInterface(int argc, char** argv)
-    : screen(nullptr),
-      error(false),
+    : error(false),
       aborted(false),
       done(false),
       abortWatch(false),
-      stats(nullptr),
       operation(0),
       total(0),
       processed(0) {
   try {
-    screen = new ScreenInterface();
+    screen = std::make_unique<ScreenInterface>();
   } catch (const std::exception&) {
-    screen = nullptr;
+    screen.reset();
   }
   if (!screen) throw std::runtime_error("Could not access VELKOR screen via ScreenInterface");
-
-  pthread_mutexattr_t attributes;
-  pthread_mutexattr_init(&attributes);
-  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-  pthread_mutex_init(&lock, &attributes);
-  pthread_mutexattr_destroy(&attributes);
-  SetScreenGuard(&lock);
+  SetScreenGuard(lock.native());
 
   drawAt(0, 20, kAttrText, "%s", kTitle);
   if (startThread() != 0) {
-    delete screen;
-    screen = nullptr;
+    screen.reset();
     SetScreenGuard(nullptr);
-    pthread_mutex_destroy(&lock);
     throw std::runtime_error("Could not create thread");
   }
   KVF::LB_delay(100);
 
-  stats = new CompStats(this);
+  stats = std::make_unique<CompStats>(this);
   stats->fixable = 0;
   stats->fixed = 0;
   stats->deleted = 0;
   error = false;
-  setStatus(1);
+  setStatus(Status::kRunning);
   displayCommand(argc, argv);
 }
 
@@ -127,20 +108,17 @@ VELKOR_UserInterface::~VELKOR_UserInterface() {
   done = true;
   {
     // The run is over: Escape no longer aborts, and keys are the final prompt's.
-    ScreenLock hold(&lock);
+    ScreenLock hold(lock);
     abortWatch = false;
   }
   finished();
-  delete stats;
-  stats = nullptr;
+  stats.reset();
   pthread_cancel(timerThread);
   pthread_join(timerThread, nullptr);
   pthread_cancel(abortThread);
   pthread_join(abortThread, nullptr);
-  delete screen;
-  screen = nullptr;
+  screen.reset();
   SetScreenGuard(nullptr);
-  pthread_mutex_destroy(&lock);
 }
 
 int VELKOR_UserInterface::startThread() {
@@ -170,15 +148,20 @@ int VELKOR_UserInterface::startWorkers() {
 }
 
 void VELKOR_UserInterface::drawText(int row, int col, int attribute, const char* text) {
-  ScreenLock hold(&lock);
+  ScreenLock hold(lock);
   screen->PositionOutputCursor(row, col);
   screen->OutputToScreenWithAttribute(attribute, "%s", text);
 }
 
 int VELKOR_UserInterface::drawName(int row, int col, int attribute, const char* label, const char* text,
                                    int columns) {
-  ScreenLock hold(&lock);
-  ScreenUpdate update(screen);
+  ScreenLock hold(lock);
+  return drawNameLocked(row, col, attribute, label, text, columns);
+}
+
+int VELKOR_UserInterface::drawNameLocked(int row, int col, int attribute, const char* label, const char* text,
+                                         int columns) {
+  ScreenUpdate update(screen.get());
   screen->PositionOutputCursor(row, col);
   screen->OutputToScreenWithAttribute(attribute, "%s", label);
   screen->OutputTextWithAttribute(attribute, FitToColumns(DisplayText(text ? text : ""), columns));
@@ -190,14 +173,18 @@ int VELKOR_UserInterface::drawName(int row, int col, int attribute, const char* 
 int VELKOR_UserInterface::readKey() {
   {
     // The question on the screen is shown whole before the key is waited for.
-    ScreenLock hold(&lock);
+    ScreenLock hold(lock);
     screen->Flush();
   }
   return readKeyFromStdin();
 }
 
 void VELKOR_UserInterface::clearRow(int row) {
-  ScreenLock hold(&lock);
+  ScreenLock hold(lock);
+  clearRowLocked(row);
+}
+
+void VELKOR_UserInterface::clearRowLocked(int row) {
   screen->PositionOutputCursor(row, 0);
   screen->ClearLine();
 }
@@ -209,9 +196,9 @@ void VELKOR_UserInterface::displayCommand(int argc, char** argv) {
     if (i > 0) line += ' ';
     line += argv[i];
   }
-  ScreenLock hold(&lock);
-  ScreenUpdate update(screen);
-  drawName(2, 2, kAttrText, "Command: ", line.c_str(), 67);
+  ScreenLock hold(lock);
+  ScreenUpdate update(screen.get());
+  drawNameLocked(2, 2, kAttrText, "Command: ", line.c_str(), 67);
   screen->OutputToScreenWithAttribute(kAttrText, "\n");
 }
 
@@ -220,7 +207,7 @@ void VELKOR_UserInterface::formatTime(int seconds, char* out) {
 }
 
 void VELKOR_UserInterface::showElapsed(int seconds) {
-  ScreenLock hold(&lock);
+  ScreenLock hold(lock);
   char elapsed[32];
   formatTime(seconds, elapsed);
   screen->PositionOutputCursor(4, 2);
@@ -245,11 +232,9 @@ void* VELKOR_UserInterface::runTimerThread(void* arg) {
   return nullptr;
 }
 
-// Drains the keys typed so far; after an Escape asks whether to abort. True
-// when the operator answered y or Y.
-bool VELKOR_UserInterface::watchForAbort() {
+bool VELKOR_UserInterface::drainKeysAndAskAbort() {
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-  pthread_mutex_lock(&lock);
+  lock.lock();
   bool escape = false;
   nodelay(screen->pad, TRUE);
   for (int key; (key = wgetch(screen->pad)) != ERR;) {
@@ -259,13 +244,13 @@ bool VELKOR_UserInterface::watchForAbort() {
 
   bool confirmed = false;
   if (escape) {
-    clearRow(kStatusRow);
+    clearRowLocked(kStatusRow);
     screen->PositionOutputCursor(kStatusRow, 2);
     screen->OutputToScreenWithAttribute(kAttrAlert, "%s", kAbortQuestion);
     // The answer is waited for with the lock held: the scan and the timer
     // stop at their next repaint until the operator answers.
     int answer;
-    pthread_cleanup_push(unlockOnCancel, &lock);
+    pthread_cleanup_push(unlockOnCancel, lock.native());
     pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
     answer = readKeyFromStdin();
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
@@ -276,10 +261,10 @@ bool VELKOR_UserInterface::watchForAbort() {
       confirmed = true;
       aborted = true;
     } else {
-      setStatus(1);
+      setStatusLocked(Status::kRunning);
     }
   }
-  pthread_mutex_unlock(&lock);
+  lock.unlock();
   pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
   return confirmed;
 }
@@ -289,19 +274,23 @@ void* VELKOR_UserInterface::runCheckAbortThread(void* arg) {
   for (;;) {
     KVF::LB_delay(100);
     if (!self->abortWatch) continue;
-    if (self->watchForAbort()) break;
+    if (self->drainKeysAndAskAbort()) break;
   }
   return nullptr;
 }
 
-void VELKOR_UserInterface::setStatus(int state) {
-  ScreenLock hold(&lock);
-  clearRow(kStatusRow);
+void VELKOR_UserInterface::setStatus(Status status) {
+  ScreenLock hold(lock);
+  setStatusLocked(status);
+}
+
+void VELKOR_UserInterface::setStatusLocked(Status status) {
+  clearRowLocked(kStatusRow);
   screen->PositionOutputCursor(kStatusRow, 2);
-  if (state == 1) {
+  if (status == Status::kRunning) {
     bool noAbort = operation == opFixStats || !isVolumeOperation(operation);
     screen->OutputToScreenWithAttribute(kAttrText, "STATUS: %s", noAbort ? "running" : "running, press <ESC> to abort");
-  } else if (state == 2) {
+  } else {
     const char* text = "finished successfully";
     int attribute = kAttrText;
     if (aborted) {
@@ -324,7 +313,7 @@ void VELKOR_UserInterface::setStatus(int state) {
 }
 
 void VELKOR_UserInterface::finished() {
-  setStatus(2);
+  setStatus(Status::kFinished);
   letUserView();
 }
 
@@ -339,11 +328,11 @@ void VELKOR_UserInterface::displayCompNotSupported() {
 
 void VELKOR_UserInterface::displayStats(unsigned long withLabels) {
   // Taken for every object, so that an open abort question halts the scan here.
-  ScreenLock hold(&lock);
+  ScreenLock hold(lock);
   // The block goes into the pad for every object; the pad reaches the
   // terminal at a human rate (a paced update), and at once at the next
   // prompt, question, status, timer repaint or the end of the operation.
-  ScreenUpdate update(screen, true);
+  ScreenUpdate update(screen.get(), true);
   const int width = static_cast<int>(strlen(CompStats::statsMsgs[0]));
   for (int row = 0; withLabels && row < 4; ++row) {
     screen->PositionOutputCursor(8 + row, 4);
@@ -368,7 +357,7 @@ void VELKOR_UserInterface::displayStats(unsigned long withLabels) {
 void VELKOR_UserInterface::opDispatcher(int op, char* path, unsigned long noHeader) {
   operation = static_cast<unsigned int>(op);
   // The status line's Escape hint depends on the operation.
-  setStatus(1);
+  setStatus(Status::kRunning);
   OpArgs_s args = {noHeader, 0, 0};
   try {
     switch (static_cast<unsigned int>(op)) {
@@ -389,22 +378,22 @@ void VELKOR_UserInterface::opDispatcher(int op, char* path, unsigned long noHead
     error = true;
   }
   // The operation has ended: whatever it drew is shown now.
-  ScreenLock hold(&lock);
+  ScreenLock hold(lock);
   screen->Flush();
 }
 
 // The operations themselves know only their OperationView (this object)
 // and the counters.
 void VELKOR_UserInterface::fileOp(char* path, ObjectRoutine routine, OpArgs_s* args) {
-  checkOneFile(path, routine, args, stats);
+  checkOneFile(path, routine, args, stats.get());
 }
 
 void VELKOR_UserInterface::volumeOp(char* volumeName, ObjectRoutine routine, OpArgs_s* args) {
-  scanVolume(volumeName, routine, args, stats);
+  scanVolume(volumeName, routine, args, stats.get());
 }
 
-void VELKOR_UserInterface::doVolumeStats(char* volumeName) { fixVolumeStatistics(volumeName, stats); }
+void VELKOR_UserInterface::doVolumeStats(char* volumeName) { fixVolumeStatistics(volumeName, stats.get()); }
 
-void VELKOR_UserInterface::doFileCompCandidate(char* path) { reportCompCandidate(path, stats); }
+void VELKOR_UserInterface::doFileCompCandidate(char* path) { reportCompCandidate(path, stats.get()); }
 
 }  // namespace velkor

@@ -10,10 +10,12 @@
 // The destructor cancels and joins both.
 //
 // Locking: `lock` is one recursive mutex that guards the screen (curses is
-// not thread-safe) and everything drawn on it: every drawing member takes
-// it, the timer holds it for a repaint and the abort watch holds it from
-// the key check until the operator has answered (so the operation stops at
-// its next drawing while the question is open). The worker threads disable
+// not thread-safe) and everything drawn on it: every public drawing member
+// takes it (EXCLUDES), the private ...Locked forms draw with it held
+// (REQUIRES), the timer holds it for a repaint and the abort watch holds it
+// from the key check until the operator has answered (so the operation stops
+// at its next drawing while the question is open). Clang checks these
+// contracts (common/threadSafety.h). The worker threads disable
 // cancellation while they hold it. Flags and counts are atomics: `aborted`
 // is written by the abort watch and read by the operation between objects;
 // `abortWatch`, `total` and `processed` are written by the operation and read
@@ -30,7 +32,10 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <ostream>
+
+#include "common/threadSafety.h"
 
 #include "velkor/compStats.h"
 #include "velkor/velkorTypes.h"
@@ -53,24 +58,27 @@ class VELKOR_UserInterface : public OperationView {
   VELKOR_UserInterface& operator=(const VELKOR_UserInterface&) = delete;
 
   // Runs the operation; a KVFError becomes an error element in the run log.
-  void opDispatcher(int operation, char* path, unsigned long noHeader);
+  void opDispatcher(int operation, char* path, unsigned long noHeader) EXCLUDES(lock);
   // The operations, run with this interface as their view.
   void fileOp(char* path, ObjectRoutine routine, OpArgs_s* args);
   void volumeOp(char* volumeName, ObjectRoutine routine, OpArgs_s* args);
   void doVolumeStats(char* volumeName);
   void doFileCompCandidate(char* path);
 
-  void displayCommand(int argc, char** argv);
+  // What the status line says: the operation is under way, or how it ended.
+  enum class Status { kRunning, kFinished };
+
+  void displayCommand(int argc, char** argv) EXCLUDES(lock);
   static void formatTime(int seconds, char* out);
-  void setStatus(int state);
-  void finished();
-  int letUserView();
-  void displayCompNotSupported();
-  void displayStats(unsigned long withLabels);
+  void setStatus(Status status) EXCLUDES(lock);
+  void finished() EXCLUDES(lock);
+  int letUserView() EXCLUDES(lock);
+  void displayCompNotSupported() EXCLUDES(lock);
+  void displayStats(unsigned long withLabels) EXCLUDES(lock);
   // The per-file report (fileReport.cpp): the run log's entry and, for the
   // single-file operations, the details on the screen.
   void displayFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name, unsigned long problems,
-                       unsigned long noHeader, unsigned long fixed, unsigned long deleted);
+                       unsigned long noHeader, unsigned long fixed, unsigned long deleted) EXCLUDES(lock);
   void logFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name, unsigned long problems,
                    unsigned long noHeader, unsigned long fixed, unsigned long deleted);
   static void getTypeStr(char* out, unsigned long deletedFlag, unsigned long typeCode, unsigned long xmlForm);
@@ -82,43 +90,50 @@ class VELKOR_UserInterface : public OperationView {
     displayFileInfo(file, compData, name, problems, noHeader, fixed, deleted);
   }
   void showCompressionOff() override { displayCompNotSupported(); }
-  void drawText(int row, int col, int attribute, const char* text) override;
+  void drawText(int row, int col, int attribute, const char* text) override EXCLUDES(lock);
   // Text this program does not choose (a name, the command line, a text of a
   // reply) at a screen position after `label`: drawn as DisplayText shows it
   // (screen/displayText.h), in at most `columns` columns (FitToColumns).
   // Returns the column after it.
-  int drawName(int row, int col, int attribute, const char* label, const char* text, int columns);
-  void clearRow(int row) override;
-  int readKey() override;
+  int drawName(int row, int col, int attribute, const char* label, const char* text, int columns) EXCLUDES(lock);
+  void clearRow(int row) override EXCLUDES(lock);
+  int readKey() override EXCLUDES(lock);
   void watchForAbort(bool on) override { abortWatch = on; }
   bool abortRequested() const override { return aborted; }
   void setTotal(uint64_t objects) override { total = objects; }
   void objectDone() override { ++processed; }
 
-  ScreenInterface* screen;  // owned
+  KVF::RecursiveMutex lock;
+  std::unique_ptr<ScreenInterface> screen PT_GUARDED_BY(lock);
   pthread_t timerThread;
   pthread_t abortThread;
   std::atomic<bool> error;
   std::atomic<bool> aborted;
   std::atomic<bool> done;
   std::atomic<bool> abortWatch;
-  CompStats* stats;  // owned
+  std::unique_ptr<CompStats> stats;
   uint64_t operation;
   std::atomic<uint64_t> total;
   std::atomic<uint64_t> processed;
-  pthread_mutex_t lock;
-  // The numbers the counter block shows (guarded by `lock`), so that a
-  // counter whose number has not changed is not drawn again.
-  uint64_t shownCounters[8] = {};
-  bool countersDrawn = false;
+  // The numbers the counter block shows, so that a counter whose number has
+  // not changed is not drawn again.
+  uint64_t shownCounters[8] GUARDED_BY(lock) = {};
+  bool countersDrawn GUARDED_BY(lock) = false;
 
  private:
   static void* runTimerThread(void* self);
   static void* runCheckAbortThread(void* self);
   int startThread();
   int startWorkers();
-  void showElapsed(int seconds);
-  bool watchForAbort();
+  void showElapsed(int seconds) EXCLUDES(lock);
+  // Drains the keys typed so far; after an Escape asks whether to abort. True
+  // when the operator answered y or Y.
+  bool drainKeysAndAskAbort() EXCLUDES(lock);
+  // The drawing members' bodies, for callers that hold the lock already.
+  int drawNameLocked(int row, int col, int attribute, const char* label, const char* text, int columns)
+      REQUIRES(lock);
+  void clearRowLocked(int row) REQUIRES(lock);
+  void setStatusLocked(Status status) REQUIRES(lock);
 };
 
 // One character from standard input, unbuffered; EOF when there is none.
