@@ -49,11 +49,12 @@ bool takeSize(int rows, int cols) {
 bool copyToScreen(WINDOW* w) {
   if (sizeSignalled.exchange(false)) {
     int rows = 0, cols = 0;
-    if (GetTermSize(&rows, &cols) == 0 && takeSize(rows, cols)) {
-      // What the terminal showed may be cut, moved or gone: all is sent again.
-      clearok(curscr, TRUE);
-      touchwin(w);
-    }
+    if (GetTermSize(&rows, &cols) == 0) takeSize(rows, cols);
+    // What the terminal showed may be cut, moved or gone, also when its size
+    // is back to the one curses holds (it may have been through others since
+    // the last copy): all is sent again.
+    clearok(curscr, TRUE);
+    touchwin(w);
   }
   return prefresh(w, 0, 0, 0, 0, LINES - 1, COLS - 1) == OK;
 }
