@@ -61,13 +61,22 @@ const int kCounterColours[8] = {kAttrPlain, kAttrFigure, kAttrEmphasis, 3, kAttr
 }  // namespace
 
 int readKeyFromStdin() {
+  // The thread that waits here leaves a new terminal size to the threads that
+  // draw: the timer's next repaint takes it, while this one may wait long.
+  sigset_t size, saved;
+  sigemptyset(&size);
+  sigaddset(&size, SIGWINCH);
+  pthread_sigmask(SIG_BLOCK, &size, &saved);
   unsigned char c;
+  int key = EOF;
   for (;;) {
     ssize_t n = read(0, &c, 1);
-    if (n == 1) return c;
     if (n < 0 && errno == EINTR) continue;
-    return EOF;
+    if (n == 1) key = c;
+    break;
   }
+  pthread_sigmask(SIG_SETMASK, &saved, nullptr);
+  return key;
 }
 
 VELKOR_UserInterface::VELKOR_UserInterface(int argc, char** argv)
