@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <sstream>
 #include <string>
 
+#include "logText.h"
 #include "velkor/requests.h"
 
 namespace {
@@ -138,3 +140,18 @@ INSTANTIATE_TEST_SUITE_P(Requests, WireGolden, testing::ValuesIn(kGolden),
                          [](const testing::TestParamInfo<Golden>& info) { return std::string(info.param.name); });
 
 }  // namespace
+
+// The run log's problem elements, one per bit from the lowest, as scripts
+// read them: written by hand, every bit set (and one above the named ones,
+// which reads as an invalid state).
+TEST(RunLogGolden, EveryProblemBitHasItsElementLowestFirst) {
+  std::ostringstream log;
+  testsupport::LoggedFile file;
+  file.problems = 0x17FF;
+  testsupport::LogText(log).entry(file);
+  EXPECT_NE(std::string::npos,
+            log.str().find("<fileStatus><good/><skippedChecking/><invalidAttribute/><invalidState/>"
+                           "<mismatchedDeletedFlag/><invalidZid/><compBeastNotFound/><compBeastEOFZero/>"
+                           "<badCompHeader/><mismatchedZid/><noPhysicalData/><invalidState/></fileStatus>"))
+      << log.str();
+}
