@@ -10,7 +10,7 @@
 
 #include "e2e.h"
 #include "common_cpp/kvfError.h"
-#include "velkor/velkorClass.h"
+#include "velkor/channel.h"
 
 using testsupport::Simulator;
 using velkor::CmdFile;

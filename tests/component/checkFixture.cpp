@@ -6,7 +6,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "velkor/velkorClass.h"
+#include "velkor/channel.h"
 #include "velkor/beastQueries.h"
 #include "velkor/fileCheck.h"
 

@@ -1,7 +1,9 @@
 // The screen layer's grouped updates: a group of outputs leaves the terminal
 // showing exactly what a copy after every output shows (text, attributes,
 // colours, cursor), and shows none of them before the group ends.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -34,6 +36,22 @@ std::map<std::string, std::string> screensAt(const char* mode) {
     screens[name] = probe.snapshot();
     probe.send("x");
   }
+  // The layer's keys: an Escape among keys typed ahead is seen and they are
+  // all eaten (the prompt's default stays until its own answer comes).
+  std::string sent = probe.cwd() + "/sent";
+  struct stat st;
+  if (probe.waitUntil([&] { return stat((probe.cwd() + "/keys").c_str(), &st) == 0; })) {
+    probe.send("ab\x1b" "cd");
+    probe.settle(std::chrono::milliseconds(150));
+    close(open(sent.c_str(), O_WRONLY | O_CREAT, 0644));
+    EXPECT_TRUE(probe.waitForRow(16, "Go on? n", std::chrono::seconds(10))) << mode << ": no question";
+    probe.send("y");
+    if (probe.waitUntil([&] { return stat((probe.cwd() + "/answered").c_str(), &st) == 0; })) {
+      probe.settle(std::chrono::milliseconds(150));
+      screens["answered"] = probe.snapshot();
+    }
+    probe.send("x");
+  }
   if (!probe.waitExit(std::chrono::seconds(10))) ADD_FAILURE() << mode << ": the probe did not end";
   return screens;
 }
@@ -44,8 +62,8 @@ std::map<std::string, std::string> screensAt(const char* mode) {
 // checks below all read the same two sets of screens.
 TEST(GroupedUpdate, ShowsWhatACopyPerOutputShowsAndNothingOfAnOpenGroup) {
   const std::map<std::string, std::string> each = screensAt("each"), grouped = screensAt("grouped");
-  ASSERT_EQ(kCheckpoints.size(), each.size());
-  ASSERT_EQ(kCheckpoints.size(), grouped.size());
+  ASSERT_EQ(kCheckpoints.size() + 1, each.size());  // and "answered"
+  ASSERT_EQ(kCheckpoints.size() + 1, grouped.size());
   {
     SCOPED_TRACE("the probe drew what it should");
     const std::string& last = each.at("last");
@@ -68,6 +86,12 @@ TEST(GroupedUpdate, ShowsWhatACopyPerOutputShowsAndNothingOfAnOpenGroup) {
     // The end of a nested group is not the end of the outer one.
     EXPECT_NE(each.at("inside"), each.at("nested"));
     EXPECT_EQ(grouped.at("round1"), grouped.at("nested"));
+  }
+  {
+    SCOPED_TRACE("keys typed ahead and a yes/no question");
+    const std::string& answered = each.at("answered");
+    EXPECT_NE(std::string::npos, answered.find("escape typed ahead: yes")) << answered;
+    EXPECT_NE(std::string::npos, answered.find("answer: yes")) << answered;
   }
   {
     SCOPED_TRACE("an empty group copies nothing");

@@ -1,7 +1,8 @@
 // Draws a fixed sequence on the screen layer for screenUpdate_test: either
 // copying the pad to the terminal after each output ("each") or inside
 // grouped updates ("grouped"). At each checkpoint it creates DIR/NAME and
-// waits for a key, so the test can read the terminal there.
+// waits for a key, so the test can read the terminal there. At the end it
+// reads the keys typed ahead (once DIR/sent exists) and asks a yes/no question.
 //
 //   screen_probe each|grouped DIR
 #include <fcntl.h>
@@ -18,13 +19,14 @@ namespace {
 std::string dir;
 bool grouped = false;
 
-void checkpoint(const char* name) {
+void mark(const char* name) {
   int fd = open((dir + "/" + name).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   if (fd >= 0) close(fd);
-  unsigned char key;
-  if (read(0, &key, 1) < 0) {
-    // the test has gone; carry on and end
-  }
+}
+
+void checkpoint(ScreenInterface& screen, const char* name) {
+  mark(name);
+  screen.GetAKey();
 }
 
 void begin(ScreenInterface& screen) {
@@ -69,18 +71,18 @@ int main(int argc, char** argv) {
   }
   counters(screen, 0);
   end(screen);
-  checkpoint("first");
+  checkpoint(screen, "first");
 
   for (unsigned round = 1; round <= 3; ++round) {
     begin(screen);
     counters(screen, round);
-    if (round == 2) checkpoint("inside");  // grouped: nothing of this round is shown yet
+    if (round == 2) checkpoint(screen, "inside");  // grouped: nothing of this round is shown yet
     // A nested group, a cleared line redrawn, and an output ending in a newline.
     begin(screen);
     screen.PositionOutputCursor(13, 2);
     screen.OutputToScreenWithAttribute(13, "Last File Checked: (type: %s)", round == 2 ? "file" : "directory");
     end(screen);
-    if (round == 2) checkpoint("nested");  // grouped: the inner group's end showed nothing either
+    if (round == 2) checkpoint(screen, "nested");  // grouped: the inner group's end showed nothing either
     screen.PositionOutputCursor(23, 0);
     screen.ClearLine();
     screen.PositionOutputCursor(23, 2);
@@ -88,7 +90,7 @@ int main(int argc, char** argv) {
     screen.PositionOutputCursor(4, 2);
     screen.OutputToScreenWithAttribute(2, "Time Elapsed: 00:00:0%u\n", round);
     end(screen);
-    checkpoint(("round" + std::to_string(round)).c_str());
+    checkpoint(screen, ("round" + std::to_string(round)).c_str());
   }
   // A cleared line is not copied by itself, and a group without output copies
   // nothing: the terminal still shows the line.
@@ -96,6 +98,17 @@ int main(int argc, char** argv) {
   screen.ClearLine();
   begin(screen);
   end(screen);
-  checkpoint("last");
+  checkpoint(screen, "last");
+
+  mark("keys");
+  while (access((dir + "/sent").c_str(), F_OK) != 0) usleep(10000);
+  const bool escape = screen.EatAllTypeAhead();
+  screen.PositionOutputCursor(15, 2);
+  screen.OutputToScreenWithAttribute(7, "escape typed ahead: %s", escape ? "yes" : "no");
+  screen.PositionOutputCursor(16, 2);
+  const bool yes = screen.PromptForYesOrNo(false, "Go on? ", false);
+  screen.PositionOutputCursor(17, 2);
+  screen.OutputToScreenWithAttribute(7, "answer: %s", yes ? "yes" : "no");
+  checkpoint(screen, "answered");
   return 0;
 }

@@ -9,7 +9,7 @@
 
 #include "common_cpp/kvfError.h"
 #include "common_cpp/qXML.h"
-#include "velkor/velkorClass.h"
+#include "velkor/channel.h"
 #include "velkor/volumeScan.h"
 
 using namespace QXML;

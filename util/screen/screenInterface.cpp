@@ -251,17 +251,11 @@ void ScreenInterface::Redraw() {
   CopyPadToScreen();
 }
 
-void ScreenInterface::GetKey(WINDOW* w, int* kind, int* ch, int* extra1, int* extra2, unsigned long) {
-  if (!w) return;
-  int key = wgetch(w);
-  while (key == KEY_RESIZE) {
-    Redraw();
-    key = wgetch(w);
-  }
+int ScreenInterface::KeyKind(int key) {
   int k = kKeyCharacter;
   if (key >= KEY_F(0) && key <= KEY_F(63)) k = kKeyFunction;
   else if (key == KEY_ENTER) k = kKeyEnter;
-  else if (key == 27) k = kKeyEscape;
+  else if (key == kEscapeCode) k = kKeyEscape;
   else if (key == KEY_BACKSPACE) k = kKeyBackspace;
   else if (key == KEY_DC) k = kKeyDelete;
   else if (key == KEY_IC) k = kKeyInsert;
@@ -273,7 +267,17 @@ void ScreenInterface::GetKey(WINDOW* w, int* kind, int* ch, int* extra1, int* ex
   else if (key == KEY_END) k = kKeyEnd;
   else if (key == KEY_PPAGE) k = kKeyPageUp;
   else if (key == KEY_NPAGE) k = kKeyPageDown;
-  if (kind) *kind = k;
+  return k;
+}
+
+void ScreenInterface::GetKey(WINDOW* w, int* kind, int* ch, int* extra1, int* extra2, unsigned long) {
+  if (!w) return;
+  int key = wgetch(w);
+  while (key == KEY_RESIZE) {
+    Redraw();
+    key = wgetch(w);
+  }
+  if (kind) *kind = KeyKind(key);
   if (ch) *ch = key & 0xff;
   if (extra1) *extra1 = 0;
   if (extra2) *extra2 = 0;
@@ -285,11 +289,12 @@ int ScreenInterface::GetAKey() {
   return ch;
 }
 
-void ScreenInterface::EatAllTypeAhead() {
+bool ScreenInterface::EatAllTypeAhead() {
+  bool escape = false;
   nodelay(pad, TRUE);
-  while (wgetch(pad) != ERR) {
-  }
+  for (int key; (key = wgetch(pad)) != ERR;) escape = escape || KeyKind(key) == kKeyEscape;
   nodelay(pad, FALSE);
+  return escape;
 }
 
 int ScreenInterface::PromptForYesOrNo2(unsigned int defaultFlags, const char* prompt) {

@@ -62,7 +62,9 @@ class ScreenInterface {
   void Redraw();
   void GetKey(WINDOW* w, int* kind, int* ch, int* extra1, int* extra2, unsigned long flags);
   int GetAKey();
-  void EatAllTypeAhead();
+  // Reads every key already typed, without waiting for one; returns whether
+  // an Escape (kKeyEscape) was among them.
+  bool EatAllTypeAhead();
   bool PromptForYesOrNo(bool defaultYes, const char* prompt, bool clearAfter);
 
   // Copies the pad's top-left corner, as large as curses's screen, to the
@@ -89,14 +91,16 @@ class ScreenInterface {
   // Sends what paced updates left pending, at once; nothing when none is.
   void Flush();
 
-  WINDOW* pad;
-
  private:
+  static const int kEscapeCode = 27;
+  // The kind (kKey...) of a curses key code.
+  static int KeyKind(int key);
   int PromptForYesOrNo2(unsigned int defaultFlags, const char* prompt);
   // After an output: a copy to the screen, or a pending one inside an update.
   void Output();
   attr_t AttributesFor(int attribute) const;
 
+  WINDOW* pad;
   SCREEN* screen_;
   bool hasColours_;
   int updateDepth_ = 0;

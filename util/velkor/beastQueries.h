@@ -7,7 +7,7 @@
 #include "velkor/beastRecords.h"
 #include "velkor/compStats.h"
 #include "common_cpp/qXML.h"
-#include "velkor/velkorClass.h"
+#include "velkor/channel.h"
 
 namespace velkor {
 

@@ -2,11 +2,9 @@
 // would not fit is refused with a KVFError (buffer too small), never cut.
 #pragma once
 
-#include <unistd.h>
-
 #include <cstddef>
 
-#include "velkor/velkorClass.h"
+#include "velkor/channel.h"
 
 namespace velkor {
 
@@ -32,18 +30,6 @@ class RequestText {
   size_t length_;
   int line_;
   char text_[kMaxCapacity];
-};
-
-// An open management command file that is closed when the scope ends, also
-// when the exchange throws.
-class OpenCmdFile {
- public:
-  explicit OpenCmdFile(const char* path) : file(path) {}
-  ~OpenCmdFile() { close(file.fd); }
-  OpenCmdFile(const OpenCmdFile&) = delete;
-  OpenCmdFile& operator=(const OpenCmdFile&) = delete;
-
-  CmdFile file;
 };
 
 }  // namespace velkor

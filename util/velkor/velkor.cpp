@@ -15,7 +15,7 @@
 #include "velkor/runLog.h"
 #include "screen/screenInterface.h"
 #include "screen/signals.h"
-#include "velkor/velkorClass.h"
+#include "velkor/channel.h"
 #include "velkor/velkorUI.h"
 #include "velkor/volumeLock.h"
 

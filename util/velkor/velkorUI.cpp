@@ -244,12 +244,7 @@ void* VELKOR_UserInterface::runTimerThread(void* arg) {
 bool VELKOR_UserInterface::drainKeysAndAskAbort() {
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
   lock.lock();
-  bool escape = false;
-  nodelay(screen->pad, TRUE);
-  for (int key; (key = wgetch(screen->pad)) != ERR;) {
-    if (key == 27) escape = true;
-  }
-  nodelay(screen->pad, FALSE);
+  const bool escape = screen->EatAllTypeAhead();
 
   bool confirmed = false;
   if (escape) {

@@ -2,6 +2,8 @@
 // request envelope, and (below) the reply buffer and command-file exchange.
 #pragma once
 
+#include <unistd.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
@@ -53,7 +55,8 @@ class ReplyBuf {
 std::ostream& operator<<(std::ostream& os, ReplyBuf& reply);
 
 // One open management command file, for one request/reply exchange. The caller
-// closes `fd` after the exchange, also when readWrite throws.
+// closes `fd` after the exchange, also when readWrite throws: OpenCmdFile below
+// does so when its scope ends.
 class CmdFile {
  public:
   explicit CmdFile(const char* path);  // throws "Unable to open the admin file"
@@ -65,6 +68,18 @@ class CmdFile {
   void transfer(const char* request, ReplyBuf* reply);
 
   int32_t fd;
+};
+
+// An open management command file that is closed when the scope ends, also
+// when the exchange throws.
+class OpenCmdFile {
+ public:
+  explicit OpenCmdFile(const char* path) : file(path) {}
+  ~OpenCmdFile() { close(file.fd); }
+  OpenCmdFile(const OpenCmdFile&) = delete;
+  OpenCmdFile& operator=(const OpenCmdFile&) = delete;
+
+  CmdFile file;
 };
 
 }  // namespace velkor

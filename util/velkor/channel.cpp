@@ -1,4 +1,4 @@
-#include "velkor/velkorClass.h"
+#include "velkor/channel.h"
 
 #include <fcntl.h>
 #include <unistd.h>
