@@ -44,9 +44,7 @@ inline uint64_t read(Kind kind, velkor::ReplyBuf* reply) {
     case kVolumeInfo: {
       VolumeInfo_s info{};
       readVolumeInfo(reply, &info);
-      uint64_t digest = info.compressionEnabled + strlen(info.mountPoint);
-      free(info.mountPoint);
-      return digest;
+      return info.compressionEnabled + strlen(info.mountPoint.get());
     }
     case kTotalObjects: return readTotalObjects(reply);
     case kFileInfo: {

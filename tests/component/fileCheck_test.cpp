@@ -239,7 +239,7 @@ TEST_F(FileCheck, ListFindsEveryProblemClass) {
     EXPECT_EQ(c.bits == 2 ? 1u : 0u, s.openSkipped) << c.what;
     EXPECT_EQ(c.bits == 1 ? 1u : 0u, s.good) << c.what;
     EXPECT_EQ(0u, s.fixed + s.deleted) << c.what;
-    EXPECT_STREQ(("/f" + std::to_string(zidOf(i))).c_str(), s.fileName) << c.what;
+    EXPECT_STREQ(("/f" + std::to_string(zidOf(i))).c_str(), s.fileName.get()) << c.what;
     EXPECT_EQ(c.noHeaderBits, volume->check(zidOf(i), false, false, true).problemFlags) << c.what;
   }
 }

@@ -115,8 +115,7 @@ void getFileName(char* volume, char* zid, CompStats* stats) {
   exchange(managecmd, request, "getBeastFullName", &reply);
   bool whole = false;
   char* copy = readFullName(&reply, &whole);
-  free(stats->fileName);
-  stats->fileName = copy;
+  stats->fileName.reset(copy);
   stats->fileNameWhole = whole;
 }
 
@@ -182,8 +181,7 @@ void readVolumeInfo(ReplyBuf* reply, VolumeInfo_s* info) {
   if (!mountPoint) throw KVFError("Can't allocate memory", zERR_NO_MEMORY, "util/velkor/velkorHelper[1370]");
   memcpy(mountPoint, basic[1].value, mountLength);
   // A record filled again takes the new mount point; the old one is released.
-  free(info->mountPoint);
-  info->mountPoint = mountPoint;
+  info->mountPoint.reset(mountPoint);
 
   const TagRequest_s attributeRows[] = {{"compression", QXML::TAG_OPTIONAL}, {nullptr, 0}};
   TagContent_s attribute[1];

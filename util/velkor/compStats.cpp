@@ -43,28 +43,23 @@ int OperationView::readKey() { return EOF; }
 // fixable, fixed and deleted are left to the object's maker to clear.
 CompStats::CompStats(OperationView* view)
     : view(view ? view : &silentView), processed(0), ccBitCleared(0), corrupted(0), good(0), openSkipped(0), problemFlags(ProblemCode::good),
-      fileName(nullptr), fileNameWhole(false) {
+      fileNameWhole(false) {
   memset(volumeInfo.volumeState, 0, sizeof volumeInfo.volumeState);
   strcpy(volumeInfo.volumeState, "unknown state");
   volumeInfo.compressionEnabled = 0;
-  volumeInfo.mountPoint = nullptr;
 }
 
-CompStats::~CompStats() {
-  free(fileName);
-  free(volumeInfo.mountPoint);
-}
+CompStats::~CompStats() = default;
 
 void CompStats::msgReady(UncompBeastInfo* file, CompBeastInfo* compData, unsigned long flags, unsigned long fixedArg,
                          unsigned long deletedArg) {
   view->showCounters(false);
-  view->showFile(file, compData, fileName, problemFlags, flags, fixedArg, deletedArg);
+  view->showFile(file, compData, fileName.get(), problemFlags, flags, fixedArg, deletedArg);
 }
 
 void CompStats::resetForNextObject() {
   problemFlags = ProblemCode::good;
-  free(fileName);
-  fileName = nullptr;
+  fileName.reset();
   fileNameWhole = false;
   actionRefused.clear();
 }

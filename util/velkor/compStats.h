@@ -78,7 +78,7 @@ class CompStats {
   uint64_t fixed;
   uint64_t deleted;
   unsigned long problemFlags;
-  char* fileName;  // owned
+  KVF::MallocedText fileName;
   // Whether fileName was read whole from its reply (see readFullName).
   bool fileNameWhole;
   // Why the change this object asked for was not made (empty when it was, or

@@ -244,8 +244,8 @@ bool sameObject(const struct stat& a, const struct stat& b) { return a.st_dev ==
 std::string unlinkCorruptedFile(char* volume, UncompBeastInfo* file, CompStats* stats) {
   if (!stats->fileNameWhole || !stats->fileName)
     return "not deleted: the file system's reply did not hold its name whole";
-  const std::string mountPoint = stats->volumeInfo.mountPoint ? stats->volumeInfo.mountPoint : "";
-  const std::string name = stats->fileName;
+  const std::string mountPoint = stats->volumeInfo.mountPoint ? stats->volumeInfo.mountPoint.get() : "";
+  const std::string name = stats->fileName.get();
   const size_t slash = name.rfind('/');
   const std::string base = slash == std::string::npos ? name : name.substr(slash + 1);
   if (name.empty() || name[0] != '/' || base.empty() || base == "." || base == "..")
@@ -297,7 +297,7 @@ void checkCompressionStatus(char* volume, char* zid, OpArgs_s* args, CompStats* 
       if (problems & kCorruptedProblems) {
         ++stats->corrupted;
         if (args->delete_) {
-          LogRequireRoom(stats->fileName ? strlen(stats->fileName) : 0);
+          LogRequireRoom(stats->fileName ? strlen(stats->fileName.get()) : 0);
           deleteCorruptedFile(volume, zid, file.get(), compData.get(), stats);
           if (stats->actionRefused.empty()) {
             ++stats->deleted;
@@ -306,7 +306,7 @@ void checkCompressionStatus(char* volume, char* zid, OpArgs_s* args, CompStats* 
         }
       } else if (problems & kFixableProblems) {
         if (args->fix) {
-          LogRequireRoom(stats->fileName ? strlen(stats->fileName) : 0);
+          LogRequireRoom(stats->fileName ? strlen(stats->fileName.get()) : 0);
           if (fixProblem(volume, zid, file.get(), compData.get(), stats)) {
             ++stats->fixable;
             ++stats->fixed;

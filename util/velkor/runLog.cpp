@@ -252,9 +252,9 @@ bool RunLog::open(const char* path) {
   }
   // The signal handler writes its messages straight to the log's descriptor.
   signalFd_ = fcntl(fd, F_DUPFD_CLOEXEC, 0);
-  buffer_ = new Buffer(fd);
-  openLog = buffer_;
-  savedErr_ = std::cerr.rdbuf(buffer_);
+  buffer_ = std::make_unique<Buffer>(fd);
+  openLog = buffer_.get();
+  savedErr_ = std::cerr.rdbuf(buffer_.get());
   std::cerr.setf(std::ios::dec | std::ios::oct | std::ios::hex | std::ios::showbase);
   Signals_SetErrorDescriptor(signalFd_);
   return true;
@@ -270,8 +270,7 @@ void RunLog::close() {
   std::cerr.clear();
   savedErr_ = nullptr;
   openLog = nullptr;
-  delete buffer_;  // writes what it still holds
-  buffer_ = nullptr;
+  buffer_.reset();  // writes what it still holds
 }
 
 const char* LogFailure() { return runLogError ? strerror(runLogError) : nullptr; }

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <fstream>
+#include <memory>
 #include <ostream>
 #include <streambuf>
 #include <string>
@@ -47,7 +48,7 @@ class RunLog {
   class Buffer;  // the checked stream buffer of the log's descriptor
 
  private:
-  Buffer* buffer_ = nullptr;  // owned
+  std::unique_ptr<Buffer> buffer_;
   std::streambuf* savedErr_ = nullptr;
   int signalFd_ = -1;
 };

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "common/kvfUtil.h"
+
 namespace velkor {
 
 // Arguments of one list, fix or delete operation.
@@ -17,7 +19,7 @@ struct OpArgs_s {
 struct VolumeInfo_s {
   char volumeState[32];
   uint64_t compressionEnabled;
-  char* mountPoint;  // owned
+  KVF::MallocedText mountPoint;
 };
 
 // Problem codes: one bit each; a file is corrupted when any corrupted bit is
