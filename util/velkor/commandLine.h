@@ -6,6 +6,9 @@
 
 #include <getopt.h>
 
+#include <utility>
+#include <vector>
+
 #include "velkor/velkorTypes.h"
 
 namespace velkor {
@@ -31,6 +34,22 @@ inline const struct option kLongOptions[] = {
     {"version", no_argument, nullptr, 'v'},
     {nullptr, 0, nullptr, 0},
 };
+
+// velkor-batch's own options, long ones only, beside the table above. Their
+// values lie above every option letter.
+enum BatchOption : int { kBatchYes = 256, kBatchProgress, kBatchQuiet };
+
+// velkor-batch's table: velkor's rows and its own. (velkor's table stays as
+// it is: velkor refuses these options as the parser does any unknown one.)
+inline std::vector<struct option> batchLongOptions() {
+  std::vector<struct option> rows;
+  for (const struct option* row = kLongOptions; row->name; ++row) rows.push_back(*row);
+  rows.push_back({"yes", no_argument, nullptr, kBatchYes});
+  rows.push_back({"progress", optional_argument, nullptr, kBatchProgress});
+  rows.push_back({"quiet", no_argument, nullptr, kBatchQuiet});
+  rows.push_back({nullptr, 0, nullptr, 0});
+  return rows;
+}
 
 // The operation code of an option letter; 0 for the letters that are not operations.
 inline unsigned int operationFor(int option) {
@@ -76,20 +95,24 @@ struct CommandLine {
   const char* logPath = nullptr;  // -p's argument, when given (the pointer itself)
   int operand = 0;                // the operand's index when end is operand
   int invalidLetter = 0;          // the parser's optopt for invalidOption
+  // The table's options beyond velkor's (BatchOption), with their arguments
+  // (null when none was given), in order.
+  std::vector<std::pair<int, const char*>> extras;
 };
 
 // Parses argv with getopt_long (which may reorder argv) until the first
 // option that ends the parse, then checks for exactly one operation and an
 // operand. The parser's own messages go to standard error only when
 // `parserMessages` is set. The parser's state is restarted first, so argument
-// vectors can be parsed one after another.
+// vectors can be parsed one after another. `longOptions` is velkor's table or
+// batchLongOptions().
 inline CommandLine parseCommandLine(int argc, char** argv, const char* shortOptions = kShortOptions,
-                                    bool parserMessages = true) {
+                                    bool parserMessages = true, const struct option* longOptions = kLongOptions) {
   CommandLine line;
   optind = 0;
   opterr = parserMessages ? 1 : 0;
   int option;
-  while ((option = getopt_long(argc, argv, shortOptions, kLongOptions, nullptr)) != -1) {
+  while ((option = getopt_long(argc, argv, shortOptions, longOptions, nullptr)) != -1) {
     switch (option) {
       case 0:
         break;
@@ -116,6 +139,9 @@ inline CommandLine parseCommandLine(int argc, char** argv, const char* shortOpti
           line.end = ParseEnd::pathIsOption;
           return line;
         }
+        break;
+      case kBatchYes: case kBatchProgress: case kBatchQuiet:
+        line.extras.emplace_back(option, optarg);
         break;
       default:
         // The parser leaves optopt at 0 for an option it accepted.

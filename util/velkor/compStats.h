@@ -45,6 +45,12 @@ class OperationView {
   virtual bool abortRequested() const { return false; }
   virtual void setTotal(uint64_t objects) {}
   virtual void objectDone() {}
+
+  // Whether the file just checked, found with the problem word `problems`,
+  // needs its full name looked up. A screen shows every file's name; a view
+  // without one needs it only where a name is logged or a file is deleted by
+  // its name (any word but good).
+  virtual bool needsName(unsigned long problems) const { return true; }
 };
 
 class CompStats {

@@ -334,7 +334,7 @@ void DisplayTime() {
 void LogDocumentStart(int argc, char** argv) {
   std::cerr << "<velkor>\n"
             << "<description>\n"
-            << "  velkor - Validate and fix KVF compression files\n"
+            << "  " << appName << " - Validate and fix KVF compression files\n"
             << "  Version: " << appVersion << "\n"
             << "  Build: " << __DATE__ << " at " << __TIME__ << "\n"
             << "</description>\n"

@@ -15,15 +15,11 @@
 
 #include "common/kvfUtil.h"
 #include "common_cpp/kvfError.h"
-#include "velkor/compCandidate.h"
 #include "screen/displayText.h"
 #include "screen/screenInterface.h"
 #include "velkor/runLog.h"
-#include "velkor/singleFile.h"
 #include "velkor/velkor.h"
-#include "velkor/ccAttribute.h"
-#include "velkor/fileCheck.h"
-#include "velkor/volumeStats.h"
+#include "velkor/operations.h"
 
 namespace velkor {
 
@@ -295,8 +291,8 @@ void VELKOR_UserInterface::setStatusLocked(Status status) {
     bool noAbort = operation == opFixStats || !isVolumeOperation(operation);
     screen->OutputToScreenWithAttribute(kAttrText, "STATUS: %s", noAbort ? "running" : "running, press <ESC> to abort");
   } else {
-    const char* text = "finished successfully";
-    int attribute = kAttrText;
+    const char* text = finishedStatusText(error, *stats);
+    int attribute = error ? kAttrWarning : strcmp(text, "finished successfully") != 0 ? kAttrAlert : kAttrText;
     if (aborted) {
       text = "user aborted";
       attribute = kAttrAlert;
@@ -304,12 +300,6 @@ void VELKOR_UserInterface::setStatusLocked(Status status) {
       // Nothing more reaches the log: the screen says why.
       screen->OutputToScreenWithAttribute(kAttrAlert, "STATUS: the run log could not be written: %s", LogFailure());
       return;
-    } else if (error) {
-      text = "finished with error";
-      attribute = kAttrWarning;
-    } else if (stats->corrupted != 0 || stats->fixable != 0) {
-      text = "finished with problem files found";
-      attribute = kAttrAlert;
     }
     screen->OutputToScreenWithAttribute(attribute, "STATUS: %s, check %s for details", text, logPath);
     LogFinishStatus(text);
@@ -362,21 +352,8 @@ void VELKOR_UserInterface::opDispatcher(int op, char* path, unsigned long noHead
   operation = static_cast<unsigned int>(op);
   // The status line's Escape hint depends on the operation.
   setStatus(Status::kRunning);
-  OpArgs_s args = {noHeader, 0, 0};
   try {
-    switch (static_cast<unsigned int>(op)) {
-      case opClearAll: volumeOp(path, checkCCBit, nullptr); break;
-      case opDeleteAll: args.delete_ = 1; volumeOp(path, checkCompressionStatus, &args); break;
-      case opFixAll: args.fix = 1; volumeOp(path, checkCompressionStatus, &args); break;
-      case opListAll: volumeOp(path, checkCompressionStatus, &args); break;
-      case opFixStats: doVolumeStats(path); break;
-      case opClear: fileOp(path, checkCCBit, nullptr); break;
-      case opDelete: args.delete_ = 1; fileOp(path, checkCompressionStatus, &args); break;
-      case opFix: args.fix = 1; fileOp(path, checkCompressionStatus, &args); break;
-      case opList: fileOp(path, checkCompressionStatus, &args); break;
-      case opBackground: doFileCompCandidate(path); break;
-      default: break;
-    }
+    runOperation(static_cast<unsigned int>(op), path, noHeader, stats.get());
   } catch (const KVFError& e) {
     LogError(e);
     error = true;
@@ -385,19 +362,5 @@ void VELKOR_UserInterface::opDispatcher(int op, char* path, unsigned long noHead
   ScreenLock hold(lock);
   screen->Flush();
 }
-
-// The operations themselves know only their OperationView (this object)
-// and the counters.
-void VELKOR_UserInterface::fileOp(char* path, ObjectRoutine routine, OpArgs_s* args) {
-  checkOneFile(path, routine, args, stats.get());
-}
-
-void VELKOR_UserInterface::volumeOp(char* volumeName, ObjectRoutine routine, OpArgs_s* args) {
-  scanVolume(volumeName, routine, args, stats.get());
-}
-
-void VELKOR_UserInterface::doVolumeStats(char* volumeName) { fixVolumeStatistics(volumeName, stats.get()); }
-
-void VELKOR_UserInterface::doFileCompCandidate(char* path) { reportCompCandidate(path, stats.get()); }
 
 }  // namespace velkor

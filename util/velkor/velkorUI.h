@@ -59,11 +59,6 @@ class VELKOR_UserInterface : public OperationView {
 
   // Runs the operation; a KVFError becomes an error element in the run log.
   void opDispatcher(int operation, char* path, unsigned long noHeader) EXCLUDES(lock);
-  // The operations, run with this interface as their view.
-  void fileOp(char* path, ObjectRoutine routine, OpArgs_s* args);
-  void volumeOp(char* volumeName, ObjectRoutine routine, OpArgs_s* args);
-  void doVolumeStats(char* volumeName);
-  void doFileCompCandidate(char* path);
 
   // What the status line says: the operation is under way, or how it ended.
   enum class Status { kRunning, kFinished };

@@ -1,0 +1,161 @@
+// velkor-batch end to end: every operation with its exit status, its log
+// against velkor's own for the same volume, the question without --yes, a
+// stop by signal in the middle of a fix, and the errors it names.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "e2e.h"
+#include "fixtures.h"
+
+using namespace e2efixtures;
+using testsupport::Simulator;
+using testsupport::TempDir;
+using testsupport::VelkorTerminal;
+
+namespace {
+
+VelkorTerminal::Options batch(const std::string& cwd = "") {
+  VelkorTerminal::Options options;
+  options.binary = testsupport::binaryPath("util/velkor/velkor-batch");
+  options.cwd = cwd;
+  return options;
+}
+
+// Runs velkor-batch to its end; returns its exit status.
+int runBatch(const Simulator& sim, const std::vector<std::string>& args, const std::string& cwd,
+             std::string* output = nullptr) {
+  VelkorTerminal run(sim, args, batch(cwd));
+  run.finish();
+  if (output) *output = run.screenText();
+  return run.exitStatus();
+}
+
+// A run log's documents, each without what differs from run to run and
+// program to program: times, the build and the program's path.
+std::vector<std::string> comparableRuns(const std::string& log) {
+  static const std::regex varying(
+      "<CurrentTime [^>]*/>|  Build: [^\n]*|argv=\"[^\"]*velkor(-batch)?\"|  velkor(-batch)? - ");
+  std::vector<std::string> runs;
+  for (size_t at = 0; (at = log.find("<velkor>\n", at)) != std::string::npos; ++at)
+    runs.push_back(std::regex_replace(log.substr(at, log.find("</velkor>", at) - at), varying, "#"));
+  return runs;
+}
+
+}  // namespace
+
+// The same steps on two copies of one generated volume, by velkor and by
+// velkor-batch: the logs hold the same documents, entry for entry, and each
+// batch run's exit status says what was left.
+TEST(Batch, VolumeOperationsLogWhatVelkorLogsWithFsckStatuses) {
+  Simulator::Options options;
+  options.generate = 600;
+  options.seed = 11;
+  options.requestLog = false;
+  Simulator byVelkor(options), byBatch(options);
+  TempDir velkorDir, batchDir;
+  const std::vector<std::pair<std::vector<std::string>, int>> steps = {
+      {{"-L", "VOL1"}, 4},  // problems found, none repaired
+      {{"-F", "VOL1"}, 4},  // the corrupted ones are left
+      {{"-D", "VOL1"}, 4},  // the corrupted ones are deleted; fixable ones the fix did not take are left
+      {{"-L", "VOL1"}, 4},
+      {{"-C", "VOL1"}, 0},
+  };
+  for (const auto& [args, status] : steps) {
+    VelkorTerminal::Options here;
+    here.cwd = velkorDir.path();
+    FinishedRun run(byVelkor, args, here);
+    ASSERT_TRUE(run.finalScreen) << args[0];
+    std::string output;
+    EXPECT_EQ(status, runBatch(byBatch, args, batchDir.path(), &output)) << args[0] << "\n" << output;
+    EXPECT_TRUE(std::regex_search(output, std::regex("velkor-batch: --[a-z-]+ VOL1: \\d+ objects in ")))
+        << output;
+  }
+  const std::string batchLog = testsupport::readFile(batchDir.file("velkor.log"));
+  EXPECT_NE(std::string::npos, batchLog.find("  velkor-batch - Validate and fix KVF compression files\n"));
+  const std::vector<std::string> velkorRuns = comparableRuns(testsupport::readFile(velkorDir.file("velkor.log")));
+  const std::vector<std::string> batchRuns = comparableRuns(batchLog);
+  ASSERT_EQ(steps.size(), velkorRuns.size());
+  ASSERT_EQ(velkorRuns.size(), batchRuns.size());
+  for (size_t i = 0; i < steps.size(); ++i) EXPECT_EQ(velkorRuns[i], batchRuns[i]) << "run " << i;
+  EXPECT_NE(std::string::npos, batchRuns[0].find("<entry>")) << "the volume has no problem file";
+}
+
+// A good volume: a full name is asked only where a name is logged; velkor
+// asks one for every object it shows.
+TEST(Batch, FullNamesOnlyForProblemFiles) {
+  json fixable = fixableVolume(1002, 1)["volumes"][0];
+  json beasts = fixable["beasts"];
+  beasts.push_back(plainFile(1000, "/a"));
+  beasts.push_back(plainFile(1001, "/b"));
+  Simulator sim = Simulator::withFixture(volume(beasts, fixable["compBeasts"]).dump());
+  TempDir dir;
+  EXPECT_EQ(4, runBatch(sim, {"-L", "VOL1"}, dir.path()));
+  std::vector<std::string> named = requestIds(sim.requestsOf("getBeastFullName"));
+  EXPECT_EQ(std::vector<std::string>{"1002"}, named);
+}
+
+// Single files, the recount question and the errors: each with its status
+// and words.
+TEST(Batch, FileOperationsQuestionAndErrors) {
+  json fixable = fixableVolume(1000, 1)["volumes"][0];
+  json beasts = fixable["beasts"];
+  beasts.push_back(plainFile(2000, "/good"));
+  Simulator sim = Simulator::withFixture(volume(beasts, fixable["compBeasts"]).dump());
+  TempDir dir;
+  std::string out;
+  EXPECT_EQ(0, runBatch(sim, {"-l", "/media/kvf/VOL1/good"}, dir.path(), &out)) << out;
+  EXPECT_NE(std::string::npos, out.find("/good: good, checked")) << out;
+  EXPECT_EQ(4, runBatch(sim, {"-l", "/media/kvf/VOL1/f0"}, dir.path(), &out)) << out;
+  EXPECT_EQ(1, runBatch(sim, {"-f", "/media/kvf/VOL1/f0"}, dir.path(), &out)) << out;
+  EXPECT_NE(std::string::npos, out.find(", fixed")) << out;
+  EXPECT_EQ(0, runBatch(sim, {"-l", "/media/kvf/VOL1/f0"}, dir.path(), &out)) << out;
+
+  EXPECT_EQ(32, runBatch(sim, {"-S", "VOL1"}, dir.path(), &out)) << out;
+  EXPECT_NE(std::string::npos, out.find("the question was not answered (no --yes)")) << out;
+  EXPECT_TRUE(sim.requestsOf("fixCompStats").empty()) << "recounted without --yes";
+  EXPECT_EQ(0, runBatch(sim, {"--yes", "-S", "VOL1"}, dir.path(), &out)) << out;
+  EXPECT_EQ(1u, sim.requestsOf("fixCompStats").size());
+  EXPECT_NE(std::string::npos, out.find("Compression Statistics:")) << out;
+
+  EXPECT_EQ(8, runBatch(sim, {"-L", "VOL2"}, dir.path(), &out)) << out;
+  EXPECT_NE(std::string::npos, out.find("velkor-batch: volume VOL2 not found on this server (")) << out;
+  EXPECT_EQ(16, runBatch(sim, {"-L"}, dir.path(), &out)) << out;
+  EXPECT_EQ(16, runBatch(sim, {"--progress=soon", "-L", "VOL1"}, dir.path(), &out)) << out;
+  EXPECT_EQ(16, runBatch(sim, {"-I", "VOL1"}, dir.path(), &out)) << out;
+  EXPECT_EQ(8, runBatch(sim, {"-L", "VOL1", "-p", dir.path()}, dir.path(), &out)) << out;
+
+  const std::string log = testsupport::readFile(dir.file("velkor.log"));
+  EXPECT_NE(std::string::npos, log.find("<msg>the question was not answered (no --yes): nothing was changed</msg>\n"
+                                        "<finishStatus>stopped: a question needs --yes</finishStatus>"));
+  EXPECT_NE(std::string::npos, log.find("<finishStatus>finished with error</finishStatus>"));
+}
+
+// SIGTERM in the middle of a fix: the object in hand is finished (both of
+// its set requests are sent), no further object is taken, the log ends with
+// the stop, and the status is 32 with what was found all repaired (1).
+TEST(Batch, SignalMidFixFinishesTheObjectInHandAndEndsTheLog) {
+  Simulator sim = Simulator::withFixture(fixableVolume(100, 40).dump());
+  sim.setFaults(R"({"request":"setBeastInfo","count":0,"action":"delay","ms":100})");
+  TempDir dir;
+  VelkorTerminal run(sim, {"--progress=1", "-F", "VOL1"}, batch(dir.path()));
+  ASSERT_TRUE(run.waitUntil([&] { return sim.requestsOf("setBeastInfo").size() >= 15; }));
+  ASSERT_TRUE(run.signalProgram(SIGTERM));
+  run.finish();
+  EXPECT_EQ(32 | 1, run.exitStatus()) << run.screenText();
+
+  const std::string log = testsupport::readFile(dir.file("velkor.log"));
+  EXPECT_NE(std::string::npos, log.find("<finishStatus>stopped by a signal</finishStatus>\n<endTime>")) << log;
+  EXPECT_EQ(log.size() - 13, log.find("</velkor>\n\n\n\n"));
+  const size_t fixedEntries = entries(log).size();
+  EXPECT_GT(fixedEntries, 0u);
+  EXPECT_LT(fixedEntries, 40u) << "the stop took no effect";
+  // Every repair logged was made (one set request each); nothing past it
+  // was touched.
+  EXPECT_EQ(fixedEntries, sim.requestsOf("setBeastInfo").size());
+  EXPECT_TRUE(std::regex_search(run.screenText(), std::regex("VOL1: \\d+ of 40 objects \\(\\d+%\\)")))
+      << run.screenText();
+}

@@ -1,0 +1,329 @@
+#include "velkor/batch.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "common_cpp/kvfError.h"
+#include "velkor/beastRecords.h"
+#include "velkor/channel.h"
+#include "velkor/commandLine.h"
+#include "velkor/logElements.h"
+#include "velkor/operations.h"
+#include "velkor/runLog.h"
+#include "velkor/velkor.h"
+#include "velkor/volumeLock.h"
+
+namespace velkor {
+
+namespace {
+
+// Set by the first SIGINT, SIGTERM or SIGHUP; the scan stops taking objects.
+std::atomic<int> stopSignal{0};
+static_assert(std::atomic<int>::is_always_lock_free, "the signal handler writes it");
+
+void onStopSignal(int sig) {
+  if (stopSignal.exchange(sig) != 0) {
+    // A second signal: end now, without the end of the log.
+    static const char kText[] = "velkor-batch: a second signal: stopped at once\n";
+    ssize_t ignored = write(STDERR_FILENO, kText, sizeof kText - 1);
+    (void)ignored;
+    _exit(kBatchStopped);
+  }
+}
+
+void catchStopSignals() {
+  struct sigaction action = {};
+  action.sa_handler = onStopSignal;
+  sigemptyset(&action.sa_mask);
+  // Exchanges go on where a signal came: the object in hand is finished.
+  action.sa_flags = SA_RESTART;
+  for (int sig : {SIGINT, SIGTERM, SIGHUP}) sigaction(sig, &action, nullptr);
+}
+
+double secondsSince(const struct timespec& start, const struct timespec& now) {
+  return static_cast<double>(now.tv_sec - start.tv_sec) + (now.tv_nsec - start.tv_nsec) / 1e9;
+}
+
+struct timespec monotonicNow() {
+  struct timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now;
+}
+
+std::string hoursMinutesSeconds(double seconds) {
+  long s = seconds < 0 ? 0 : static_cast<long>(seconds + 0.5);
+  char text[32];
+  snprintf(text, sizeof text, "%ld:%02ld:%02ld", s / 3600, s / 60 % 60, s % 60);
+  return text;
+}
+
+// The problem names of a word, as the run log names them, joined by commas.
+std::string problemNames(unsigned long problems) {
+  std::string names;
+  for (int bit = 0; bit < 32; ++bit) {
+    if (!(problems >> bit & 1)) continue;
+    if (!names.empty()) names += ",";
+    names += problemElement(bit);
+  }
+  return names;
+}
+
+// What went wrong, in the operator's words first; then the error as the log
+// has it.
+std::string errorWords(const KVFError& e, unsigned int operation, const char* target, bool beforeAnyObject) {
+  std::string words;
+  const bool refused = e.isKvfCode && std::string(e.what()) == "Reply results";
+  if (refused && e.code == zERR_GENERIC_KVF_ERROR && beforeAnyObject)
+    words = isVolumeOperation(operation) ? "volume " + std::string(target) + " not found on this server"
+                                         : std::string(target) + " is not a file on a KVF volume of this server";
+  else if (e.isKvfCode && e.code == zERR_VALUE_CHANGED)
+    words = "an object kept changing while it was repaired";
+  else if (e.isKvfCode && e.code == zERR_COMPRESSION_NOT_ENABLED)
+    words = "compression is not enabled on this volume";
+  else if (e.isKvfCode && (e.code == zERR_XML_IS_BAD || e.code == zERR_XML_IS_INCOMPLETE))
+    words = "a reply of the file system could not be read";
+  else if (e.isKvfCode && e.code == zERR_BUFFER_TOO_SMALL)
+    words = "a name or a reply is too long to handle";
+  else if (!e.isKvfCode)
+    words = "the management interface failed";
+  else
+    words = "the file system refused a request";
+  return words + " (" + e.what() + ", error " + std::to_string(e.number()) + " " + e.numberName() + " at " +
+         e.location + ")";
+}
+
+bool parseSeconds(const char* text, unsigned* seconds) {
+  if (!text || !*text) return false;
+  char* end = nullptr;
+  errno = 0;
+  unsigned long value = strtoul(text, &end, 10);
+  if (errno || *end || text[0] == '-' || value == 0 || value > 86400) return false;
+  *seconds = static_cast<unsigned>(value);
+  return true;
+}
+
+void batchUsage() {
+  VELKOR_Usage(logPath);
+  std::cout << "velkor-batch runs the operations above without a screen, for cron, systemd and ssh:\n"
+            << "      --yes                    Answer yes to the operation's question (the statistics\n"
+            << "                               recount on a volume not in maintenance state)\n"
+            << "      --progress[=SECONDS]     A progress line on standard error every SECONDS\n"
+            << "                               (default 10; on when standard error is a terminal)\n"
+            << "      --quiet                  Errors only\n"
+            << "Exit status (bits combined): 0 nothing found, 1 problems found and all repaired or\n"
+            << "deleted, 4 problems left, 8 operational error, 16 usage error, 32 stopped before the end.\n";
+  std::cout.flush();
+}
+
+int usageError(const std::string& message) {
+  if (!message.empty()) fprintf(stderr, "%s: %s\n", appName, message.c_str());
+  fprintf(stderr, "Try '%s --help' for more information.\n", appName);
+  return kBatchUsage;
+}
+
+}  // namespace
+
+BatchView::BatchView(const BatchSettings& settings, unsigned int operation, const char* target)
+    : settings_(settings), operation_(operation), target_(target) {
+  start_ = lastLine_ = monotonicNow();
+}
+
+void BatchView::showFile(UncompBeastInfo* file, CompBeastInfo* compData, char* name, unsigned long problems,
+                         unsigned long noHeader, unsigned long fixed, unsigned long deleted) {
+  const bool volumeLevel = isVolumeOperation(operation_);
+  if (problems & (kFixableProblems | kCorruptedProblems)) {
+    ++found_;
+    if (fixed || deleted) ++resolved_;
+  }
+  if (fixed) ++fixed_;
+  if (deleted) ++deleted_;
+  // The entries velkor writes: a scan's of what has something to report, a
+  // single file's always.
+  if (!volumeLevel || problems != good)
+    LogFileEntry(*file, compData, name, problems, noHeader != 0, fixed != 0, deleted != 0, volumeLevel,
+                 stats_ ? stats_->actionRefused : std::string());
+  if (!volumeLevel && !settings_.quiet)
+    printf("%s: %s, %s\n", name ? name : target_.c_str(), problemNames(problems).c_str(),
+           fixed ? "fixed" : deleted ? "deleted" : "checked");
+}
+
+void BatchView::showCompressionOff() {
+  if (!settings_.quiet) printf("%s: compression is not enabled on this volume; nothing to do\n", target_.c_str());
+}
+
+void BatchView::drawText(int row, int col, int attribute, const char* text) {
+  if (row < 0 || row >= 32 || col < 0 || col > 320) return;
+  std::string& line = rows_[row];
+  std::string piece(text);
+  for (char& c : piece)
+    if (c == '\n') c = ' ';
+  if (line.size() < static_cast<size_t>(col)) line.resize(col, ' ');
+  line.replace(col, std::min(piece.size(), line.size() - col), piece);
+}
+
+void BatchView::clearRow(int row) {
+  if (row >= 0 && row < 32) rows_[row].clear();
+}
+
+int BatchView::readKey() {
+  if (settings_.yes) return 'y';
+  declined_ = true;
+  const char* text = "the question was not answered (no --yes): nothing was changed";
+  LogMessage(text);
+  fprintf(stderr, "%s: %s\n", appName, text);
+  return 'n';
+}
+
+bool BatchView::abortRequested() const { return stopSignal != 0; }
+
+void BatchView::objectDone() {
+  ++done_;
+  if (!settings_.progress) return;
+  struct timespec now = monotonicNow();
+  if (secondsSince(lastLine_, now) >= settings_.progress) progressLine(now);
+}
+
+bool BatchView::needsName(unsigned long problems) const {
+  return !isVolumeOperation(operation_) || problems != good;
+}
+
+void BatchView::progressLine(const struct timespec& now) {
+  lastLine_ = now;
+  const double seconds = secondsSince(start_, now), rate = seconds > 0 ? done_ / seconds : 0;
+  const uint64_t total = total_ > done_ ? total_ : done_;
+  fprintf(stderr, "%s: %s: %llu of %llu objects (%llu%%), %.0f/s, %llu problems, %llu fixed, %llu deleted, %s left\n",
+          appName, target_.c_str(), static_cast<unsigned long long>(done_), static_cast<unsigned long long>(total),
+          static_cast<unsigned long long>(total ? done_ * 100 / total : 100), rate,
+          static_cast<unsigned long long>(found_), static_cast<unsigned long long>(fixed_),
+          static_cast<unsigned long long>(deleted_),
+          rate > 0 ? hoursMinutesSeconds((total - done_) / rate).c_str() : "?");
+}
+
+std::string BatchView::drawnLines() const {
+  std::string lines;
+  for (const std::string& row : rows_) {
+    size_t end = row.find_last_not_of(' ');
+    if (end != std::string::npos) lines += row.substr(0, end + 1) + "\n";
+  }
+  return lines;
+}
+
+std::string BatchView::summary(const char* status) const {
+  const double seconds = secondsSince(start_, monotonicNow());
+  char text[512];
+  snprintf(text, sizeof text,
+           "%s: --%s %s: %llu objects in %.1f s (%.0f/s); %llu problem files (%llu fixed, %llu deleted, %llu left); %s",
+           appName, operationName(operation_), target_.c_str(), static_cast<unsigned long long>(done_), seconds,
+           seconds > 0 ? done_ / seconds : 0.0, static_cast<unsigned long long>(found_),
+           static_cast<unsigned long long>(fixed_), static_cast<unsigned long long>(deleted_),
+           static_cast<unsigned long long>(found_ - resolved_), status);
+  return text;
+}
+
+int BatchView::verdict() const {
+  if (found_ == 0) return kBatchNothingFound;
+  return found_ > resolved_ ? kBatchProblemsLeft : kBatchAllRepaired;
+}
+
+int batchMain(int argc, char** argv) {
+  appName = "velkor-batch";
+  const std::vector<struct option> options = batchLongOptions();
+  const CommandLine line = parseCommandLine(argc, argv, kShortOptions, true, options.data());
+  if (line.logPath) logPath = line.logPath;
+  switch (line.end) {
+    case ParseEnd::operand: break;
+    case ParseEnd::parserError: return usageError("");
+    case ParseEnd::help: batchUsage(); return 0;
+    case ParseEnd::version:
+      std::cout << appName << " (KVF) " << appVersion << std::endl;
+      return 0;
+    case ParseEnd::pathIsOption: return usageError("option '-p' requires an argument.");
+    case ParseEnd::invalidOption:
+      return usageError(std::string("option '-") + static_cast<char>(line.invalidLetter) + "' is invalid.");
+    case ParseEnd::noOperation: return usageError("missing VOPTION or FOPTION argument.");
+    case ParseEnd::manyOperations: return usageError("more than one VOPTION or FOPTION found.");
+    case ParseEnd::noOperand: return usageError("missing VOLUMENAME or FILENAME argument.");
+  }
+  if (line.operand + 1 < argc) return usageError(std::string("unexpected argument '") + argv[line.operand + 1] + "'.");
+
+  BatchSettings settings;
+  settings.progress = isatty(STDERR_FILENO) ? 10 : 0;
+  for (const auto& [option, argument] : line.extras) {
+    if (option == kBatchYes) settings.yes = true;
+    if (option == kBatchQuiet) settings.quiet = true;
+    if (option == kBatchProgress && !argument) settings.progress = 10;
+    if (option == kBatchProgress && argument && !parseSeconds(argument, &settings.progress))
+      return usageError(std::string("--progress takes a number of seconds from 1 to 86400, not '") + argument + "'.");
+  }
+  if (settings.quiet) settings.progress = 0;
+
+  const unsigned int operation = line.operation;
+  std::unique_ptr<char, decltype(&free)> path(formObjectPath(operation, argv[line.operand]), free);
+  if (!path) return kBatchError;
+  if (!nameFitsRequests(operation, path.get())) return kBatchUsage;
+  if (VELKOR_HaveRights() == 0) {
+    fprintf(stderr, "%s: the management file %s cannot be opened (%s): is this a KVF server, and are you root?\n",
+            appName, managecmd, strerror(errno));
+    return kBatchError;
+  }
+
+  RunLog log;
+  if (!log.open(logPath)) return kBatchError;
+  std::string lockRefusal;
+  if (isVolumeOperation(operation) && !lockVolume(path.get(), &lockRefusal)) {
+    fprintf(stderr, "%s: %s.\n", appName, lockRefusal.c_str());
+    return kBatchError;
+  }
+  catchStopSignals();
+  LogDocumentStart(argc, argv);
+
+  BatchView view(settings, operation, path.get());
+  CompStats stats(&view);
+  stats.fixable = stats.fixed = stats.deleted = 0;
+  view.attach(&stats);
+  bool error = false;
+  try {
+    LogRequireWritable();
+    runOperation(operation, path.get(), line.checkHeader ? 0 : 1, &stats);
+  } catch (const KVFError& e) {
+    LogError(e);
+    error = true;
+    fprintf(stderr, "%s: %s\n", appName, errorWords(e, operation, path.get(), stats.processed == 0).c_str());
+  }
+
+  int status = view.verdict();
+  const char* text = finishedStatusText(error, stats);
+  if (stopSignal != 0) {
+    text = kStoppedBySignal;
+    status |= kBatchStopped;
+  } else if (view.declined()) {
+    text = kStoppedForQuestion;
+    status |= kBatchStopped;
+  }
+  if (error || volumeLockRefused()) status |= kBatchError;
+  if (!LogFailure()) {
+    LogFinishStatus(text);
+    LogDocumentEnd();
+  }
+  if (LogFailure()) {
+    fprintf(stderr, "%s: the run log could not be written: %s\n", appName, LogFailure());
+    status |= kBatchError;
+  }
+  if (!settings.quiet) {
+    if (operation == opFixStats || operation == opBackground) fputs(view.drawnLines().c_str(), stdout);
+    printf("%s\n", view.summary(text).c_str());
+  }
+  fflush(stdout);
+  return status;
+}
+
+}  // namespace velkor

@@ -1,0 +1,82 @@
+// velkor-batch: the operations of velkor without a screen or a key, for cron,
+// systemd and ssh. The same option table, run log, lock and operations; the
+// verdict is the exit status (the fsck convention, bits combined).
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+#include "velkor/compStats.h"
+
+namespace velkor {
+
+// Exit status bits.
+enum BatchExit : int {
+  kBatchNothingFound = 0,
+  kBatchAllRepaired = 1,   // problems found, each repaired or deleted
+  kBatchProblemsLeft = 4,  // problem files remain (listed, or not taken by the fix or the delete)
+  kBatchError = 8,         // error element, channel failure, configuration, log or lock
+  kBatchUsage = 16,
+  kBatchStopped = 32,      // a signal, or a question without --yes
+};
+
+// The finish statuses velkor-batch writes besides the ones velkor writes.
+inline constexpr char kStoppedBySignal[] = "stopped by a signal";
+inline constexpr char kStoppedForQuestion[] = "stopped: a question needs --yes";
+
+struct BatchSettings {
+  bool yes = false;         // --yes: answer yes to the operation's question
+  unsigned progress = 0;    // seconds between progress lines; 0: none
+  bool quiet = false;       // --quiet: errors only
+};
+
+// The view of a run without a screen: log entries as velkor writes them,
+// progress lines on standard error, the figures velkor draws as plain lines
+// on standard output at the end, and the tallies the exit status is made of.
+// Everything runs on the operation's thread; only stop() is called from a
+// signal handler.
+class BatchView : public OperationView {
+ public:
+  BatchView(const BatchSettings& settings, unsigned int operation, const char* target);
+
+  void attach(CompStats* stats) { stats_ = stats; }
+
+  void showFile(UncompBeastInfo* file, CompBeastInfo* compData, char* name, unsigned long problems,
+                unsigned long noHeader, unsigned long fixed, unsigned long deleted) override;
+  void showCompressionOff() override;
+  void drawText(int row, int col, int attribute, const char* text) override;
+  void clearRow(int row) override;
+  int readKey() override;
+  bool abortRequested() const override;
+  void setTotal(uint64_t objects) override { total_ = objects; }
+  void objectDone() override;
+  bool needsName(unsigned long problems) const override;
+
+  // The text lines the operation drew (statistics, candidate), in row order.
+  std::string drawnLines() const;
+  // The one-line summary of the run, ending with `status`.
+  std::string summary(const char* status) const;
+  // The exit status bits of what was found and done (no error or stop bits).
+  int verdict() const;
+  bool declined() const { return declined_; }
+
+ private:
+  void progressLine(const struct timespec& now);
+
+  BatchSettings settings_;
+  unsigned int operation_;
+  std::string target_;
+  CompStats* stats_ = nullptr;
+  std::string rows_[32];
+  uint64_t total_ = 0, done_ = 0;
+  uint64_t found_ = 0, resolved_ = 0, fixed_ = 0, deleted_ = 0;
+  bool declined_ = false;
+  struct timespec start_ = {}, lastLine_ = {};
+};
+
+// The program: parses the command line, opens the log, takes the lock, runs
+// the operation and returns the exit status.
+int batchMain(int argc, char** argv);
+
+}  // namespace velkor
