@@ -15,9 +15,11 @@ expected="bin/kvf-sandbox
 bin/kvfsim
 bin/velkor-report
 sbin/velkor
+sbin/velkor-batch
 share/man/man1/kvf-sandbox.1
 share/man/man1/kvfsim.1
 share/man/man1/velkor-report.1
+share/man/man8/velkor-batch.8
 share/man/man8/velkor.8"
 actual="$(cd "$prefix" && find . \( -type f -o -type l \) | sed 's|^\./||' | sort)"
 if [ "$actual" != "$expected" ]; then
@@ -29,6 +31,7 @@ fi
 touch "$prefix/manage.cmd"
 version="$("$prefix/bin/kvf-sandbox" --manage-file "$prefix/manage.cmd" --cwd "$prefix" -- "$prefix/sbin/velkor" -v)"
 [ "$(echo "$version" | head -1)" = "velkor (KVF) 1.00" ] || { echo "velkor -v: $version"; exit 1; }
+"$prefix/sbin/velkor-batch" --version | grep -qx 'velkor-batch (KVF) 1.00' || { echo "velkor-batch --version"; exit 1; }
 "$prefix/bin/velkor-report" --help | grep -q -- '--check' || { echo "velkor-report --help lacks --check"; exit 1; }
 "$prefix/bin/kvfsim" --generate 5 --expect "$prefix/expect.json"
 [ -s "$prefix/expect.json" ] || { echo "kvfsim wrote no expectations"; exit 1; }
