@@ -161,3 +161,19 @@ TEST(UntrustedNames, AreDrawnAsTheirCharactersOrEscapedAndNothingElseMoves) {
         << run.entries()[0];
   }
 }
+
+// On a standard 80x24 terminal the layout's last row (the final prompt) lies
+// below the screen: the view follows the rows drawn, so the status and the
+// prompt are seen, one row up.
+TEST(TerminalSize, StatusAndFinalPromptAreSeenOnAnEightyByTwentyFourTerminal) {
+  Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(100, 3).dump());
+  VelkorTerminal::Options options;
+  options.rows = 24;
+  options.cols = 80;
+  VelkorTerminal run(sim, {"-L", "VOL1"}, options);
+  ASSERT_TRUE(run.waitForRow(23, "Press any key to continue....", std::chrono::seconds(30))) << run.screenText();
+  EXPECT_EQ("  STATUS: finished with problem files found, check ./velkor.log for details", run.row(22));
+  run.send("x");
+  run.finish();
+  EXPECT_EQ(0, run.exitStatus());
+}

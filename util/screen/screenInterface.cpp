@@ -45,8 +45,9 @@ bool takeSize(int rows, int cols) {
 // Copies the pad's top-left corner to the terminal, after taking the
 // terminal's new size when one was signalled: as much of the pad as curses's
 // screen holds, never more (curses refuses a copy past its screen). False
-// when curses refused it all the same.
-bool copyToScreen(WINDOW* w) {
+// when curses refused it all the same. The copy starts at the pad's first row,
+// or lower when the terminal is too short to show row `lowestRow` else.
+bool copyToScreen(WINDOW* w, int lowestRow) {
   if (sizeSignalled.exchange(false)) {
     int rows = 0, cols = 0;
     if (GetTermSize(&rows, &cols) == 0) takeSize(rows, cols);
@@ -56,7 +57,8 @@ bool copyToScreen(WINDOW* w) {
     clearok(curscr, TRUE);
     touchwin(w);
   }
-  return prefresh(w, 0, 0, 0, 0, LINES - 1, COLS - 1) == OK;
+  const int top = lowestRow > LINES - 1 ? lowestRow - (LINES - 1) : 0;
+  return prefresh(w, top, 0, 0, 0, LINES - 1, COLS - 1) == OK;
 }
 
 std::atomic<pthread_mutex_t*> screenGuard{nullptr};
@@ -195,6 +197,10 @@ void ScreenInterface::OutputTextWithAttribute(int attribute, const std::wstring&
 }
 
 void ScreenInterface::Output() {
+  int row, col;
+  getyx(pad, row, col);
+  (void)col;
+  if (row > lowestRow_) lowestRow_ = row;
   if (updateDepth_ > 0) {
     copyPending_ = true;
     return;
@@ -205,7 +211,7 @@ void ScreenInterface::Output() {
 void ScreenInterface::CopyPadToScreen() {
   clock_gettime(CLOCK_MONOTONIC, &lastCopy_);
   // A refused copy leaves the whole pad to be sent at the next one.
-  copyPending_ = !copyToScreen(pad);
+  copyPending_ = !copyToScreen(pad, lowestRow_);
   if (copyPending_) touchwin(pad);
 }
 
@@ -234,7 +240,10 @@ void ScreenInterface::ClearLine() {
   wclrtoeol(pad);
 }
 
-void ScreenInterface::ClearScreen() { werase(pad); }
+void ScreenInterface::ClearScreen() {
+  werase(pad);
+  lowestRow_ = 0;
+}
 
 void ScreenInterface::Redraw() {
   int rows = 0, cols = 0;
@@ -347,5 +356,5 @@ void OutputToScreen(WINDOW* w, const char* format, ...) {
 
 void OutputToScreenWithPointer(WINDOW* w, const char* format, va_list args) {
   vw_printw(w, format, args);
-  if (!copyToScreen(w)) touchwin(w);  // all of it goes with the next copy
+  if (!copyToScreen(w, getcury(w))) touchwin(w);  // all of it goes with the next copy
 }

@@ -67,8 +67,9 @@ class ScreenInterface {
   bool EatAllTypeAhead();
   bool PromptForYesOrNo(bool defaultYes, const char* prompt, bool clearAfter);
 
-  // Copies the pad's top-left corner, as large as curses's screen, to the
-  // terminal; that also sends whatever a paced update left pending. A new
+  // Copies the pad's left part, as large as curses's screen, to the
+  // terminal, from the first row or from low enough to show the lowest row
+  // drawn so far; that also sends whatever a paced update left pending. A new
   // terminal size (SIGWINCH) is taken here, at the first copy after it, and
   // the whole pad sent again; a size that curses cannot hold is refused and
   // the screen keeps the size it has. A copy that curses refuses leaves the
@@ -105,6 +106,10 @@ class ScreenInterface {
   bool hasColours_;
   int updateDepth_ = 0;
   bool copyPending_ = false;      // the pad has changes the terminal lacks
+  // The lowest pad row an output has reached since the pad was cleared: a
+  // terminal too short for the layout shows the pad from lower down, so that
+  // the rows drawn last (the status, the final prompt) are seen.
+  int lowestRow_ = 0;
   struct timespec lastCopy_ = {};  // CLOCK_MONOTONIC time of the last copy
 };
 
