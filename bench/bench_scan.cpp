@@ -1,8 +1,10 @@
 // Volume-scan benchmark: velkor -L and -F on generated volumes against the
 // channel's limit, a baseline program (bench_baseline) that makes the same
-// exchanges and reads their replies with the program's own reads. Both run
-// the same way: in the sandbox, on the same simulator mount, in a
-// pseudo-terminal read through the test bed's terminal (VelkorTerminal).
+// exchanges and reads their replies with the program's own reads; and
+// velkor-batch -L, which asks fewer full names. All run the same way: in the
+// sandbox, on the same simulator mount, in a pseudo-terminal read through the
+// test bed's terminal (VelkorTerminal). velkor-batch waits at no prompt: its
+// wall time runs to its exit, and its CPU and memory are not read.
 //
 //   bench_scan [--objects N[,N...]] [--rounds R] [--seed S] [--no-fix]
 //              [--no-syscalls] [--check-requests] [--smoke] [--velkor BINARY]
@@ -57,6 +59,7 @@ const int kVelkorPromptRow = 24, kBaselinePromptRow = 1;
 
 std::string velkorBinary;  // set by main
 std::string baselineBinary;
+std::string batchBinary;
 std::string keepDir;  // --keep
 int runNumber = 0;
 
@@ -147,6 +150,24 @@ Figures runBaseline(const Simulator& sim, std::chrono::seconds timeout, const st
   Figures fig = runToPrompt(sim, baselineBinary, {"VOL1"}, kBaselinePromptRow, timeout, wrapper);
   if (fig.screen.empty() || fig.screen[0].rfind("Processed Files: ", 0) != 0)
     fig.ok = false, fig.note += "no count; ";
+  return fig;
+}
+
+// velkor-batch -L to its exit; not ok unless its summary counts `objects`.
+Figures runBatch(const Simulator& sim, uint64_t objects, std::chrono::seconds timeout) {
+  Figures fig;
+  VelkorTerminal::Options options;
+  options.binary = batchBinary;
+  auto start = Clock::now();
+  VelkorTerminal term(sim, {"-L", "VOL1"}, options);
+  bool ended = term.waitExit(timeout);
+  fig.wall = seconds(Clock::now() - start);
+  fig.screen = term.screen();
+  if (!ended) fig.ok = false, fig.note += "no end (timeout); ";
+  if (term.exitStatus() != 0 && term.exitStatus() != 4)
+    fig.ok = false, fig.note += "exit status " + std::to_string(term.exitStatus()) + "; ";
+  if (term.screenText().find("--list-all VOL1: " + std::to_string(objects) + " objects in ") == std::string::npos)
+    fig.ok = false, fig.note += "summary does not count the volume; ";
   return fig;
 }
 
@@ -263,7 +284,7 @@ bool checkRequests(uint64_t objects, uint64_t seed) {
 
 struct SizeResult {
   uint64_t objects = 0;
-  std::vector<double> ratio, cpuRatio, baselineCpu, velkorCpu, velkorIo, baselineIo, listRate;
+  std::vector<double> ratio, cpuRatio, baselineCpu, velkorCpu, velkorIo, baselineIo, listRate, batchRate;
   long velkorHwm = 0, baselineHwm = 0;
   double fixRate = 0;
   bool fixRan = false;
@@ -318,6 +339,7 @@ int main(int argc, char** argv) {
   // The program runs in another working directory.
   if (char* absolute = realpath(velkorBinary.c_str(), nullptr)) velkorBinary = absolute, free(absolute);
   baselineBinary = testsupport::binaryPath("bench/bench_baseline");
+  batchBinary = testsupport::binaryPath("util/velkor/velkor-batch");
   setvbuf(stdout, nullptr, _IOLBF, 0);
   printf("load average at the start: %.2f\n", loadAverage());
 
@@ -363,6 +385,11 @@ int main(int argc, char** argv) {
         r.listRate.push_back(objects / v.wall);
         r.velkorHwm = std::max(r.velkorHwm, v.hwmKb);
         r.baselineHwm = std::max(r.baselineHwm, b.hwmKb);
+        Figures batch = runBatch(sim, n, timeout);
+        snprintf(extra, sizeof extra, "%.2f x velkor's objects/s", v.wall / batch.wall);
+        printRow("batch -L", n, batch, (batch.ok ? "" : "FAILED: " + batch.note) + extra);
+        if (!batch.ok) failed = true;
+        else r.batchRate.push_back(objects / batch.wall);
       }
     }
     if (withFix) {
@@ -385,16 +412,16 @@ int main(int argc, char** argv) {
   if (syscalls && !smoke) calls = countSyscalls(seed);
 
   printf("\nsummary: medians of %d round%s (load %.2f at the end)\n", rounds, rounds == 1 ? "" : "s", loadAverage());
-  printf("  %9s %7s %16s %16s %9s %13s %13s %11s %11s\n", "objects", "wall", "CPU us/obj", "CPU us/obj", "CPU",
-         "rd+wr/obj", "peak KiB", "-L", "-F");
-  printf("  %9s %7s %16s %16s %9s %13s %13s %11s %11s\n", "", "ratio", "baseline", "velkor", "ratio",
-         "base/velkor", "base/velkor", "objects/s", "objects/s");
+  printf("  %9s %7s %16s %16s %9s %13s %13s %11s %11s %11s\n", "objects", "wall", "CPU us/obj", "CPU us/obj", "CPU",
+         "rd+wr/obj", "peak KiB", "-L", "-F", "batch -L");
+  printf("  %9s %7s %16s %16s %9s %13s %13s %11s %11s %11s\n", "", "ratio", "baseline", "velkor", "ratio",
+         "base/velkor", "base/velkor", "objects/s", "objects/s", "objects/s");
   for (const SizeResult& r : results) {
     char fix[32] = "-";
     if (r.fixRan) snprintf(fix, sizeof fix, "%.0f", r.fixRate);
-    printf("  %9" PRIu64 " %7.3f %16.1f %16.1f %9.3f %6.2f/%-6.2f %6ld/%-6ld %11.0f %11s\n", r.objects,
+    printf("  %9" PRIu64 " %7.3f %16.1f %16.1f %9.3f %6.2f/%-6.2f %6ld/%-6ld %11.0f %11s %11.0f\n", r.objects,
            median(r.ratio), median(r.baselineCpu), median(r.velkorCpu), median(r.cpuRatio), median(r.baselineIo),
-           median(r.velkorIo), r.baselineHwm, r.velkorHwm, median(r.listRate), fix);
+           median(r.velkorIo), r.baselineHwm, r.velkorHwm, median(r.listRate), fix, median(r.batchRate));
   }
 
   printf("\ntargets (goals, printed; %s)\n", smoke ? "a smoke run judges none of them" : "not tests");
@@ -409,6 +436,9 @@ int main(int argc, char** argv) {
     printf("  wall ratio at 100,000 objects <= 1.20 (stretch 1.10): %.3f  %s\n", ratio,
            ratio <= 1.10 ? "met, stretch too" : ratio <= 1.20 ? "met" : "MISSED");
     printf("  CPU per object <= 1.25 x the baseline's at 100,000 objects: %.3f  %s\n", cpu, cpu <= 1.25 ? "met" : "MISSED");
+    double batch = median(at100k->batchRate) / median(at100k->listRate);
+    printf("  velkor-batch -L objects/s >= 1.5 x velkor -L's at 100,000 objects: %.2f  %s\n", batch,
+           batch >= 1.5 ? "met" : "MISSED");
   } else {
     printf("  wall and CPU ratios at 100,000 objects: not run\n");
   }
