@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "kinds.h"
+
 namespace kvfsim {
 
 namespace {
@@ -24,48 +26,42 @@ class Random {
   uint64_t state_;
 };
 
-// The kinds of object the generator makes, with their share per thousand.
-enum Kind {
-  kDirectory, kPlain, kPlainCc, kUncompressedClean, kUncompressedQueued, kCompressedFile, kDeletedCompressed,
-  kStream, kExtAttr, kOpen, kEmpty, kHardLinked,
-  // fixable
-  kNoCompButDsc, kUncleanAddLog, kUncleanDsc, kUncompNotCleanNoLog, kBothPrecious, kMarkedCompressed,
-  kCompressedNoDsc, kCompressedAddLog, kCompressedNotClean, kNoPrecious, kDeletedFlagSetLive, kDeletedFlagClearDead,
-  // corrupted
-  kNoCompDscNoPhys, kNoPhysicalData, kStreamNoPhys, kBothPreciousNoZid, kCompressedNoZid, kCompMissing,
-  kCompEofZero, kHeaderCode, kHeaderVersion, kHeaderLength, kOwnerMismatch, kDeletedCompMissing, kSeveral,
-  kKinds
-};
-const unsigned kShare[kKinds] = {
-    30, 280, 30, 80, 40, 270, 20, 30, 15, 30, 15, 10,  // good, open
-    5, 5, 5, 4, 4, 4, 5, 4, 4, 3, 5, 5,                // fixable
-    4, 4, 3, 3, 4, 4, 4, 3, 3, 3, 4, 3, 3};            // corrupted
-
+// Builds object `index` of its kind. What the kind leaves open (sizes, times,
+// the archive attribute, names) comes from a generator seeded by the index.
 class Builder {
  public:
-  Builder(Volume& v, uint64_t seed) : v_(v), rnd_(seed) {}
+  Builder(Volume& v, uint64_t seed) : v_(v), seed_(seed) {}
 
-  void add(Kind kind);
-  void addDirectory();
+  void add(Kind kind, uint64_t index);
 
  private:
-  uint64_t newZid() { return zid_ += 1 + rnd_.below(3); }
   uint64_t size() { return 1 + (rnd_.below(4096) << rnd_.below(12)); }
-  uint64_t roundUp(uint64_t n) { return (n + 4095) / 4096 * 4096; }
+  static uint64_t roundUp(uint64_t n) { return (n + 4095) / 4096 * 4096; }
+  void addDirectory();
   Beast& newFile();
   // Gives the file a compressed copy; returns the compressed-data beast.
   CompBeast& compress(Beast& b);
   void uncompressedRecord(Beast& b, bool clean);
+  void build(Kind kind, Beast& b);
 
   Volume& v_;
-  Random rnd_;
-  uint64_t zid_ = 0x1000;
+  uint64_t seed_;
+  Random rnd_{0};
+  uint64_t zid_ = 0, compZid_ = 0;
   std::vector<std::string> dirs_{""};
 };
 
+void Builder::add(Kind kind, uint64_t index) {
+  rnd_ = Random(seed_ ^ (index * 0xd1b54a32d192ed03ull));
+  zid_ = kFirstZid + 4 * index + rnd_.below(2);
+  compZid_ = kFirstZid + 4 * index + 2;
+  if (kind == Kind::kDirectory) return addDirectory();
+  build(kind, newFile());
+}
+
 void Builder::addDirectory() {
   Beast d;
-  d.zid = newZid();
+  d.zid = zid_;
   d.attributes = kSubdirectory;
   const std::string& parent = dirs_[rnd_.below(dirs_.size())];
   d.fullName = parent + "/dir" + std::to_string(d.zid);
@@ -77,7 +73,7 @@ void Builder::addDirectory() {
 
 Beast& Builder::newFile() {
   Beast b;
-  b.zid = newZid();
+  b.zid = zid_;
   b.fullName = dirs_[rnd_.below(dirs_.size())] + "/file" + std::to_string(b.zid) + ".dat";
   b.eof = size();
   b.physSize = roundUp(b.eof);
@@ -90,7 +86,7 @@ Beast& Builder::newFile() {
 
 CompBeast& Builder::compress(Beast& b) {
   CompBeast c;
-  c.zid = newZid();
+  c.zid = compZid_;
   c.owner = b.zid;
   c.eof = b.eof / 2 + 1;
   c.physSize = roundUp(c.eof);
@@ -111,119 +107,118 @@ void Builder::uncompressedRecord(Beast& b, bool clean) {
   b.comp = {0, 65536, 1, 0, 0, 1, 1, kUncompressed | (clean ? kClean : 0u), clean ? 0u : kAddCompLog};
 }
 
-void Builder::add(Kind kind) {
-  if (kind == kDirectory) return addDirectory();
-  Beast& b = newFile();
+void Builder::build(Kind kind, Beast& b) {
   switch (kind) {
-    case kPlain: break;
-    case kPlainCc: b.attributes |= kNoStreamCompress; break;
-    case kUncompressedClean: uncompressedRecord(b, true); break;
-    case kUncompressedQueued: uncompressedRecord(b, false); break;
-    case kCompressedFile: compress(b); break;
-    case kDeletedCompressed:
+    case Kind::kDirectory:
+    case Kind::kCount:
+    case Kind::kPlain: break;
+    case Kind::kPlainCc: b.attributes |= kNoStreamCompress; break;
+    case Kind::kUncompressedClean: uncompressedRecord(b, true); break;
+    case Kind::kUncompressedQueued: uncompressedRecord(b, false); break;
+    case Kind::kCompressed: compress(b); break;
+    case Kind::kCompressedQueued:
+      compress(b);
+      b.comp.action = kAddCompLog;
+      break;
+    case Kind::kDeletedCompressed:
       b.parents = std::string(1 + rnd_.below(2), kDeletedFile);
       compress(b);
       break;
-    case kStream:
-    case kStreamNoPhys:
+    case Kind::kHardLinked:
+      b.parents = rnd_.chance(50) ? std::string{kFile, kFile} : std::string{kDeletedFile, kFile};
+      compress(b);
+      break;
+    case Kind::kStream:
+    case Kind::kStreamNoPhys:
       b.classId = 1;
       b.parents = std::string(1, kDataStream);
       b.fullName += ":stream";
-      if (kind == kStreamNoPhys) b.physSize = 0;
+      if (kind == Kind::kStreamNoPhys) b.physSize = 0;
       break;
-    case kExtAttr:
+    case Kind::kExtAttr:
       b.classId = 12;
       b.parents = std::string(1, kExtendedAttribute);
       b.fullName += ":attr";
       break;
-    case kOpen:
+    case Kind::kEmpty: b.eof = b.physSize = 0; break;
+    case Kind::kOpen: b.openCount = 1 + int32_t(rnd_.below(3)); break;
+    case Kind::kOpenCompressed:
       b.openCount = 1 + int32_t(rnd_.below(3));
-      if (rnd_.chance(50)) compress(b).eof = rnd_.chance(20) ? 0 : 1;  // open files are skipped whatever they hold
+      compress(b).eof = rnd_.chance(20) ? 0 : 1;  // open files are skipped whatever they hold
       break;
-    case kEmpty: b.eof = b.physSize = 0; break;
-    case kHardLinked:
-      b.parents = rnd_.chance(50) ? std::string{kFile, kFile} : std::string{kDeletedFile, kFile};
-      compress(b);
-      break;
-    case kNoCompButDsc: b.attributes |= kDataStreamCompress; break;
-    case kUncleanAddLog:
+    case Kind::kNoRecordButDsc: b.attributes |= kDataStreamCompress; break;
+    case Kind::kUncompressedCleanAddLog:
       uncompressedRecord(b, true);
       b.comp.action = kAddCompLog;
       break;
-    case kUncleanDsc:
+    case Kind::kUncompressedCleanDsc:
       uncompressedRecord(b, true);
       b.attributes |= kDataStreamCompress;
       break;
-    case kUncompNotCleanNoLog:
+    case Kind::kUncompressedNotCleanNoLog:
       uncompressedRecord(b, false);
       b.comp.action = 0;
       break;
-    case kBothPrecious:
+    case Kind::kBothPrecious:
       compress(b);
       b.comp.ucPrecious = 1;
       break;
-    case kMarkedCompressed: {
+    case Kind::kMarkedCompressed:
       compress(b);
       b.comp.ucPrecious = 1;
       b.comp.cPrecious = 0;
       b.attributes &= ~uint32_t(kDataStreamCompress);
       b.physSize = roundUp(b.eof);
       break;
-    }
-    case kCompressedNoDsc:
+    case Kind::kCompressedNoDsc:
       compress(b);
       b.attributes = (b.attributes & ~uint32_t(kDataStreamCompress)) | kNoStreamCompress;
       break;
-    case kCompressedAddLog:
-      compress(b);
-      b.comp.action = kAddCompLog;
-      break;
-    case kCompressedNotClean:
+    case Kind::kCompressedNotClean:
       compress(b);
       b.comp.status = kCompressed;
       break;
-    case kNoPrecious:
+    case Kind::kNoPrecious:
       uncompressedRecord(b, true);
       b.comp.ucPrecious = 0;
       break;
-    case kDeletedFlagSetLive: compress(b).deleted = true; break;
-    case kDeletedFlagClearDead:
+    case Kind::kDeletedFlagSetLive: compress(b).deleted = true; break;
+    case Kind::kDeletedFlagClearDead:
       b.parents = std::string(1, kDeletedFile);
       compress(b).deleted = false;
       break;
-    case kNoCompDscNoPhys:
+    case Kind::kNoRecordDscNoPhys:
       b.attributes |= kDataStreamCompress;
       b.physSize = 0;
       break;
-    case kNoPhysicalData: b.physSize = 0; break;
-    case kBothPreciousNoZid:
+    case Kind::kNoPhysicalData: b.physSize = 0; break;
+    case Kind::kBothPreciousNoZid:
       uncompressedRecord(b, true);
       b.comp.cPrecious = 1;
       break;
-    case kCompressedNoZid:
+    case Kind::kCompressedNoZid:
       compress(b);
       v_.compBeasts.pop_back();
       b.comp.compZid = 0;
       break;
-    case kCompMissing:
-    case kDeletedCompMissing:
-      if (kind == kDeletedCompMissing) b.parents = std::string(1, kDeletedFile);
+    case Kind::kCompMissing:
+    case Kind::kDeletedCompMissing:
+      if (kind == Kind::kDeletedCompMissing) b.parents = std::string(1, kDeletedFile);
       compress(b);
       v_.compBeasts.pop_back();
       break;
-    case kCompEofZero: compress(b).eof = 0; break;
-    case kHeaderCode: compress(b).compressCode = 3; break;
-    case kHeaderVersion: compress(b).majorVersion = 2; break;
-    case kHeaderLength: compress(b).originalLength = b.eof + 1; break;
-    case kOwnerMismatch: compress(b).owner = b.zid + 1; break;
-    case kSeveral: {
+    case Kind::kCompEofZero: compress(b).eof = 0; break;
+    case Kind::kHeaderCode: compress(b).compressCode = 3; break;
+    case Kind::kHeaderVersion: compress(b).majorVersion = 2; break;
+    case Kind::kHeaderLength: compress(b).originalLength = b.eof + 1; break;
+    case Kind::kOwnerMismatch: compress(b).owner = b.zid + 1; break;
+    case Kind::kSeveral: {
       CompBeast& c = compress(b);
       c.deleted = true;
       c.owner = 1;
       c.minorVersion = 1;
       break;
     }
-    default: break;
   }
 }
 
@@ -237,29 +232,27 @@ void generate(Model& model, uint64_t objects, uint64_t seed, Expectations* expec
   v->beasts.reserve(objects);
   v->compBeasts.reserve(objects);
   Builder builder(*v, seed);
-  Random pick(seed ^ 0x5eed);
-  unsigned total = 0;
-  for (unsigned s : kShare) total += s;
+  Expectations e;
   for (uint64_t i = 0; i < objects; ++i) {
-    // A few directories first, then one object of every kind, then the mix.
-    Kind kind;
-    if (i < 3) kind = kDirectory;
-    else if (i < 3 + kKinds) kind = Kind(i - 3);
-    else {
-      uint64_t r = pick.below(total);
-      int k = 0;
-      while (r >= kShare[k]) r -= kShare[k++];
-      kind = Kind(k);
-    }
-    builder.add(kind);
+    Kind kind = kindOf(seed, i);
+    builder.add(kind, i);
+    e.add(kindRow(kind));
   }
   v->index();
   // Statistics as a volume keeps them: a little behind its objects.
-  v->stats = v->recount();
+  VolumeStats recount = v->recount();
+  v->stats = recount;
   v->stats.compressedFiles += objects / 100 + 3;
   v->stats.compressedBlocks += objects / 10 + 7;
   if (v->stats.uncompressibleFiles) --v->stats.uncompressibleFiles;
-  if (expected) *expected = expect(*v);
+  if (expected) {
+    e.volume = v->name;
+    e.stats = v->stats;
+    // The block sums are the objects' sizes, not a rule: taken from them.
+    e.statsRecount.preCompressionBlocks = recount.preCompressionBlocks;
+    e.statsRecount.compressedBlocks = recount.compressedBlocks;
+    *expected = e;
+  }
   model.volumes.push_back(std::move(v));
 }
 

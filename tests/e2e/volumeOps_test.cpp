@@ -10,6 +10,7 @@
 
 #include "e2e.h"
 #include "fixtures.h"
+#include "velkor/logElements.h"
 
 using namespace e2efixtures;
 using testsupport::Simulator;
@@ -30,6 +31,23 @@ using testsupport::counters;
 std::vector<uint64_t> expectedCounters(const json& e) {
   return {e["processed"], e["ccBitCleared"], e["good"], e["openSkipped"],
           e["fixable"],   e["corrupted"],    e["fixed"], e["deleted"]};
+}
+
+// The problem words of a run's log entries, each with the number of entries
+// that carry it, keyed as the generator's "words".
+json loggedWords(const std::vector<std::string>& entries) {
+  std::map<std::string, uint64_t> words;
+  const std::regex element("<(\\w+)/>");
+  for (const std::string& e : entries) {
+    size_t from = e.find("<fileStatus>"), to = e.find("</fileStatus>");
+    std::string status = e.substr(from, to - from);
+    uint32_t word = 0;
+    for (std::sregex_iterator m(status.begin(), status.end(), element), end; m != end; ++m)
+      for (size_t bit = 0; bit < velkor::kNamedProblemBits; ++bit)
+        if (velkor::kProblemElements[bit] == (*m)[1].str()) word |= 1u << bit;
+    ++words[std::to_string(word)];
+  }
+  return words;
 }
 
 std::vector<int> scanSequences(const Simulator& sim) {
@@ -100,10 +118,11 @@ TEST(VolumeScan, ProgressAndEntriesOfProblemFilesOnly) {
             logged[1]);
 }
 
-// A generated volume: list, fix, list again; then delete on a fresh copy.
-// The generator's expectations are the oracle: list, fix, list again (with
-// pretty-printed replies); delete, list again; Cc clear twice, then the
-// statistics recount.
+// A generated volume against the generator's expectations, the sums of its
+// kinds' rows: the counters and the logged problem words of list, list
+// without the header check, fix, list again (with pretty-printed replies);
+// delete, list again; Cc clear twice,
+// then the statistics recount.
 TEST(VolumeScan, GeneratedVolumeRunsYieldTheGeneratorsCounts) {
   Simulator::Options options;
   options.generate = 2000;
@@ -112,17 +131,19 @@ TEST(VolumeScan, GeneratedVolumeRunsYieldTheGeneratorsCounts) {
   options.pretty = true;
   Simulator sim(options);
   json expected = sim.expected();
-  auto runs = [&](const Simulator& on, std::vector<std::pair<const char*, const char*>> steps) {
-    for (auto [op, key] : steps) {
-      FinishedRun run(on, {op, "VOL1"});
+  auto runs = [&](const Simulator& on, std::vector<std::pair<std::vector<std::string>, const char*>> steps) {
+    for (auto [options, key] : steps) {
+      options.push_back("VOL1");
+      FinishedRun run(on, options);
       ASSERT_TRUE(run.finalScreen) << key;
       EXPECT_EQ(expectedCounters(expected[key]), counters(run.screen)) << key;
+      EXPECT_EQ(expected[key]["words"], loggedWords(run.entries())) << key;
     }
   };
-  runs(sim, {{"-L", "list"}, {"-F", "fix"}, {"-L", "afterFix"}});
+  runs(sim, {{{"-L"}, "list"}, {{"-H", "-L"}, "listNoHeader"}, {{"-F"}, "fix"}, {{"-L"}, "afterFix"}});
   options.pretty = false;
   Simulator deleted(options);
-  runs(deleted, {{"-D", "delete"}, {"-L", "afterDelete"}});
+  runs(deleted, {{{"-D"}, "delete"}, {{"-L"}, "afterDelete"}});
   EXPECT_EQ(deleted.state()["volumes"][0]["liveBeasts"], expected["afterDelete"]["processed"]);
 
   Simulator cleared(options);

@@ -9,8 +9,8 @@
 //    request log is replayed on a copy of the volume as it stood before, and
 //    the copy must end equal to the volume;
 //  - every request that changed something is one the operation calls for,
-//    judged by the generator's own notions of fixable and corrupted objects
-//    and of what their repair sets;
+//    judged by the row of the object's kind in the generator's table: whether
+//    a delete run removes it and what its repair changes;
 //  - the run log holds no torn entry line.
 //
 //   velkor_soak [--runs N] [--seed S] [--run K] [--objects N] [--verbose]
@@ -33,8 +33,8 @@
 #include <vector>
 
 #include "e2e.h"
-#include "expect.h"
 #include "fixture.h"
+#include "kinds.h"
 #include "model.h"
 #include "requests.h"
 
@@ -178,15 +178,22 @@ struct Settable {
 };
 
 Settable settable(kvfsim::Volume& v, const kvfsim::Beast& b) {
-  const kvfsim::CompBeast* c = kvfsim::compBeastOf(v, b);
+  const kvfsim::CompBeast* c = b.hasComp && b.comp.compZid ? v.findCompBeast(b.comp.compZid) : nullptr;
   return {b.attributes, b.comp.action, b.comp.status, b.comp.cPrecious, b.comp.ucPrecious, c && c->deleted};
+}
+
+// The fields as the kind's repair leaves them.
+Settable repaired(const Settable& s, const kvfsim::Repair& r, bool namesDeleted) {
+  return {(s.attributes | r.attributesOn) & ~r.attributesOff, s.action & ~r.actionOff,
+          (s.status | r.statusOn) & ~r.statusOff,          r.cPreciousOn ? 1 : s.cPrecious,
+          s.ucPrecious,                                      r.deletedFlagFromNames ? namesDeleted : s.compDeleted};
 }
 
 // Replays the run's requests on a copy of the volume as it stood before and
 // judges each one that changed it.
 class Replay {
  public:
-  Replay(const std::string& op, const json& before) : op_(op), handler_(copy_, false) {
+  Replay(const std::string& op, const json& before, uint64_t seed) : op_(op), seed_(seed), handler_(copy_, false) {
     kvfsim::loadFixture(before.dump(), original_);
     kvfsim::loadFixture(before.dump(), copy_);
   }
@@ -250,15 +257,8 @@ class Replay {
     return b && !b->removed ? b : nullptr;
   }
 
-  // The problem word the generator gives the object as it stood before the run.
-  uint32_t problemsBefore(uint64_t zid, kvfsim::Beast** was = nullptr, kvfsim::CompBeast** comp = nullptr) {
-    kvfsim::Volume& v = *original_.volumes.at(0);
-    kvfsim::Beast* b = v.findBeast(zid);
-    if (!b) return 0;
-    if (was) *was = b;
-    kvfsim::CompBeast* c = const_cast<kvfsim::CompBeast*>(kvfsim::compBeastOf(v, *b));
-    if (comp) *comp = c;
-    return kvfsim::detectProblems(*b, c, false);
+  const kvfsim::KindRow& rowOf(uint64_t zid) const {
+    return kvfsim::kindRow(kvfsim::kindOf(seed_, kvfsim::indexOfZid(zid)));
   }
 
   void unlink(const std::string& volume, const std::string& name, Findings& f) {
@@ -270,15 +270,14 @@ class Replay {
   }
 
   void removal(const kvfsim::Beast& b, const std::string& what, Findings& f) {
-    uint32_t word = problemsBefore(b.zid);
+    const kvfsim::KindRow& row = rowOf(b.zid);
     if (op_ != "-D") f.add(what + " (" + std::to_string(b.zid) + ") sent by " + op_);
-    else if (!(word & kvfsim::kCorruptedMask))
-      f.add(what + " removed " + std::to_string(b.zid) + ", which was not corrupted (problems " +
-            std::to_string(word) + ")");
+    else if (row.afterDelete != kvfsim::kGone)
+      f.add(what + " removed " + std::to_string(b.zid) + ", a " + row.name + ", which a delete run keeps");
   }
 
   // A set request that succeeded: -C only drops the Cc mark; -F and -D only
-  // move fields of a file with a fixable problem to what its repair sets.
+  // move fields to what the repair of the object's kind sets.
   void judgeSet(kvfsim::Volume& v, const kvfsim::Beast& b, const Settable& was, Findings& f) {
     Settable now = settable(v, b);
     std::string zid = std::to_string(b.zid);
@@ -289,23 +288,14 @@ class Replay {
       else if (!(now == cleared)) f.add("-C changed object " + zid + " beyond its Cc mark");
       return;
     }
-    kvfsim::Beast* before = nullptr;
-    kvfsim::CompBeast* comp = nullptr;
-    uint32_t word = problemsBefore(b.zid, &before, &comp);
-    if ((word & kvfsim::kCorruptedMask) || !(word & kvfsim::kFixableMask)) {
-      if (!(now == was)) f.add(op_ + " changed object " + zid + ", which was not fixable (problems " +
-                               std::to_string(word) + ")");
-      return;
-    }
-    kvfsim::Beast repaired = *before;
-    kvfsim::CompBeast repairedComp = comp ? *comp : kvfsim::CompBeast();
-    kvfsim::repair(repaired, comp ? &repairedComp : nullptr, word);
-    Settable target = {repaired.attributes, repaired.comp.action, repaired.comp.status, repaired.comp.cPrecious,
-                       repaired.comp.ucPrecious, comp && repairedComp.deleted};
+    const kvfsim::KindRow& row = rowOf(b.zid);
+    kvfsim::Volume& original = *original_.volumes.at(0);
+    const kvfsim::Beast& before = *original.findBeast(b.zid);
+    Settable target = repaired(settable(original, before), row.repair, before.allNamesDeleted());
     auto field = [&](const char* name, uint64_t w, uint64_t n, uint64_t t) {
       if (n != w && n != t)
-        f.add(op_ + " set " + name + " of " + zid + " to " + std::to_string(n) + ", its repair sets " +
-              std::to_string(t));
+        f.add(op_ + " set " + name + " of " + zid + " (a " + row.name + ") to " + std::to_string(n) +
+              ", its repair sets " + std::to_string(t));
     };
     field("attributes", was.attributes, now.attributes, target.attributes);
     field("action", was.action, now.action, target.action);
@@ -316,6 +306,7 @@ class Replay {
   }
 
   std::string op_;
+  uint64_t seed_;
   kvfsim::Model original_, copy_;
   kvfsim::RequestHandler handler_;
 };
@@ -397,7 +388,7 @@ Outcome runOnce(const Plan& plan, const Options& o) {
   }
   checkRunLog(t.runLog(), f);
 
-  Replay replay(plan.op, before);
+  Replay replay(plan.op, before, plan.volumeSeed);
   replay.run(sim.requests(), f);
   replay.compare(sim.state(), f);
   if (o.verbose || !f.lines.empty())
