@@ -241,8 +241,8 @@ void usage(std::ostream& out) {
       << "      --problem=NAME    only files with the problem NAME, and runs that have one\n"
       << "      --check           judge the last run (of --volume): exit 0 clean, 1 problem files remain,\n"
       << "                        2 error, incomplete or stopped, 3 no run or unreadable log\n"
-      << "      --max-age=DURATION --check, prometheus: a last run older than DURATION (26h, 90m,\n"
-      << "                        7d, 3600s) is judged 2\n"
+      << "      --max-age=DURATION  with --check or prometheus: a last run older than DURATION\n"
+      << "                        (26h, 90m, 7d, 3600s) is judged 2\n"
       << "  -h, --help            this text\n"
       << "\n"
       << "See velkor-report(1).\n";
