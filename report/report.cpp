@@ -205,14 +205,16 @@ struct OpenLogs {
   }
 };
 
-// Reads the logs once to find what fix runs did not take. A log that cannot
-// be read again from its start is copied into an unnamed temporary file,
-// which takes its place for the second reading.
+// Reads the logs once to find what fix runs did not take, and goes back to
+// where each began. A log that cannot be read again (a pipe) is copied into an
+// unnamed temporary file, which takes its place for the second reading.
 bool followFixes(const Options& options, OpenLogs& logs, FixFollowUp& followUp, std::ostream& err) {
   LogReader reader(followUp, false);
   for (size_t i = 0; i < logs.fds.size(); ++i) {
     int copy = -1;
-    if (lseek(logs.fds[i], 0, SEEK_CUR) < 0) {
+    off_t start = lseek(logs.fds[i], 0, SEEK_CUR);  // standard input may stand anywhere in a file
+    if (start < 0) {
+      start = 0;
       copy = open(P_tmpdir, O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
       if (copy < 0) {
         err << kName << ": no temporary file for " << printable(options.logs[i]) << ": " << strerror(errno) << "\n";
@@ -224,7 +226,7 @@ bool followFixes(const Options& options, OpenLogs& logs, FixFollowUp& followUp, 
       if (logs.fds[i] > 0) close(logs.fds[i]);
       logs.fds[i] = copy;
     }
-    if (!ok || lseek(logs.fds[i], 0, SEEK_SET) < 0) return false;
+    if (!ok || lseek(logs.fds[i], start, SEEK_SET) < 0) return false;
   }
   return true;
 }
