@@ -6,7 +6,7 @@
 # - systemd-tmpfiles makes the log directory 0750;
 # - logrotate reads the rotation (-d), then rotates a log in the directory;
 # - bash-completion finds the completion of each program, which completes
-#   options, volumes and values;
+#   options (velkor's: those of its option table), volumes and values;
 # - the cron line of the example is valid, and runs (velkor-batch on a
 #   simulated volume) when velkor-batch is built;
 # - the unit's metrics command writes what promtool reads.
@@ -89,6 +89,7 @@ completed=$(
       "$function" "$1" "${COMP_WORDS[-1]}" "${COMP_WORDS[-2]}"
       echo "$* => $(printf "%s\n" "${COMPREPLY[@]}" | sort | tr "\n" " ")"
     }
+    complete_line velkor --
     complete_line velkor -L ""
     complete_line velkor --fix-
     complete_line velkor -l "$FILES/"
@@ -102,7 +103,11 @@ completed=$(
     complete_line velkor-report --max
   ' 2>&1 < /dev/null
   )
-expected="velkor -L  => VOL1 VOL2 
+# Every long option of velkor's option table but -I's, which velkor refuses.
+long=$(sed -n 's/^ *{"\([a-z-]*\)", [a-z_]*_argument,.*/--\1/p' "$source/util/velkor/commandLine.h" |
+  grep -vx -- --non-interactive | sort | tr '\n' ' ')
+expected="velkor -- => $long
+velkor -L  => VOL1 VOL2 
 velkor --fix- => --fix-all --fix-stats 
 velkor -l $work/files/ => $work/files/a.dat 
 velkor-batch -F V => VOL1 VOL2 
