@@ -443,7 +443,8 @@ class PrometheusOutput : public Output {
       if (options_.volume.empty() || volume == options_.volume) last_[volume] = run;
   }
   int finish(uint64_t) override {
-    gauge("velkor_last_run_timestamp_seconds", "When the last run on the volume ended (or started, when it has no end), in seconds since the epoch.",
+    gauge("velkor_last_run_timestamp_seconds",
+          "When the last run on the volume ended (or started, when it has no end), in seconds since the epoch.",
           [](const Run& r, auto sample) {
             if (r.time().present) sample("", r.time().seconds);
           });

@@ -332,7 +332,8 @@ bool parseOptions(int argc, char** argv, Options* options, std::ostream& out, st
     }
   }
   if (options->maxAge != 0 && !options->check && options->format != Format::prometheus)
-    return usageError(err, "--max-age judges runs: it goes with --check or --format prometheus", status);
+    return usageError(err, "--max-age judges runs: it goes with --check or --format prometheus",
+                      status);
   for (int i = optind; i < argc; ++i) options->logs.push_back(argv[i]);
   if (options->logs.empty()) options->logs.push_back("./velkor.log");
   return true;

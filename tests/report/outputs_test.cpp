@@ -266,7 +266,8 @@ int parsed(std::vector<std::string> args, velkorreport::Options* options, std::s
   for (std::string& a : args) argv.push_back(a.data());
   std::ostringstream out, errors;
   int status = -1;
-  if (velkorreport::parseOptions(static_cast<int>(argv.size()), argv.data(), options, out, errors, &status)) status = 0;
+  if (velkorreport::parseOptions(static_cast<int>(argv.size()), argv.data(), options, out, errors, &status))
+    status = 0;
   *err = errors.str();
   return status;
 }
