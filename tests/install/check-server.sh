@@ -22,6 +22,10 @@ cleanup() {
 }
 trap cleanup EXIT
 fail() { echo "server: $*" >&2; exit 1; }
+for tool in systemd-analyze systemctl systemd-tmpfiles logrotate promtool pkg-config; do
+  command -v "$tool" > /dev/null || fail "$tool is missing (scripts/install-deps installs it)"
+done
+[ -f /usr/share/bash-completion/bash_completion ] || fail "bash-completion is missing (scripts/install-deps installs it)"
 stage="$work/root"
 DESTDIR="$stage" cmake --install "$build" --component velkor --prefix /usr > /dev/null
 case "$sysconfdir" in /*) etc="$stage$sysconfdir" ;; *) etc="$stage/usr/$sysconfdir" ;; esac
