@@ -1,6 +1,6 @@
 // Fuzzes the run-log reader with arbitrary log text, fed in blocks whose size
 // the first byte picks, and writes every run it reads as JSON (with its
-// entries) and CSV. The text sits in a heap block of exactly its size, so
+// entries), CSV and metrics. The text sits in a heap block of exactly its size, so
 // AddressSanitizer reports any read outside it.
 #include <cstdint>
 #include <cstring>
@@ -57,15 +57,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   csv.lastRun = true;  // handed whole runs
   std::unique_ptr<velkorreport::Output> jsonOut = velkorreport::makeOutput(json, out);
   std::unique_ptr<velkorreport::Output> csvOut = velkorreport::makeOutput(csv, out);
+  velkorreport::Options metrics;
+  metrics.format = velkorreport::Format::prometheus;
+  std::unique_ptr<velkorreport::Output> metricsOut = velkorreport::makeOutput(metrics, out);
 
   Checking sink;
-  sink.outputs = {jsonOut.get(), csvOut.get()};
+  sink.outputs = {jsonOut.get(), csvOut.get(), metricsOut.get()};
   velkorreport::LogReader reader(sink);
   reader.begin("fuzz.log");
   for (size_t at = 0; at < length; at += block) reader.feed(text.get() + at, std::min(block, length - at));
   reader.finish();
   jsonOut->finish(reader.skippedLines());
   csvOut->finish(reader.skippedLines());
+  metricsOut->finish(reader.skippedLines());
   if (sink.lastIndex != reader.runs()) __builtin_trap();
   return 0;
 }

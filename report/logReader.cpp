@@ -88,6 +88,14 @@ bool parseTime(std::string_view text, std::string_view open, std::string_view cl
   return true;
 }
 
+// The program a description's first line names: "  velkor-batch - Validate ...".
+std::string programOf(std::string_view line) {
+  size_t start = line.find_first_not_of(' ');
+  size_t dash = line.find(" - ");
+  if (start == std::string_view::npos || dash == std::string_view::npos || dash <= start) return "";
+  return velkor::decodeLogText(line.substr(start, dash - start));
+}
+
 }  // namespace
 
 bool parseEntry(std::string_view text, Entry* entry) {
@@ -204,6 +212,7 @@ void LogReader::line(std::string_view text) {
       if (text == "<CommandLine>") state_ = State::commandLine;
       else if (text == "</description>") inDescription_ = false;
       else if (text == "<description>") inDescription_ = true;
+      else if (inDescription_ && run_.program.empty()) run_.program = programOf(text);
       else if (!inDescription_) {
         state_ = State::body;
         bodyLine(text);

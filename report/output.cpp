@@ -4,6 +4,9 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 #include <ostream>
+#include <set>
+
+#include "velkor/logElements.h"
 
 namespace velkorreport {
 
@@ -82,6 +85,53 @@ std::string runTitle(const Run& run) {
   return "run " + std::to_string(run.index) + " (" + what + ", " + localTime(run.start) + ")";
 }
 
+// "3d 4h", "5h 12m", "40m 3s", "12s".
+std::string ageText(int64_t seconds) {
+  static const struct {
+    int64_t seconds;
+    const char *name, *next;
+  } units[] = {{86400, "d", "h"}, {3600, "h", "m"}, {60, "m", "s"}};
+  for (size_t u = 0; u < 3; ++u)
+    if (seconds >= units[u].seconds) {
+      int64_t rest = seconds % units[u].seconds / (u < 2 ? units[u + 1].seconds : 1);
+      return std::to_string(seconds / units[u].seconds) + units[u].name + " " + std::to_string(rest) + units[u].next;
+    }
+  return std::to_string(seconds) + "s";
+}
+
+// The verdict on one run for a script, and the line that says why.
+struct Verdict {
+  int status;
+  std::string why;
+};
+
+Verdict judge(const Run& r, const Options& options) {
+  std::string title = runTitle(r);
+  std::string incomplete = r.incompleteReason();
+  if (!incomplete.empty()) return {kRunFailed, title + " is incomplete: " + incomplete};
+  if (options.maxAge != 0) {
+    int64_t now = options.now != 0 ? options.now : static_cast<int64_t>(::time(nullptr));
+    int64_t age = now - r.time().seconds;
+    if (age > options.maxAge)
+      return {kRunFailed, title + " is " + ageText(age) + " old, older than " + ageText(options.maxAge)};
+  }
+  if (r.stopped())
+    return {kRunFailed, title + " was stopped before its end (" + printable(r.finishStatus) +
+                            "): it covered part of its target"};
+  if (!r.errors.empty()) return {kRunFailed, title + " ended with an error: " + printable(r.errors.front())};
+  uint64_t remaining = r.remaining;
+  std::string which = "problem files remain";
+  if (!options.problem.empty()) {
+    remaining = countOf(r.remainingByProblem, options.problem);
+    which = "files with " + options.problem + " remain";
+  }
+  if (remaining != 0)
+    return {kProblemsRemain, title + ": " + std::to_string(remaining) + " " + which + " (" +
+                                 std::to_string(r.remainingCorrupted) + " corrupted)"};
+  return {kClean, title + " is clean: " + std::to_string(r.entries) + " entries, " + std::to_string(r.remaining) +
+                      " problem files remain"};
+}
+
 // ---- Table of runs ----
 
 class TableOutput : public Output {
@@ -90,10 +140,12 @@ class TableOutput : public Output {
   void run(const Run& run, const std::vector<Entry>&) override {
     rows_.push_back({std::to_string(run.index), localTime(run.start),
                      run.operation.empty() ? "?" : run.operation, printable(run.target),
-                     printable(run.statusText()), std::to_string(run.entries), std::to_string(run.remaining)});
+                     printable(run.statusText()), std::to_string(run.entries),
+                     std::to_string(run.remaining - run.remainingCorrupted), std::to_string(run.remainingCorrupted)});
   }
   int finish(uint64_t) override {
-    std::vector<std::string> header = {"RUN", "START", "OPERATION", "TARGET", "STATUS", "ENTRIES", "REMAINING"};
+    std::vector<std::string> header = {"RUN",    "START",   "OPERATION", "TARGET",
+                                       "STATUS", "ENTRIES", "FIXABLE",   "CORRUPTED"};
     std::vector<size_t> width(header.size());
     for (size_t c = 0; c < header.size(); ++c) {
       width[c] = header[c].size();
@@ -126,6 +178,7 @@ class DetailOutput : public Output {
  public:
   explicit DetailOutput(std::ostream& out) : out_(out) {}
   bool wantsEntries() const override { return true; }
+  bool showsNotTaken() const override { return true; }
   void run(const Run& run, const std::vector<Entry>& entries) override {
     run_ = run;
     entries_ = entries;
@@ -135,6 +188,7 @@ class DetailOutput : public Output {
     if (!found_) return kNoAnswer;
     const Run& r = run_;
     out_ << "Run " << r.index << " of " << printable(r.source) << " (line " << r.line << ")\n"
+         << "  Program:     " << (r.program.empty() ? "?" : printable(r.program)) << "\n"
          << "  Command:     " << commandText(r) << "\n"
          << "  Operation:   " << (r.operation.empty() ? "?" : r.operation) << "\n"
          << "  Target:      " << printable(r.target)
@@ -145,7 +199,10 @@ class DetailOutput : public Output {
     for (const std::string& e : r.errors) out_ << "  Error:       " << printable(e) << "\n";
     for (const std::string& m : r.messages) out_ << "  Message:     " << printable(m) << "\n";
     out_ << "  Entries:     " << r.entries << " (skipped " << r.skipped << ", fixed " << countOf(r.actions, "fixed")
-         << ", deleted " << countOf(r.actions, "deleted") << ", remaining problems " << r.remaining << ")\n";
+         << ", deleted " << countOf(r.actions, "deleted") << ", remaining problems " << r.remaining << ": fixable "
+         << r.remaining - r.remainingCorrupted << ", corrupted " << r.remainingCorrupted << ")\n";
+    if (r.notTaken != 0)
+      out_ << "  Not taken:   " << r.notTaken << " files the next list run found again with the same problems\n";
     printCounts("Problems", r.problems);
     printCounts("Types", r.types);
     if (!entries_.empty()) {
@@ -154,7 +211,7 @@ class DetailOutput : public Output {
         std::string action = e.action();
         out_ << "    " << printable(e.volume) << "  " << printable(e.name) << "  zid "
              << (e.zid.empty() ? "-" : printable(e.zid)) << "  " << printable(joined(e.problems)) << "  "
-             << (action.empty() ? "checked" : action) << "\n";
+             << (action.empty() ? "checked" : action) << (e.notTaken ? ", not taken by the fix" : "") << "\n";
       }
     }
     return kClean;
@@ -204,7 +261,7 @@ json timeJson(const LoggedTime& time) {
 
 json entryJson(const Entry& e) {
   json j = {{"volume", e.volume}, {"name", e.name},         {"zid", e.zid},       {"type", e.type},
-            {"problems", e.problems}, {"action", e.action()}, {"line", e.line}};
+            {"problems", e.problems}, {"action", e.action()}, {"notTaken", e.notTaken}, {"line", e.line}};
   if (!validUtf8(e.name)) j["nameHex"] = hexOf(e.name);
   return j;
 }
@@ -215,6 +272,7 @@ json runJson(const Run& r) {
   return {{"index", r.index},
           {"log", r.source},
           {"line", r.line},
+          {"program", r.program.empty() ? json(nullptr) : json(r.program)},
           {"start", timeJson(r.start)},
           {"end", timeJson(r.end)},
           {"argv", r.argv},
@@ -232,7 +290,10 @@ json runJson(const Run& r) {
           {"skipped", r.skipped},
           {"skippedFiles", r.skippedFiles},
           {"remaining", r.remaining},
-          {"remainingByProblem", r.remainingByProblem}};
+          {"remainingFixable", r.remaining - r.remainingCorrupted},
+          {"remainingCorrupted", r.remainingCorrupted},
+          {"remainingByProblem", r.remainingByProblem},
+          {"notTaken", r.notTaken}};
 }
 
 std::string dumped(const json& j) { return j.dump(-1, ' ', false, json::error_handler_t::replace); }
@@ -249,6 +310,7 @@ class JsonOutput : public Output {
   // --run last: the run is known to be the last one only at the end.
   bool wantsEntries() const override { return files_ && !streamed_; }
   bool streamsEntries() const override { return streamed_; }
+  bool showsNotTaken() const override { return true; }
   void entry(const Run&, const Entry& e) override {
     if (!inRun_) openFiles();
     else out_ << ',';
@@ -333,29 +395,9 @@ class CheckOutput : public Output {
            << (options_.run ? " with index " + std::to_string(options_.run) : "") << " in the log\n";
       return kNoAnswer;
     }
-    const Run& r = last_;
-    std::string title = runTitle(r);
-    std::string incomplete = r.incompleteReason();
-    if (!incomplete.empty()) {
-      out_ << title << " is incomplete: " << incomplete << "\n";
-      return kRunFailed;
-    }
-    if (!r.errors.empty()) {
-      out_ << title << " ended with an error: " << printable(r.errors.front()) << "\n";
-      return kRunFailed;
-    }
-    uint64_t remaining = r.remaining;
-    std::string which = "problem files remain";
-    if (!options_.problem.empty()) {
-      remaining = countOf(r.remainingByProblem, options_.problem);
-      which = "files with " + options_.problem + " remain";
-    }
-    if (remaining != 0) {
-      out_ << title << ": " << remaining << " " << which << "\n";
-      return kProblemsRemain;
-    }
-    out_ << title << " is clean: " << r.entries << " entries, " << r.remaining << " problem files remain\n";
-    return kClean;
+    Verdict verdict = judge(last_, options_);
+    out_ << verdict.why << "\n";
+    return verdict.status;
   }
 
  private:
@@ -363,6 +405,87 @@ class CheckOutput : public Output {
   const Options& options_;
   Run last_;
   bool found_ = false;
+};
+
+// ---- Prometheus ----
+
+// A label value of the text format: backslash, double quote and line feed
+// escaped, bytes that are not UTF-8 replaced by U+FFFD.
+std::string labelValue(std::string_view text) {
+  std::string value;
+  for (size_t i = 0; i < text.size();) {
+    const unsigned char u = static_cast<unsigned char>(text[i]);
+    uint32_t code;
+    size_t length = u < 0x80 ? 1 : utf8Sequence(text.substr(i), &code);
+    if (length == 0) {
+      value += "\xef\xbf\xbd";
+      ++i;
+      continue;
+    }
+    if (u == '\\') value += "\\\\";
+    else if (u == '"') value += "\\\"";
+    else if (u == '\n') value += "\\n";
+    else value.append(text.substr(i, length));
+    i += length;
+  }
+  return value;
+}
+
+// The node exporter's textfile format: for each volume, gauges of the last
+// run that concerns it (the run --check --volume judges).
+class PrometheusOutput : public Output {
+ public:
+  PrometheusOutput(std::ostream& out, const Options& options) : out_(out), options_(options) {}
+  void run(const Run& run, const std::vector<Entry>&) override {
+    std::set<std::string> volumes = run.volumes;
+    if (!run.operation.empty() && !run.fileTarget) volumes.insert(run.target);
+    for (const std::string& volume : volumes)
+      if (options_.volume.empty() || volume == options_.volume) last_[volume] = run;
+  }
+  int finish(uint64_t) override {
+    gauge("velkor_last_run_timestamp_seconds",
+          "When the last run on the volume ended (or started, when it has no end), in seconds since the epoch.",
+          [](const Run& r, auto sample) {
+            if (r.time().present) sample("", r.time().seconds);
+          });
+    gauge("velkor_last_run_duration_seconds", "How long the last run on the volume took.",
+          [](const Run& r, auto sample) {
+            if (r.start.present && r.end.present) sample("", r.end.seconds - r.start.seconds);
+          });
+    gauge("velkor_last_run_verdict",
+          "The verdict of velkor-report --check on the last run: 0 clean, 1 problem files remain, 2 error, "
+          "incomplete, stopped or too old.",
+          [this](const Run& r, auto sample) { sample("", judge(r, options_).status); });
+    gauge("velkor_problem_files", "Problem files the last run left, by problem.", [](const Run& r, auto sample) {
+      for (size_t bit = 2; bit < velkor::kNamedProblemBits; ++bit) {
+        std::string name(velkor::kProblemElements[bit]);
+        sample("problem=\"" + name + "\"", countOf(r.remainingByProblem, name));
+      }
+    });
+    gauge("velkor_last_run_fixed_files", "Files the last run fixed.",
+          [](const Run& r, auto sample) { sample("", countOf(r.actions, "fixed")); });
+    gauge("velkor_last_run_deleted_files", "Files the last run deleted.",
+          [](const Run& r, auto sample) { sample("", countOf(r.actions, "deleted")); });
+    return kClean;
+  }
+
+ private:
+  // One metric family: its HELP and TYPE lines, then the samples `each`
+  // gives for every volume's last run.
+  template <typename Each>
+  void gauge(const char* name, const char* help, Each each) {
+    out_ << "# HELP " << name << " " << help << "\n# TYPE " << name << " gauge\n";
+    for (const auto& [volume, run] : last_) {
+      std::string volumeLabel = "volume=\"" + labelValue(volume) + "\"";
+      each(run, [&](const std::string& labels, auto value) {
+        out_ << name << "{" << volumeLabel << (labels.empty() ? "" : ",") << labels << "} " << value << "\n";
+      });
+    }
+  }
+
+  std::ostream& out_;
+  const Options& options_;
+  std::map<std::string, Run> last_;
 };
 
 }  // namespace
@@ -410,6 +533,7 @@ std::unique_ptr<Output> makeOutput(const Options& options, std::ostream& out) {
   switch (options.format) {
     case Format::json: return std::make_unique<JsonOutput>(out, options);
     case Format::csv: return std::make_unique<CsvOutput>(out, options.lastRun);
+    case Format::prometheus: return std::make_unique<PrometheusOutput>(out, options);
     case Format::table: break;
   }
   if (options.run != 0 || options.lastRun) return std::make_unique<DetailOutput>(out);

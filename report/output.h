@@ -21,6 +21,9 @@ class Output {
   virtual bool wantsEntries() const { return false; }
   // Whether entries are handed over one by one as they are read, instead.
   virtual bool streamsEntries() const { return false; }
+  // Whether it shows which entries of a fix run the fix did not take (the
+  // logs are then read twice).
+  virtual bool showsNotTaken() const { return false; }
   virtual void entry(const Run& run, const Entry& entry) {}
   virtual void run(const Run& run, const std::vector<Entry>& entries) = 0;
   // After the last run; returns the exit status.

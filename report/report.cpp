@@ -4,10 +4,15 @@
 #include <getopt.h>
 #include <unistd.h>
 
+#include <ext/stdio_filebuf.h>
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <map>
 #include <memory>
+#include <set>
 
 #include "logReader.h"
 #include "output.h"
@@ -29,15 +34,26 @@ const size_t kBlock = 1 << 20;  // bytes read at a time
 // the output.
 class ReportSink : public RunSink {
  public:
-  ReportSink(const Options& options, Output& output, std::ostream& err)
-      : options_(options), output_(output), err_(err) {}
+  // `notTaken`: per fix run, the zids of its entries not taken by the fix.
+  ReportSink(const Options& options, Output& output, std::ostream& err,
+             const std::map<uint64_t, std::set<std::string>>& notTaken)
+      : options_(options), output_(output), err_(err), notTaken_(notTaken) {}
 
   // The run has counted the entry. Whether the run is shown does not change
   // after an entry that is shown: its index and operation are known, and the
   // entry itself names the volume and has the problem asked for. So entries
   // are handed over as they are read, and only for runs that are shown.
-  void entry(const Run& run, const Entry& entry) override {
-    if (!entryShown(entry) || !runShown(run)) return;
+  void entry(const Run& run, const Entry& read) override {
+    if (!entryShown(read) || !runShown(run)) return;
+    const Entry* shown = &read;
+    Entry marked;
+    auto taken = notTaken_.find(run.index);
+    if (taken != notTaken_.end() && taken->second.count(read.zid)) {
+      marked = read;
+      marked.notTaken = true;
+      shown = &marked;
+    }
+    const Entry& entry = *shown;
     if (output_.streamsEntries()) {
       output_.entry(run, entry);
       streamed_ = true;
@@ -47,6 +63,8 @@ class ReportSink : public RunSink {
   }
 
   void runEnd(Run& run) override {
+    auto taken = notTaken_.find(run.index);
+    if (taken != notTaken_.end()) run.notTaken = taken->second.size();
     // A run whose entries were handed over is always ended in the output.
     if (streamed_ || runShown(run)) {
       ++shown_;
@@ -94,6 +112,7 @@ class ReportSink : public RunSink {
   const Options& options_;
   Output& output_;
   std::ostream& err_;
+  const std::map<uint64_t, std::set<std::string>>& notTaken_;
   std::vector<Entry> entries_;
   Run last_;
   std::vector<Entry> lastEntries_;
@@ -103,6 +122,40 @@ class ReportSink : public RunSink {
   uint64_t warnings_ = 0;
 };
 
+// The first reading of the logs, for the outputs that show what a fix did
+// not take: the problem files of each fix run wait for the next list run of
+// their volume; those it finds again with the same problems were not taken.
+// It keeps the problem files of the fix runs not yet followed by a list run.
+class FixFollowUp : public RunSink {
+ public:
+  void entry(const Run& run, const Entry& entry) override {
+    if (!entry.problemFile()) return;
+    if (run.operation == "fix-all" || run.operation == "fix") {
+      pending_[entry.volume].emplace(entry.zid, Waiting{run.index, entry.problems});
+    } else if (run.operation == "list-all") {
+      auto volume = pending_.find(entry.volume);
+      if (volume == pending_.end()) return;
+      auto [from, to] = volume->second.equal_range(entry.zid);
+      for (auto it = from; it != to; ++it)
+        if (it->second.problems == entry.problems) notTaken_[it->second.fixRun].insert(entry.zid);
+    }
+  }
+  // A list run that covered its volume settles the fix runs before it; one
+  // that stopped short leaves the files it did not reach waiting.
+  void runEnd(Run& run) override {
+    if (run.operation == "list-all" && run.complete() && !run.stopped()) pending_.erase(run.target);
+  }
+  const std::map<uint64_t, std::set<std::string>>& notTaken() const { return notTaken_; }
+
+ private:
+  struct Waiting {
+    uint64_t fixRun;
+    std::vector<std::string> problems;
+  };
+  std::map<std::string, std::multimap<std::string, Waiting>> pending_;  // by volume, then zid
+  std::map<uint64_t, std::set<std::string>> notTaken_;
+};
+
 // Opens a log for reading; -1 after saying why it cannot be.
 int openLog(const std::string& path, std::ostream& err) {
   int fd = path == "-" ? 0 : open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -110,16 +163,28 @@ int openLog(const std::string& path, std::ostream& err) {
   return fd;
 }
 
-// Reads one log through the reader and closes it; false after saying why it
-// could not be read to its end.
-bool readLog(const std::string& path, int fd, LogReader& reader, std::ostream& err) {
+bool writeAll(int fd, const char* data, size_t size) {
+  while (size > 0) {
+    ssize_t n = write(fd, data, size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    data += n;
+    size -= static_cast<size_t>(n);
+  }
+  return true;
+}
+
+// Reads one log through the reader, from its start; false after saying why it
+// could not be read to its end. With a `copy`, what is read is also written
+// there (a log that cannot be read twice, such as a pipe).
+bool readLog(const std::string& path, int fd, LogReader& reader, std::ostream& err, int copy = -1) {
   reader.begin(path);
   std::unique_ptr<char[]> block(new char[kBlock]);
   bool ok = true;
   for (;;) {
     ssize_t n = read(fd, block.get(), kBlock);
     if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
+    if (n < 0 || (n > 0 && copy >= 0 && !writeAll(copy, block.get(), static_cast<size_t>(n)))) {
       err << kName << ": " << printable(path) << ": " << strerror(errno) << "\n";
       ok = false;
       break;
@@ -128,21 +193,58 @@ bool readLog(const std::string& path, int fd, LogReader& reader, std::ostream& e
     reader.feed(block.get(), static_cast<size_t>(n));
   }
   reader.finish();
-  if (fd != 0) close(fd);
   return ok;
+}
+
+// The logs' descriptors, closed at the end.
+struct OpenLogs {
+  std::vector<int> fds;
+  ~OpenLogs() {
+    for (int fd : fds)
+      if (fd > 0) close(fd);
+  }
+};
+
+// Reads the logs once to find what fix runs did not take, and goes back to
+// where each began. A log that cannot be read again (a pipe) is copied into an
+// unnamed temporary file, which takes its place for the second reading.
+bool followFixes(const Options& options, OpenLogs& logs, FixFollowUp& followUp, std::ostream& err) {
+  LogReader reader(followUp, false);
+  for (size_t i = 0; i < logs.fds.size(); ++i) {
+    int copy = -1;
+    off_t start = lseek(logs.fds[i], 0, SEEK_CUR);  // standard input may stand anywhere in a file
+    if (start < 0) {
+      start = 0;
+      copy = open(P_tmpdir, O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+      if (copy < 0) {
+        err << kName << ": no temporary file for " << printable(options.logs[i]) << ": " << strerror(errno) << "\n";
+        return false;
+      }
+    }
+    bool ok = readLog(options.logs[i], logs.fds[i], reader, err, copy);
+    if (copy >= 0) {
+      if (logs.fds[i] > 0) close(logs.fds[i]);
+      logs.fds[i] = copy;
+    }
+    if (!ok || lseek(logs.fds[i], start, SEEK_SET) < 0) return false;
+  }
+  return true;
 }
 
 void usage(std::ostream& out) {
   out << "Usage: " << kName << " [OPTION]... [LOG]...\n"
       << "Reads velkor's run logs (default ./velkor.log; - is standard input) and reports their runs.\n"
       << "\n"
-      << "  -f, --format=FORMAT   table (default), json or csv\n"
+      << "  -f, --format=FORMAT   table (default), json, csv or prometheus (node exporter textfile)\n"
       << "      --files           json: each run's file entries too\n"
+      << "  -o, --output=FILE     write the report into FILE, replacing it only once it is whole\n"
       << "  -r, --run=N|last      only run N (1 = the oldest) or the last run; a table shows it in detail\n"
       << "      --volume=NAME     only runs on volume NAME and file runs on its files\n"
       << "      --problem=NAME    only files with the problem NAME, and runs that have one\n"
       << "      --check           judge the last run (of --volume): exit 0 clean, 1 problem files remain,\n"
-      << "                        2 error or incomplete, 3 no run or unreadable log\n"
+      << "                        2 error, incomplete or stopped, 3 no run or unreadable log\n"
+      << "      --max-age=DURATION  with --check or prometheus: a last run older than DURATION\n"
+      << "                        (26h, 90m, 7d, 3600s) is judged 2\n"
       << "  -h, --help            this text\n"
       << "\n"
       << "See velkor-report(1).\n";
@@ -157,24 +259,26 @@ bool usageError(std::ostream& err, const std::string& message, int* status) {
 }  // namespace
 
 bool parseOptions(int argc, char** argv, Options* options, std::ostream& out, std::ostream& err, int* status) {
-  enum { kFiles = 256, kVolume, kProblem, kCheck };
+  enum { kFiles = 256, kVolume, kProblem, kCheck, kMaxAge };
   static const struct option longOptions[] = {
       {"format", required_argument, nullptr, 'f'}, {"files", no_argument, nullptr, kFiles},
       {"run", required_argument, nullptr, 'r'},    {"volume", required_argument, nullptr, kVolume},
       {"problem", required_argument, nullptr, kProblem}, {"check", no_argument, nullptr, kCheck},
+      {"max-age", required_argument, nullptr, kMaxAge}, {"output", required_argument, nullptr, 'o'},
       {"help", no_argument, nullptr, 'h'},         {nullptr, 0, nullptr, 0},
   };
   optind = 0;
   opterr = 0;
   int option;
-  while ((option = getopt_long(argc, argv, "f:r:h", longOptions, nullptr)) != -1) {
+  while ((option = getopt_long(argc, argv, "f:o:r:h", longOptions, nullptr)) != -1) {
     std::string value = optarg ? optarg : "";
     switch (option) {
       case 'f':
         if (value == "table") options->format = Format::table;
         else if (value == "json") options->format = Format::json;
         else if (value == "csv") options->format = Format::csv;
-        else return usageError(err, "unknown format '" + value + "' (table, json or csv)", status);
+        else if (value == "prometheus") options->format = Format::prometheus;
+        else return usageError(err, "unknown format '" + value + "' (table, json, csv or prometheus)", status);
         break;
       case kFiles:
         options->files = true;
@@ -209,6 +313,15 @@ bool parseOptions(int argc, char** argv, Options* options, std::ostream& out, st
       case kCheck:
         options->check = true;
         break;
+      case kMaxAge:
+        if (!parseDuration(value, &options->maxAge))
+          return usageError(err, "--max-age takes a duration: a number and s, m, h or d (26h), not '" + value + "'",
+                            status);
+        break;
+      case 'o':
+        if (value.empty()) return usageError(err, "--output takes a file name", status);
+        options->output = value;
+        break;
       case 'h':
         usage(out);
         *status = kClean;
@@ -218,38 +331,52 @@ bool parseOptions(int argc, char** argv, Options* options, std::ostream& out, st
                           status);
     }
   }
+  if (options->maxAge != 0 && !options->check && options->format != Format::prometheus)
+    return usageError(err, "--max-age judges runs: it goes with --check or --format prometheus",
+                      status);
   for (int i = optind; i < argc; ++i) options->logs.push_back(argv[i]);
   if (options->logs.empty()) options->logs.push_back("./velkor.log");
   return true;
 }
 
-int report(const Options& options, std::ostream& out, std::ostream& err) {
+bool parseDuration(const std::string& text, int64_t* seconds) {
+  static const std::map<char, int64_t> kUnits = {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86400}};
+  if (text.size() < 2 || text.size() > 10 || !kUnits.count(text.back())) return false;
+  int64_t n = 0;
+  for (size_t i = 0; i + 1 < text.size(); ++i) {
+    if (text[i] < '0' || text[i] > '9') return false;
+    n = n * 10 + (text[i] - '0');
+  }
+  *seconds = n * kUnits.at(text.back());
+  return n > 0;
+}
+
+int report(const Options& options, std::ostream& out, std::ostream& err, bool* logsRead) {
+  if (logsRead) *logsRead = false;
   // Every log is opened before anything is written, so an unreadable one
   // leaves no half report behind.
-  std::vector<int> fds;
+  OpenLogs logs;
   for (const std::string& log : options.logs) {
     int fd = openLog(log, err);
     if (fd < 0) {
-      for (int open : fds)
-        if (open != 0) close(open);
       if (options.check) out << "the log " << printable(log) << " cannot be read\n";
       return kNoAnswer;
     }
-    fds.push_back(fd);
+    logs.fds.push_back(fd);
   }
   std::unique_ptr<Output> output = makeOutput(options, out);
-  ReportSink sink(options, *output, err);
+  FixFollowUp followUp;
+  if (output->showsNotTaken() && !followFixes(options, logs, followUp, err)) return kNoAnswer;
+  ReportSink sink(options, *output, err, followUp.notTaken());
   // Only JSON lists the skipped files.
   LogReader reader(sink, options.format == Format::json && !options.check);
   bool ok = true;
-  for (size_t i = 0; i < fds.size(); ++i) {
-    if (ok) ok = readLog(options.logs[i], fds[i], reader, err);
-    else if (fds[i] != 0) close(fds[i]);
-  }
+  for (size_t i = 0; i < logs.fds.size() && ok; ++i) ok = readLog(options.logs[i], logs.fds[i], reader, err);
   if (!ok) {
     if (options.check) out << "a log cannot be read to its end\n";
     return kNoAnswer;
   }
+  if (logsRead) *logsRead = true;
   sink.finish();
   int status = output->finish(reader.skippedLines());
   if (!options.check && (options.run != 0 || options.lastRun) && sink.shown() == 0) {
@@ -260,10 +387,47 @@ int report(const Options& options, std::ostream& out, std::ostream& err) {
   return status;
 }
 
+int reportToFile(const Options& options, std::ostream& err) {
+  const std::string& path = options.output;
+  size_t slash = path.rfind('/');
+  std::string dir = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  std::string temp = (slash == std::string::npos ? "" : dir) + "." +
+                     path.substr(slash == std::string::npos ? 0 : slash + 1) + ".XXXXXX";
+  int fd = mkostemp(temp.data(), O_CLOEXEC);
+  // Readable by the collector that reads the directory, as a file written
+  // under the usual umask would be.
+  if (fd < 0 || fchmod(fd, 0644) != 0) {
+    err << kName << ": " << printable(path) << ": cannot write a temporary file in " << printable(dir) << ": "
+        << strerror(errno) << "\n";
+    if (fd >= 0) {
+      unlink(temp.c_str());
+      close(fd);
+    }
+    return kNoAnswer;
+  }
+  bool logsRead = false;
+  int status;
+  bool written;
+  {
+    __gnu_cxx::stdio_filebuf<char> buffer(fd, std::ios::out);
+    std::ostream out(&buffer);
+    status = report(options, out, err, &logsRead);
+    out.flush();
+    written = out.good() && fsync(fd) == 0;
+  }  // the buffer closes fd
+  if (written && logsRead && rename(temp.c_str(), path.c_str()) == 0) return status;
+  int error = errno;
+  unlink(temp.c_str());
+  if (!logsRead) return kNoAnswer;  // the reason is written; the file is left as it was
+  err << kName << ": " << printable(path) << ": " << strerror(error) << "\n";
+  return kNoAnswer;
+}
+
 int reportMain(int argc, char** argv) {
   Options options;
   int status = kClean;
   if (!parseOptions(argc, argv, &options, std::cout, std::cerr, &status)) return status;
+  if (!options.output.empty()) return reportToFile(options, std::cerr);
   return report(options, std::cout, std::cerr);
 }
 

@@ -14,7 +14,7 @@ namespace velkorreport {
 // kNoAnswer occur.
 enum ExitStatus : int { kClean = 0, kProblemsRemain = 1, kRunFailed = 2, kNoAnswer = 3 };
 
-enum class Format { table, json, csv };
+enum class Format { table, json, csv, prometheus };
 
 struct Options {
   std::vector<std::string> logs;  // in order; "-" is standard input
@@ -25,14 +25,25 @@ struct Options {
   bool lastRun = false; // --run last
   std::string volume;   // --volume
   std::string problem;  // --problem
+  int64_t maxAge = 0;   // --max-age in seconds; 0: none
+  std::string output;   // --output: the file replaced by the report; "": standard output
+  int64_t now = 0;      // the time runs' ages are taken at; 0: the clock's
 };
+
+// A duration ("26h", "90m", "7d", "3600s") in seconds; false when it is none.
+bool parseDuration(const std::string& text, int64_t* seconds);
 
 // Parses the command line into `options`; false after printing why (or the
 // help) to `out`/`err`, with the exit status in *status.
 bool parseOptions(int argc, char** argv, Options* options, std::ostream& out, std::ostream& err, int* status);
 
-// Reads the logs and writes the report; returns the exit status.
-int report(const Options& options, std::ostream& out, std::ostream& err);
+// Reads the logs and writes the report to `out`; returns the exit status.
+// *logsRead, when given, tells whether every log was read to its end.
+int report(const Options& options, std::ostream& out, std::ostream& err, bool* logsRead = nullptr);
+
+// Writes the report into options.output: a temporary file in the same
+// directory, renamed over it once the logs were read and it is written.
+int reportToFile(const Options& options, std::ostream& err);
 
 int reportMain(int argc, char** argv);
 

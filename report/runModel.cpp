@@ -2,6 +2,7 @@
 
 #include "velkor/commandLine.h"
 #include "velkor/logElements.h"
+#include "velkor/velkorTypes.h"
 
 namespace velkorreport {
 
@@ -9,6 +10,10 @@ namespace {
 
 // The finish status velkor's interface writes when the run found problem files.
 constexpr std::string_view kProblemsFoundStatus = "finished with problem files found";
+// The finish statuses of a run stopped before its end: velkor's operator
+// abort, and velkor-batch's "stopped by a signal" and "stopped: ...".
+constexpr std::string_view kAbortedStatus = "user aborted";
+constexpr std::string_view kStoppedPrefix = "stopped";
 
 }  // namespace
 
@@ -30,6 +35,12 @@ bool Entry::problemFile() const {
 }
 
 bool Entry::remains() const { return !fixed && !deleted && problemFile(); }
+
+bool Entry::corrupted() const {
+  for (size_t bit = 0; bit < velkor::kNamedProblemBits; ++bit)
+    if ((velkor::kCorruptedProblems >> bit & 1) && has(velkor::kProblemElements[bit])) return true;
+  return false;
+}
 
 std::string Entry::action() const {
   if (fixed && deleted) return "fixed deleted";
@@ -69,6 +80,7 @@ void Run::add(const Entry& entry) {
   if (entry.problemFile()) ++problemFiles;
   if (entry.remains()) {
     ++remaining;
+    if (entry.corrupted()) ++remainingCorrupted;
     for (const std::string& p : entry.problems)
       if (p != velkor::kGoodElement) ++remainingByProblem[p];
   }
@@ -90,6 +102,10 @@ std::string Run::incompleteReason() const {
   if (hasFinishStatus && finishStatus == kProblemsFoundStatus && problemFiles == 0)
     return "its finish status says problem files were found, but it holds no entry of one";
   return "";
+}
+
+bool Run::stopped() const {
+  return hasFinishStatus && (finishStatus == kAbortedStatus || finishStatus.rfind(kStoppedPrefix, 0) == 0);
 }
 
 std::string Run::statusText() const {

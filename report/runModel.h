@@ -20,6 +20,9 @@ struct Entry {
   std::vector<std::string> problems;  // the fileStatus element names, in order
   bool fixed = false;
   bool deleted = false;
+  // An entry of a fix run that the next list run of its volume found again
+  // with the same problems: the fix did not take it.
+  bool notTaken = false;
   uint64_t line = 0;  // the line where the entry starts
 
   bool has(std::string_view problem) const;
@@ -29,6 +32,9 @@ struct Entry {
   bool problemFile() const;
   // A problem file that was neither fixed nor deleted.
   bool remains() const;
+  // A problem file with a corrupted problem: only deleting removes it. The
+  // other problem files are fixable.
+  bool corrupted() const;
   // "fixed", "deleted", "fixed deleted" or "".
   std::string action() const;
 };
@@ -45,6 +51,7 @@ struct Run {
   uint64_t index = 0;  // 1 = the first run read
   std::string source;  // the log it was read from
   uint64_t line = 0;   // the line of its "<velkor>"
+  std::string program; // the program its description names ("velkor", "velkor-batch"); "" when none
 
   LoggedTime start, end;
   std::vector<std::string> argv;
@@ -66,6 +73,8 @@ struct Run {
   uint64_t skipped = 0;
   uint64_t problemFiles = 0;  // entries of problem files, whatever was done to them
   uint64_t remaining = 0;
+  uint64_t remainingCorrupted = 0;  // of the remaining problem files; the others are fixable
+  uint64_t notTaken = 0;            // entries not taken by the fix (see Entry::notTaken)
   std::map<std::string, uint64_t> problems;  // entries per fileStatus element
   std::map<std::string, uint64_t> types;     // entries per type
   std::map<std::string, uint64_t> actions;   // "fixed", "deleted"
@@ -80,6 +89,11 @@ struct Run {
   // when it is complete.
   std::string incompleteReason() const;
   bool complete() const { return incompleteReason().empty(); }
+  // Its finish status says it was stopped before its end (the operator's
+  // abort, a signal, a question left unanswered): it covered part of its target.
+  bool stopped() const;
+  // When it ran: its end time, else its start time; absent when it has neither.
+  const LoggedTime& time() const { return end.present ? end : start; }
   // The operation derived from argv the way velkor parses its command line.
   void deriveOperation();
   // Counts one entry.

@@ -14,8 +14,17 @@ cmake --install "$build" --prefix "$prefix" > /dev/null
 expected="bin/kvf-sandbox
 bin/kvfsim
 bin/velkor-report
+etc/logrotate.d/velkor
+lib/systemd/system/velkor-check@.service
+lib/systemd/system/velkor-check@.timer
+lib/tmpfiles.d/velkor.conf
 sbin/velkor
 sbin/velkor-batch
+share/bash-completion/completions/velkor
+share/bash-completion/completions/velkor-batch
+share/bash-completion/completions/velkor-report
+share/doc/velkor/examples/systemd-timer
+share/doc/velkor/examples/velkor.cron
 share/man/man1/kvf-sandbox.1
 share/man/man1/kvfsim.1
 share/man/man1/velkor-report.1

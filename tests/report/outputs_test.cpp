@@ -4,7 +4,9 @@
 // terminal is shown escaped; and JSON of a run's files written as they are
 // read.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <ctime>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -14,11 +16,13 @@
 #include "output.h"
 #include "process.h"
 #include "report.h"
+#include "velkor/logElements.h"
 #include "velkor/velkorTypes.h"
 
 using nlohmann::json;
 using testsupport::LoggedFile;
 using testsupport::LogText;
+using testsupport::ProcessResult;
 using reporttests::file;
 
 namespace {
@@ -242,4 +246,162 @@ TEST(ReportOutputs, JsonFilesAreWrittenAsTheyAreRead) {
     EXPECT_EQ(without, report) << volume << problem;
     EXPECT_EQ(logFile.report(csv).out, rows) << volume << problem;
   }
+}
+
+namespace {
+
+// A run of `argv` with one remaining fixable file, ended with `status`.
+std::string endedRun(const std::vector<std::string>& argv, const std::string& status) {
+  std::ostringstream log;
+  LogText text(log);
+  text.start(argv).entry(file("/a", velkor::invalidState, 1000));
+  log << "<finishStatus>" << status << "</finishStatus>\n";
+  text.end();
+  return log.str();
+}
+
+int parsed(std::vector<std::string> args, velkorreport::Options* options, std::string* err) {
+  args.insert(args.begin(), "velkor-report");
+  std::vector<char*> argv;
+  for (std::string& a : args) argv.push_back(a.data());
+  std::ostringstream out, errors;
+  int status = -1;
+  if (velkorreport::parseOptions(static_cast<int>(argv.size()), argv.data(), options, out, errors, &status))
+    status = 0;
+  *err = errors.str();
+  return status;
+}
+
+}  // namespace
+
+// A run stopped before its end covered part of its target, and a last run
+// older than --max-age tells that the job stopped running: both are 2,
+// whatever they found. Durations that are none are refused.
+TEST(ReportOutputs, StoppedAndOldRunsAreNotJudgedByWhatTheyFound) {
+  struct Case {
+    std::string status;
+    int64_t maxAge, age;
+    int verdict;
+    std::string why;
+  } cases[] = {
+      {"finished with problem files found", 0, 0, velkorreport::kProblemsRemain, "1 problem files remain (0 corrupted)"},
+      {"user aborted", 0, 0, velkorreport::kRunFailed, "was stopped before its end (user aborted)"},
+      {"stopped by a signal", 0, 0, velkorreport::kRunFailed, "was stopped before its end (stopped by a signal)"},
+      {"stopped: a question needs --yes", 0, 0, velkorreport::kRunFailed, "stopped before its end (stopped: a"},
+      {"finished with problem files found", 26 * 3600, 27 * 3600 + 120, velkorreport::kRunFailed,
+       "is 1d 3h old, older than 1d 2h"},
+      {"finished with problem files found", 26 * 3600, 25 * 3600, velkorreport::kProblemsRemain, "remain"},
+      {"user aborted", 90 * 60, 91 * 60 + 5, velkorreport::kRunFailed, "is 1h 31m old, older than 1h 30m"},
+  };
+  for (const Case& c : cases) {
+    velkorreport::Options options = checking();
+    options.maxAge = c.maxAge;
+    options.now = time(nullptr) + c.age;
+    Reported r = reportOn(endedRun({"velkor", "-L", "VOL1"}, c.status), options);
+    EXPECT_EQ(c.verdict, r.status) << c.status << " " << c.age << "\n" << r.out;
+    EXPECT_NE(std::string::npos, r.out.find(c.why)) << r.out;
+  }
+
+  velkorreport::Options options;
+  std::string err;
+  for (const auto& [text, seconds] : {std::pair<std::string, int64_t>{"26h", 93600}, {"90m", 5400}, {"7d", 604800},
+                                      {"3600s", 3600}}) {
+    ASSERT_EQ(0, parsed({"--check", "--max-age", text}, &options, &err)) << text << err;
+    EXPECT_EQ(seconds, options.maxAge) << text;
+  }
+  for (std::string bad : {"26", "h", "0h", "-5h", "1.5h", "26x", "26 h", "12345678901d"}) {
+    EXPECT_EQ(velkorreport::kNoAnswer, parsed({"--check", "--max-age=" + bad}, &options, &err)) << bad;
+    EXPECT_NE(std::string::npos, err.find("--max-age takes a duration")) << bad << ": " << err;
+  }
+  velkorreport::Options unchecked;
+  EXPECT_EQ(velkorreport::kNoAnswer, parsed({"--max-age", "26h"}, &unchecked, &err));
+  EXPECT_NE(std::string::npos, err.find("goes with --check")) << err;
+  EXPECT_EQ(velkorreport::kNoAnswer, parsed({"--output="}, &unchecked, &err));
+  EXPECT_NE(std::string::npos, err.find("--output takes a file name")) << err;
+}
+
+// velkor-batch writes velkor's document with its own name in the
+// description: it is read and judged alike, and the run names its program.
+TEST(ReportOutputs, RunsOfTheBatchProgramNameIt) {
+  std::string log = endedRun({"velkor-batch", "-L", "VOL1"}, "stopped by a signal");
+  const std::string velkorLine = "  velkor - Validate and fix KVF compression files\n";
+  ASSERT_NE(std::string::npos, log.find(velkorLine));
+  log.replace(log.find(velkorLine), velkorLine.size(), "  velkor-batch - Validate and fix KVF compression files\n");
+  json report = json::parse(reportOn(log + endedRun({"velkor", "-L", "VOL1"}, "finished"), jsonFiles()).out);
+  EXPECT_EQ("velkor-batch", report["runs"][0]["program"]);
+  EXPECT_EQ("velkor", report["runs"][1]["program"]);
+  EXPECT_EQ("list-all", report["runs"][0]["operation"]);
+  EXPECT_EQ(1, report["runs"][0]["remainingFixable"]);
+  EXPECT_EQ(velkorreport::kRunFailed, reportOn(log, checking("VOL1")).status);
+}
+
+// The metrics of volumes whose names hold what would end a label value or a
+// line: one sample per volume and metric, the names escaped as the text
+// format wants, which promtool reads.
+TEST(ReportOutputs, MetricsOfAnyVolumeName) {
+  const std::string hostile = "V\"1\\x\n} 1\nvelkor_forged{a=\"b\"} 2 \xff";
+  std::string log = endedRun({"velkor", "-L", hostile}, "finished with problem files found") +
+                    endedRun({"velkor", "-F", "VOL1"}, "finished successfully");
+  velkorreport::Options metrics;
+  metrics.format = velkorreport::Format::prometheus;
+  Reported r = reportOn(log, metrics);
+  ASSERT_EQ(0, r.status) << r.err;
+  ProcessResult promtool = testsupport::runProcess({"promtool", "check", "metrics"}, r.out);
+  EXPECT_EQ(0, promtool.exitStatus) << promtool.out << promtool.err << r.out;
+  const std::string label = "volume=\"V\\\"1\\\\x\\n} 1\\nvelkor_forged{a=\\\"b\\\"} 2 \xef\xbf\xbd\"";
+  EXPECT_NE(std::string::npos, r.out.find("velkor_last_run_verdict{" + label + "} 1\n")) << r.out;
+  EXPECT_NE(std::string::npos, r.out.find("velkor_problem_files{" + label + ",problem=\"invalidState\"} 1\n"));
+  // The fix run's entry names VOL1: it is VOL1's last run, and it fixed nothing.
+  EXPECT_NE(std::string::npos, r.out.find("velkor_last_run_verdict{volume=\"VOL1\"} 1\n")) << r.out;
+  std::istringstream lines(r.out);
+  std::string line;
+  size_t samples = 0;
+  while (std::getline(lines, line)) {
+    if (line[0] == '#') continue;
+    ++samples;
+    EXPECT_EQ(0u, line.rfind("velkor_", 0)) << line;
+    EXPECT_EQ(std::string::npos, line.find("velkor_forged{a=\"b\"}")) << line;
+  }
+  // Per volume: time, duration, verdict, fixed, deleted and one per problem name.
+  EXPECT_EQ(2 * (5 + velkor::kNamedProblemBits - 2), samples) << r.out;
+}
+
+// --output replaces the file only when the report is whole: a log that cannot
+// be read, or a directory that cannot be written, leaves it as it was and no
+// temporary file behind.
+TEST(ReportOutputs, OutputFileIsReplacedWhole) {
+  testsupport::TempDir dir;
+  const std::string log = dir.file("velkor.log"), target = dir.file("velkor.prom");
+  testsupport::writeFile(log, endedRun({"velkor", "-L", "VOL1"}, "finished with problem files found"));
+  testsupport::writeFile(target, "old\n");
+  auto files = [&] {
+    ProcessResult ls = testsupport::runProcess({"ls", "-A", dir.path()});
+    return ls.out;
+  };
+  velkorreport::Options options;
+  options.format = velkorreport::Format::prometheus;
+  options.output = target;
+  std::ostringstream err;
+  options.logs = {dir.file("missing.log")};
+  EXPECT_EQ(velkorreport::kNoAnswer, velkorreport::reportToFile(options, err));
+  EXPECT_EQ("old\n", testsupport::readFile(target));
+  options.logs = {log};
+  options.output = dir.file("no/such/dir.prom");
+  EXPECT_EQ(velkorreport::kNoAnswer, velkorreport::reportToFile(options, err));
+  EXPECT_NE(std::string::npos, err.str().find("cannot write a temporary file in")) << err.str();
+  EXPECT_EQ("velkor.log\nvelkor.prom\n", files());
+  // A directory in the way of the rename.
+  ASSERT_EQ(0, mkdir(dir.file("taken.prom").c_str(), 0755));
+  options.output = dir.file("taken.prom");
+  EXPECT_EQ(velkorreport::kNoAnswer, velkorreport::reportToFile(options, err));
+  EXPECT_NE(std::string::npos, err.str().find("taken.prom: Is a directory")) << err.str();
+  EXPECT_EQ("taken.prom\nvelkor.log\nvelkor.prom\n", files());
+
+  options.output = target;
+  EXPECT_EQ(0, velkorreport::reportToFile(options, err)) << err.str();
+  EXPECT_EQ("taken.prom\nvelkor.log\nvelkor.prom\n", files());
+  EXPECT_EQ(reportOn(testsupport::readFile(log), options).out, testsupport::readFile(target));
+  struct stat st;
+  ASSERT_EQ(0, stat(target.c_str(), &st));
+  EXPECT_EQ(0644u, st.st_mode & 07777);
 }

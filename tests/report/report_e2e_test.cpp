@@ -116,7 +116,7 @@ class OneLog {
 struct LoggedRuns {
   struct Shown {
     std::string status;  // as velkor showed it; "" for the killed run
-    int check;           // --check's status; -1: 0 or 1 by what it found
+    int check;           // --check's status
   };
   OneLog log;
   json expected;
@@ -167,7 +167,8 @@ void writeEveryKindOfRun(LoggedRuns& r) {
     EXPECT_TRUE(t.waitFor("Press any key"));
     t.send("x");
   });
-  r.shown.push_back({shownStatus(aborted), -1});
+  // Stopped by the operator: it covered part of the volume, whatever it found.
+  r.shown.push_back({shownStatus(aborted), 2});
   mark();
   r.log.slowList(sim, [](VelkorTerminal& t) { t.sendSignal(SIGKILL); });
   r.shown.push_back({"", 2});
@@ -194,8 +195,7 @@ void checkVerdicts(const LoggedRuns& r, const json& runs) {
       EXPECT_FALSE(run["complete"].get<bool>()) << i;
       EXPECT_TRUE(run["end"].is_null()) << i;
     }
-    int status = r.shown[i].check >= 0 ? r.shown[i].check : run["remaining"].get<uint64_t>() ? 1 : 0;
-    EXPECT_EQ(status, r.log.check(i + 1)) << "run " << i + 1 << "\n" << run.dump(1).substr(0, 2000);
+    EXPECT_EQ(r.shown[i].check, r.log.check(i + 1)) << "run " << i + 1 << "\n" << run.dump(1).substr(0, 2000);
   }
   // The status velkor ends a run with when it found problem files, on that
   // run with its entries taken out: not clean, incomplete.
@@ -286,6 +286,28 @@ void checkSelections(const LoggedRuns& r, const json& runs) {
   EXPECT_EQ(3, velkorReport({"--format", "json", "--run", std::to_string(runs.size() + 1), log}).exitStatus);
 }
 
+// The metrics of the runs: the text format as promtool reads it, each
+// volume's verdict as --check gives it, and what the last run left.
+void checkMetrics(const std::string& log, const json& lastRun) {
+  testsupport::TempDir dir;
+  const std::string prom = dir.file("velkor.prom");
+  ProcessResult written = velkorReport({"--format", "prometheus", "--output", prom, log});
+  ASSERT_EQ(0, written.exitStatus) << written.err;
+  std::string metrics = testsupport::readFile(prom);
+  ProcessResult promtool = testsupport::runProcess({"promtool", "check", "metrics"}, metrics);
+  EXPECT_EQ(0, promtool.exitStatus) << promtool.out << promtool.err << metrics;
+  int verdict = velkorReport({"--check", "--volume", "VOL1", log}).exitStatus;
+  EXPECT_NE(std::string::npos, metrics.find("velkor_last_run_verdict{volume=\"VOL1\"} " + std::to_string(verdict)))
+      << metrics;
+  uint64_t left = 0;
+  std::regex problemFiles("velkor_problem_files\\{volume=\"VOL1\",problem=\"\\w+\"\\} (\\d+)");
+  for (std::sregex_iterator it(metrics.begin(), metrics.end(), problemFiles), end; it != end; ++it)
+    left += std::stoull((*it)[1]);
+  EXPECT_EQ(lastRun["remaining"].get<uint64_t>(), left) << metrics;
+  EXPECT_NE(std::string::npos,
+            metrics.find("velkor_last_run_deleted_files{volume=\"VOL1\"} " + lastRun["actions"]["deleted"].dump()));
+}
+
 }  // namespace
 
 // Writing the log costs most of the time, so it is written once and each
@@ -312,6 +334,39 @@ TEST(ReportEndToEnd, EveryKindOfRunInOneLog) {
     SCOPED_TRACE("selections");
     checkSelections(r, runs);
   }
+  {
+    SCOPED_TRACE("metrics");
+    checkMetrics(r.log.log(), runs.back());
+  }
+}
+
+// A fix that reports a file fixed the file system did not change (the reply
+// says done, the record stays): the next list finds it again, and the report
+// shows it as not taken by the fix, the other fixed files not.
+TEST(ReportEndToEnd, AFixThatDidNotTake) {
+  Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(1000, 3).dump());
+  OneLog log;
+  log.finished(sim, {"-L", "VOL1"});
+  sim.setFaults(R"({"request":"setBeastInfo","zid":"1010","action":"result","value":0})");
+  log.finished(sim, {"-F", "VOL1"});
+  sim.setFaults("[]");
+  log.finished(sim, {"-L", "VOL1"});
+  json runs = log.report()["runs"];
+  ASSERT_EQ(3u, runs.size());
+  EXPECT_EQ("velkor", runs[1]["program"]);
+  EXPECT_EQ(3, runs[1]["actions"]["fixed"]);
+  EXPECT_EQ(1, runs[1]["notTaken"]);
+  for (const json& f : runs[1]["files"]) EXPECT_EQ(f["zid"] == "1010", f["notTaken"].get<bool>()) << f.dump();
+  EXPECT_EQ(0, runs[0]["notTaken"]);
+  EXPECT_EQ(1, runs[2]["remainingFixable"]);
+  EXPECT_EQ(0, runs[2]["remainingCorrupted"]);
+  // The same through standard input, which is read twice from a copy.
+  ProcessResult detail = testsupport::runProcess(
+      {testsupport::binaryPath("report/velkor-report"), "--run", "2", "-"}, testsupport::readFile(log.log()));
+  EXPECT_NE(std::string::npos, detail.out.find("VOL1  /f1  zid 1010  invalidState  fixed, not taken by the fix\n"))
+      << detail.out;
+  EXPECT_NE(std::string::npos, detail.out.find("  Not taken:   1 ")) << detail.out;
+  EXPECT_EQ(std::string::npos, detail.out.find("/f0  zid 1000  invalidState  fixed, not")) << detail.out;
 }
 
 // The manual page's unattended recipe, taken from the page and run as it
