@@ -7,8 +7,8 @@
 # - logrotate reads the rotation (-d), then rotates a log in the directory;
 # - bash-completion finds the completion of each program, which completes
 #   options (velkor's: those of its option table), volumes and values;
-# - the cron line of the example is valid, and runs (velkor-batch on a
-#   simulated volume) when velkor-batch is built;
+# - the cron line of the example is valid and runs (velkor-batch on a
+#   simulated volume), and velkor-report judges its log;
 # - the unit's metrics command writes what promtool reads.
 #
 #   check-server.sh BUILD_DIR SOURCE_DIR SYSCONFDIR
@@ -31,17 +31,6 @@ DESTDIR="$stage" cmake --install "$build" --component velkor --prefix /usr > /de
 case "$sysconfdir" in /*) etc="$stage$sysconfdir" ;; *) etc="$stage/usr/$sysconfdir" ;; esac
 examples="$stage/usr/share/doc/velkor/examples"
 
-# velkor-batch is installed by its own target; until it is built, a stand-in
-# lets the units be verified, and the cron line is checked without a run.
-batch="$stage/usr/sbin/velkor-batch"
-realBatch=1
-if [ ! -x "$batch" ]; then
-  realBatch=0
-  printf '#!/bin/sh\nexit 0\n' > "$batch"
-  chmod 755 "$batch"
-  echo "server: velkor-batch is not built; a stand-in takes its place"
-fi
-
 # ---- systemd ----
 units="$stage/usr/lib/systemd/system"
 # The targets the units' default dependencies name, from the host.
@@ -59,7 +48,6 @@ verify=$(systemd-analyze verify --man=no --root="$stage" "$timer" "${timer%.time
 for page in $(sed -n 's/^Documentation=//p' "$units"/velkor-check@.*); do
   name="${page#man:}" section="${page##*(}"
   name="${name%(*}" section="${section%)}"
-  [ "$name" = velkor-batch ] && [ "$realBatch" = 0 ] && continue
   [ -f "$stage/usr/share/man/man$section/$name.$section" ] || fail "the units name $page, which is not installed"
 done
 
@@ -139,24 +127,20 @@ bash -n -c "$command" || fail "cron command: $command"
 program="${command%% *}"
 [ -x "$stage$program" ] || fail "the cron line runs $program, which is not installed"
 log="$stage/var/log/velkor/velkor.log"
-if [ "$realBatch" = 1 ]; then
-  # The line's command as cron runs it, on a generated volume in the sandbox.
-  mkdir "$work/mnt"
-  "$build/sim/kvfsim" --generate 60 "$work/mnt" > "$work/kvfsim.out" 2>&1 &
-  sim=$!
-  for _ in $(seq 100); do [ -e "$work/mnt/control/state.json" ] && break; sleep 0.1; done
-  status=0
-  "$source/scripts/kvf-sandbox" --admin "$work/mnt/Manage_KVF" --volume "/media/kvf/VOL1=$work/mnt/volumes/VOL1" \
-    --ro "$stage/usr/sbin" --cwd "$stage/var/log/velkor" -- \
-    /bin/sh -c "$(staged "$command")" < /dev/null || status=$?
-  # The generated volume has problem files: found, none repaired.
-  [ "$status" = 4 ] || fail "the cron line's command exited $status"
-  status=0
-  "$stage/usr/bin/velkor-report" --check --volume VOL1 "$log" > /dev/null || status=$?
-  [ "$status" = 1 ] || fail "velkor-report --check on the cron line's log gave $status"
-else
-  : > "$log"
-fi
+# The line's command as cron runs it, on a generated volume in the sandbox.
+mkdir "$work/mnt"
+"$build/sim/kvfsim" --generate 60 "$work/mnt" > "$work/kvfsim.out" 2>&1 &
+sim=$!
+for _ in $(seq 100); do [ -e "$work/mnt/control/state.json" ] && break; sleep 0.1; done
+status=0
+"$source/scripts/kvf-sandbox" --admin "$work/mnt/Manage_KVF" --volume "/media/kvf/VOL1=$work/mnt/volumes/VOL1" \
+  --ro "$stage/usr/sbin" --cwd "$stage/var/log/velkor" -- \
+  /bin/sh -c "$(staged "$command")" < /dev/null || status=$?
+# The generated volume has problem files: found, none repaired.
+[ "$status" = 4 ] || fail "the cron line's command exited $status"
+status=0
+"$stage/usr/bin/velkor-report" --check --volume VOL1 "$log" > /dev/null || status=$?
+[ "$status" = 1 ] || fail "velkor-report --check on the cron line's log gave $status"
 # The unit's metrics command, its paths into the staging root.
 metrics=$(sed -n 's/^ExecStopPost=-//p' "$units/velkor-check@.service")
 metrics="${metrics//%i/VOL1}"
