@@ -57,8 +57,11 @@ void Run::deriveOperation() {
   std::vector<char*> args;
   for (std::string& a : copy) args.push_back(a.data());
   args.push_back(nullptr);
+  // velkor-batch's table: it holds velkor's options and velkor-batch's own
+  // (velkor refuses the latter before it logs a run).
+  static const std::vector<struct option> options = velkor::batchLongOptions();
   velkor::CommandLine line = velkor::parseCommandLine(static_cast<int>(copy.size()), args.data(),
-                                                      velkor::kShortOptions, false);
+                                                      velkor::kShortOptions, false, options.data());
   if (line.end != velkor::ParseEnd::operand) return;
   const char* name = velkor::operationName(line.operation);
   if (!name) return;

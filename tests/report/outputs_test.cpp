@@ -323,7 +323,7 @@ TEST(ReportOutputs, StoppedAndOldRunsAreNotJudgedByWhatTheyFound) {
 // velkor-batch writes velkor's document with its own name in the
 // description: it is read and judged alike, and the run names its program.
 TEST(ReportOutputs, RunsOfTheBatchProgramNameIt) {
-  std::string log = endedRun({"velkor-batch", "-L", "VOL1"}, "stopped by a signal");
+  std::string log = endedRun({"velkor-batch", "--quiet", "--progress=5", "-L", "VOL1"}, "stopped by a signal");
   const std::string velkorLine = "  velkor - Validate and fix KVF compression files\n";
   ASSERT_NE(std::string::npos, log.find(velkorLine));
   log.replace(log.find(velkorLine), velkorLine.size(), "  velkor-batch - Validate and fix KVF compression files\n");
