@@ -234,12 +234,15 @@ int BatchView::verdict() const {
   return found_ > resolved_ ? kBatchProblemsLeft : kBatchAllRepaired;
 }
 
-int batchMain(int argc, char** argv) {
-  appName = "velkor-batch";
-  const std::vector<struct option> options = batchLongOptions();
-  const CommandLine line = parseCommandLine(argc, argv, kShortOptions, true, options.data());
-  if (line.logPath) logPath = line.logPath;
-  switch (line.end) {
+namespace {
+
+// Reads the command line into `line` and `settings`; returns -1 to go on,
+// or the exit status of a run that ends here (help, version, usage error).
+int readCommandLine(int argc, char** argv, CommandLine* line, BatchSettings* settings) {
+  static const std::vector<struct option> options = batchLongOptions();
+  *line = parseCommandLine(argc, argv, kShortOptions, true, options.data());
+  if (line->logPath) logPath = line->logPath;
+  switch (line->end) {
     case ParseEnd::operand: break;
     case ParseEnd::parserError: return usageError("");
     case ParseEnd::help: batchUsage(); return 0;
@@ -248,23 +251,33 @@ int batchMain(int argc, char** argv) {
       return 0;
     case ParseEnd::pathIsOption: return usageError("option '-p' requires an argument.");
     case ParseEnd::invalidOption:
-      return usageError(std::string("option '-") + static_cast<char>(line.invalidLetter) + "' is invalid.");
+      return usageError(std::string("option '-") + static_cast<char>(line->invalidLetter) + "' is invalid.");
     case ParseEnd::noOperation: return usageError("missing VOPTION or FOPTION argument.");
     case ParseEnd::manyOperations: return usageError("more than one VOPTION or FOPTION found.");
     case ParseEnd::noOperand: return usageError("missing VOLUMENAME or FILENAME argument.");
   }
-  if (line.operand + 1 < argc) return usageError(std::string("unexpected argument '") + argv[line.operand + 1] + "'.");
+  if (line->operand + 1 < argc)
+    return usageError(std::string("unexpected argument '") + argv[line->operand + 1] + "'.");
 
-  BatchSettings settings;
-  settings.progress = isatty(STDERR_FILENO) ? 10 : 0;
-  for (const auto& [option, argument] : line.extras) {
-    if (option == kBatchYes) settings.yes = true;
-    if (option == kBatchQuiet) settings.quiet = true;
-    if (option == kBatchProgress && !argument) settings.progress = 10;
-    if (option == kBatchProgress && argument && !parseSeconds(argument, &settings.progress))
+  settings->progress = isatty(STDERR_FILENO) ? 10 : 0;
+  for (const auto& [option, argument] : line->extras) {
+    if (option == kBatchYes) settings->yes = true;
+    if (option == kBatchQuiet) settings->quiet = true;
+    if (option == kBatchProgress && !argument) settings->progress = 10;
+    if (option == kBatchProgress && argument && !parseSeconds(argument, &settings->progress))
       return usageError(std::string("--progress takes a number of seconds from 1 to 86400, not '") + argument + "'.");
   }
-  if (settings.quiet) settings.progress = 0;
+  if (settings->quiet) settings->progress = 0;
+  return -1;
+}
+
+}  // namespace
+
+int batchMain(int argc, char** argv) {
+  appName = "velkor-batch";
+  CommandLine line;
+  BatchSettings settings;
+  if (int status = readCommandLine(argc, argv, &line, &settings); status >= 0) return status;
 
   const unsigned int operation = line.operation;
   std::unique_ptr<char, decltype(&free)> path(formObjectPath(operation, argv[line.operand]), free);
