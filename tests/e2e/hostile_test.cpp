@@ -96,6 +96,14 @@ TEST(HostileNames, DeleteRunNeverUnlinksAnotherFileThanTheOneJudged) {
                             "<error>not deleted: the file system's reply did not hold its name whole</error><zid>120</zid>"))
       << entries[0];
   EXPECT_EQ(std::string::npos, entries[0].find("<deleted/>"));
+  // velkor-batch, which asks names only of problem files, judges alike.
+  VelkorTerminal::Options batch;
+  batch.binary = testsupport::binaryPath("util/velkor/velkor-batch");
+  VelkorTerminal batchRun(sim, {"-D", "VOL1"}, batch);
+  batchRun.finish();
+  EXPECT_EQ(4, batchRun.exitStatus()) << "the corrupted file is left";
+  EXPECT_FALSE(sim.beast(100).is_null()) << "the healthy file was removed by velkor-batch";
+  EXPECT_NE(std::string::npos, batchRun.runLog().find("<error>not deleted: the file system's reply did not hold"));
   for (const json& r : sim.requests()) EXPECT_EQ(std::string::npos, r.value("request", "").find("unlink")) << r;
 }
 
