@@ -71,6 +71,9 @@ FinishedRun::FinishedRun(const testsupport::Simulator& sim, std::vector<std::str
                          const testsupport::VelkorTerminal::Options& options)
     : terminal(sim, args, options) {
   finalScreen = terminal.waitFor("Press any key to continue....", std::chrono::seconds(120));
+  // The timer thread, started with the screen, draws the elapsed time on its
+  // own: a run quicker than its start (a loaded machine) ends before it.
+  if (finalScreen) terminal.waitForRow(4, "  Time Elapsed: ", std::chrono::seconds(10));
   screen = terminal.screen();
   statusBold = terminal.bold(23, 10);
   terminal.send("x");
