@@ -53,14 +53,9 @@ const std::string kFileInfoEnd =
 
 // 30 fixable files /f0, /f1, ... marked for -C too.
 json absurdVolume() {
-  json beasts = json::array(), comps = json::array();
-  for (int i = 0; i < 30; ++i) {
-    json file = compressedFile(1000 + 10 * i, "/f" + std::to_string(i));
-    file["attributes"] = {"archive", "noStreamCompress"};
-    beasts.push_back(file);
-    comps.push_back(compData(1000 + 10 * i));
-  }
-  return volume(beasts, comps);
+  json fixture = fixableVolume(1000, 30);
+  for (json& file : fixture["volumes"][0]["beasts"]) file["attributes"] = {"archive", "noStreamCompress"};
+  return fixture;
 }
 
 // The file system's own getBeastInfo reply about /f0 with `from` replaced by

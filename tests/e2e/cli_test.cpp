@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <regex>
-#include <sstream>
 
 #include "e2e.h"
 
@@ -79,13 +78,7 @@ TEST_F(CommandLine, HelpAndVersion) {
 
   ProcessResult v = velkor({"--version"});
   EXPECT_EQ(0, v.exitStatus);
-  std::istringstream lines(v.out);
-  std::string first, second, more;
-  std::getline(lines, first);
-  std::getline(lines, second);
-  EXPECT_EQ("velkor (KVF) 1.00", first);
-  EXPECT_NE(std::string::npos, second.find("Copyright"));
-  EXPECT_FALSE(std::getline(lines, more));
+  EXPECT_TRUE(std::regex_match(v.out, std::regex("velkor \\(KVF\\) 1\\.00\n[^\n]*Copyright[^\n]*\n?"))) << v.out;
   EXPECT_EQ("", log());
 }
 

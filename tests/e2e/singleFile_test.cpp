@@ -135,10 +135,7 @@ TEST(SingleFile, SkippedDirectoryStreamAndLongName) {
   EXPECT_NE(std::string::npos, directory.entries()[0].find("<type><directory/></type>"));
   EXPECT_NE(std::string::npos, directory.entries()[0].find("<attributes>0x10</attributes></entry>"));
 
-  // A deleted stream has no live name: the path lookup is answered by hand.
-  sim.setFaults(R"({"request":"getFileInfo","action":"raw","text":"<fileReply><fileInfo><getFileInfo><result )"
-                R"(value=\"0\"/><standardInfo><id><![CDATA[150]]></id><volumeName><![CDATA[VOL1]]></volumeName>)"
-                R"(</standardInfo></getFileInfo></fileInfo></fileReply>"})");
+  sim.setFaults(e2efixtures::fileInfoFault("150"));  // a deleted stream has no live name
   OpRun stream(sim, {"-l", kVol + "/stream"});
   sim.setFaults("[]");
   EXPECT_EQ("  Last File Checked: (type: deleted data stream)", stream.at(13));

@@ -18,13 +18,6 @@ using testsupport::VelkorTerminal;
 
 namespace {
 
-// N consistent files with zids 1000, 1001, ...
-json files(int n, uint64_t first = 1000) {
-  json beasts = json::array();
-  for (int i = 0; i < n; ++i) beasts.push_back(plainFile(first + i, "/f" + std::to_string(first + i)));
-  return beasts;
-}
-
 using testsupport::counters;
 
 // Processed, cleared, good, open skipped, fixable, corrupted, fixed, deleted.
@@ -69,7 +62,7 @@ TEST(VolumeScan, BatchesOfTwentyAndTheirScanPositions) {
     std::vector<int> sequences;
   } cases[] = {{0, {0}}, {19, {0}}, {20, {0, 1019}}, {21, {0, 1019}}, {45, {0, 1019, 1039}}};
   for (const Case& c : cases) {
-    Simulator sim = Simulator::withFixture(volume(files(c.objects), json::array()).dump());
+    Simulator sim = Simulator::withFixture(volume(plainFiles(c.objects), json::array()).dump());
     FinishedRun run(sim, {"-L", "VOL1"});
     ASSERT_TRUE(run.finalScreen) << c.objects;
     EXPECT_EQ(c.sequences, scanSequences(sim)) << c.objects;
@@ -81,41 +74,10 @@ TEST(VolumeScan, BatchesOfTwentyAndTheirScanPositions) {
     EXPECT_EQ("  STATUS: finished successfully, check ./velkor.log for details", run.at(23));
     EXPECT_TRUE(run.entries().empty()) << "a scan logs only files with something to report";
   }
-  Simulator sim = Simulator::withFixture(volume(files(1), json::array()).dump());
+  Simulator sim = Simulator::withFixture(volume(plainFiles(1), json::array()).dump());
   FinishedRun run(sim, {"-L", "VOL1"});
   EXPECT_EQ(testsupport::requestText(velkor::browseRequest, "VOL1", true, 0, 20, 0),
             sim.requestsOf("browseBeasts").at(0)["request"]);
-}
-
-TEST(VolumeScan, ProgressAndEntriesOfProblemFilesOnly) {
-  json beasts = files(45);
-  beasts[10]["physSize"] = 0;   // no physical data: corrupted
-  beasts[30]["openCount"] = 1;  // open: skipped
-  Simulator sim = Simulator::withFixture(volume(beasts, json::array()).dump());
-  sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":60,"count":0})");
-  VelkorTerminal terminal(sim, {"-L", "VOL1"});
-  ASSERT_TRUE(terminal.waitFor("Percent finished:"));
-  std::smatch m;
-  std::string line = row(terminal.screen(), 4);
-  ASSERT_TRUE(std::regex_match(line, m, std::regex("  Time Elapsed: 00:00:0\\d {23}Percent finished: (\\d+)%")))
-      << line;
-  EXPECT_LT(std::stoi(m[1]), 100);
-  EXPECT_EQ("  STATUS: running, press <ESC> to abort", row(terminal.screen(), 23));
-  ASSERT_TRUE(terminal.waitFor("Press any key", std::chrono::seconds(30)));
-  // Once the run is over the timer drops the percentage.
-  EXPECT_TRUE(terminal.waitFor("Press any key", std::chrono::milliseconds(1500)));
-  std::vector<std::string> screen = terminal.screen();
-  terminal.send("x");
-  terminal.finish();
-  EXPECT_EQ((std::vector<uint64_t>{45, 0, 43, 1, 0, 1, 0, 0}), counters(screen));
-  EXPECT_EQ("  STATUS: finished with problem files found, check ./velkor.log for details", row(screen, 23));
-  std::vector<std::string> logged = entries(terminal.runLog());
-  ASSERT_EQ(2u, logged.size());
-  EXPECT_NE(std::string::npos, logged[0].find("<zid>1010</zid>"));
-  EXPECT_NE(std::string::npos, logged[0].find("<noPhysicalData/>"));
-  EXPECT_EQ("<entry><volume>VOL1</volume><name>/f1030</name><type><file/></type><fileStatus><skippedChecking/>"
-            "</fileStatus></entry>",
-            logged[1]);
 }
 
 // A generated volume against the generator's expectations, the sums of its
@@ -165,7 +127,7 @@ TEST(VolumeScan, GeneratedVolumeRunsYieldTheGeneratorsCounts) {
 }
 
 TEST(VolumeScan, EscapeThenYesAbortsEscapeThenNoGoesOn) {
-  Simulator sim = Simulator::withFixture(volume(files(120), json::array()).dump());
+  Simulator sim = Simulator::withFixture(volume(plainFiles(120), json::array()).dump());
   sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":15,"count":0})");
   for (std::string answer : {"n", "Y"}) {
     size_t before = sim.requestsOf("getBeastInfo").size();
@@ -198,7 +160,7 @@ TEST(VolumeScan, EscapeThenYesAbortsEscapeThenNoGoesOn) {
 }
 
 TEST(CcAttribute, ClearAllWithMarkedTwiceMarkedAndUnmarkedObjects) {
-  json beasts = files(4);
+  json beasts = plainFiles(4);
   beasts[0]["attributes"] = {"archive", "noStreamCompress"};
   beasts[1]["attributes"] = {"noStreamCompress"};
   beasts[2]["attributes"] = {"archive"};
@@ -266,7 +228,7 @@ TEST(Statistics, MaintenanceStateGoesStraightToTheTable) {
 }
 
 TEST(Statistics, OtherStatesAskFirst) {
-  json fixture = volume(files(3), json::array());
+  json fixture = volume(plainFiles(3), json::array());
   fixture["volumes"][0]["stats"] = {{"compressedFiles", 5}, {"compressedDeletedFiles", 7}};
   Simulator sim = Simulator::withFixture(fixture.dump());
   {
@@ -295,7 +257,7 @@ TEST(Statistics, OtherStatesAskFirst) {
 }
 
 TEST(Statistics, CompressionOffShowsTheNotSupportedLine) {
-  Simulator sim = Simulator::withFixture(volume(files(2), json::array(), false, "maintenance").dump());
+  Simulator sim = Simulator::withFixture(volume(plainFiles(2), json::array(), false, "maintenance").dump());
   FinishedRun run(sim, {"-S", "VOL1"});
   ASSERT_TRUE(run.finalScreen);
   EXPECT_EQ("  Volume doesn't have compression feature enabled. Nothing to do.", run.at(18));
@@ -364,11 +326,7 @@ TEST(Candidate, EveryRuleOfTheBackgroundCheck) {
   for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
     const CandidateCase& c = cases[i];
     uint64_t zid = 200 + i;
-    // Deleted objects have no live name: the path lookup is answered by hand.
-    sim.setFaults(R"({"request":"getFileInfo","action":"raw","text":"<fileReply><fileInfo><getFileInfo><result )"
-                  R"(value=\"0\"/><standardInfo><id><![CDATA[)" + std::to_string(zid) +
-                  R"(]]></id><volumeName><![CDATA[VOL1]]></volumeName></standardInfo></getFileInfo></fileInfo>)"
-                  R"(</fileReply>"})");
+    sim.setFaults(fileInfoFault(std::to_string(zid)));  // deleted objects have no live name
     VelkorTerminal::Options options;
     if (c.config) options.cfg = c.config;
     FinishedRun run(sim, {"-b", kVol + "/c" + std::to_string(zid)}, options);
