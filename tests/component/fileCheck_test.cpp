@@ -23,17 +23,18 @@ enum Base { kCompressed, kUncompressed, kPlain };
 enum Action { kNone, kFix, kDelete };
 const uint64_t kGone = 0;
 
+// Each case is the base file and its compressed data with one field changed,
+// as merge patches of their fixtures.
 struct SweepCase {
   const char* what;
   Base base;
-  std::function<void(json& file, json& comp)> change;
   unsigned long bits;          // problem word of a list run
   unsigned long noHeaderBits;  // the same with the header check off
   Action action;               // fix when fixable, delete when corrupted
   unsigned long after;         // problem word of a list run after the action; kGone: deleted
+  const char* file = "{}";     // the patch of the file
+  const char* comp = "{}";     // the patch of its compressed data
 };
-
-void none(json&, json&) {}
 
 json baseFile(Base base, uint64_t zid) {
   json file = {{"zid", zid}, {"classId", 3}, {"name", "/f" + std::to_string(zid)}, {"parents", {"File"}},
@@ -66,115 +67,64 @@ json baseComp(uint64_t owner) {
 }
 
 const SweepCase kSweep[] = {
-    {"good compressed file", kCompressed, none, 1, 1, kNone, 1},
-    {"good uncompressed file", kUncompressed, none, 1, 1, kNone, 1},
-    {"file without compression record", kPlain, none, 1, 1, kNone, 1},
+    {"good compressed file", kCompressed, 1, 1, kNone, 1},
+    {"good uncompressed file", kUncompressed, 1, 1, kNone, 1},
+    {"file without compression record", kPlain, 1, 1, kNone, 1},
     // Compressed file: status, action and attributes.
-    {"compressed, not clean", kCompressed, [](json& f, json&) { f["comp"]["status"] = {"compressed"}; }, 8, 8, kFix, 8},
-    {"compressed, also uncompressed", kCompressed,
-     [](json& f, json&) { f["comp"]["status"] = {"uncompressed", "compressed", "clean"}; }, 8, 8, kFix, 8},
-    {"compressed, failure noted", kCompressed,
-     [](json& f, json&) { f["comp"]["status"] = {"compressed", "failure", "clean"}; }, 1, 1, kNone, 1},
-    {"compressed, compression logged", kCompressed, [](json& f, json&) { f["comp"]["action"] = {"addCompLog"}; }, 1, 1,
-     kNone, 1},
-    {"compressed, stream not marked", kCompressed, [](json& f, json&) { f["attributes"] = {"archive"}; }, 8, 8, kFix, 1},
-    {"compressed, Cc instead of stream mark", kCompressed,
-     [](json& f, json&) { f["attributes"] = {"archive", "noStreamCompress"}; }, 8, 8, kFix, 1},
-    {"compressed, stream not marked and logged", kCompressed,
-     [](json& f, json&) {
-       f["attributes"] = {"archive"};
-       f["comp"]["action"] = {"addCompLog"};
-     },
-     8, 8, kFix, 1},
-    {"compressed, both precious", kCompressed, [](json& f, json&) { f["comp"]["ucPrecious"] = 1; }, 8, 8, kFix, 8},
-    {"compressed, neither precious", kCompressed, [](json& f, json&) { f["comp"]["cPrecious"] = 0; }, 8, 8, kFix, 8},
+    {"compressed, not clean", kCompressed, 8, 8, kFix, 8, R"({"comp": {"status": ["compressed"]}})"},
+    {"compressed, also uncompressed", kCompressed, 8, 8, kFix, 8,
+     R"({"comp": {"status": ["uncompressed", "compressed", "clean"]}})"},
+    {"compressed, failure noted", kCompressed, 1, 1, kNone, 1,
+     R"({"comp": {"status": ["compressed", "failure", "clean"]}})"},
+    {"compressed, compression logged", kCompressed, 1, 1, kNone, 1, R"({"comp": {"action": ["addCompLog"]}})"},
+    {"compressed, stream not marked", kCompressed, 8, 8, kFix, 1, R"({"attributes": ["archive"]})"},
+    {"compressed, Cc instead of stream mark", kCompressed, 8, 8, kFix, 1,
+     R"({"attributes": ["archive", "noStreamCompress"]})"},
+    {"compressed, stream not marked and logged", kCompressed, 8, 8, kFix, 1,
+     R"({"attributes": ["archive"], "comp": {"action": ["addCompLog"]}})"},
+    {"compressed, both precious", kCompressed, 8, 8, kFix, 8, R"({"comp": {"ucPrecious": 1}})"},
+    {"compressed, neither precious", kCompressed, 8, 8, kFix, 8, R"({"comp": {"cPrecious": 0}})"},
     // Compressed file: the compressed-data beast.
-    {"compressed zid 0", kCompressed, [](json& f, json&) { f["comp"]["compZid"] = 0; }, 32, 32, kDelete, kGone},
-    {"compressed data missing", kCompressed, [](json& f, json&) { f["comp"]["compZid"] = 999999; }, 64, 64, kDelete,
-     kGone},
-    {"compressed data empty", kCompressed, [](json&, json& c) { c["eof"] = 0; }, 128, 128, kDelete, kGone},
-    {"compressed data owned by another", kCompressed, [](json&, json& c) { c["owner"] = 42; }, 512, 512, kDelete,
-     kGone},
-    {"compressed data marked deleted", kCompressed, [](json&, json& c) { c["deleted"] = true; }, 16, 16, kFix, 1},
-    {"file deleted, data not", kCompressed, [](json& f, json&) { f["parents"] = {"DeletedFile"}; }, 16, 16, kFix, 1},
-    {"file deleted under one name only", kCompressed,
-     [](json& f, json& c) {
-       f["parents"] = {"DeletedFile", "File"};
-       c["deleted"] = true;
-     },
-     16, 16, kFix, 1},
-    {"header compress code 3", kCompressed, [](json&, json& c) { c["header"]["compressCode"] = 3; }, 256, 1, kDelete,
-     kGone},
-    {"header compress code 2", kCompressed, [](json&, json& c) { c["header"]["compressCode"] = 2; }, 1, 1, kNone, 1},
-    {"header major version 2", kCompressed, [](json&, json& c) { c["header"]["majorVersion"] = 2; }, 256, 1, kDelete,
-     kGone},
-    {"header minor version 1", kCompressed, [](json&, json& c) { c["header"]["minorVersion"] = 1; }, 256, 1, kDelete,
-     kGone},
-    {"header original length", kCompressed, [](json&, json& c) { c["header"]["originalLength"] = 1; }, 256, 1,
-     kDelete, kGone},
-    {"header compressed length 0", kCompressed, [](json&, json& c) { c["header"]["compressedLength"] = 0; }, 256, 1,
-     kDelete, kGone},
-    {"file grew", kCompressed, [](json& f, json&) { f["eof"] = 9000; }, 256, 1, kDelete, kGone},
-    {"no header at all", kCompressed, [](json&, json& c) { c["variableData"] = false; }, 256, 1, kDelete, kGone},
-    {"open file", kCompressed,
-     [](json& f, json& c) {
-       f["openCount"] = 2;
-       c["eof"] = 0;
-     },
-     2, 2, kNone, 2},
-    {"directory", kCompressed,
-     [](json& f, json&) {
-       f["attributes"].push_back("subdirectory");
-       f["comp"]["compZid"] = 0;
-     },
-     1, 1, kNone, 1},
-    {"compressed data stream, zid 0", kCompressed,
-     [](json& f, json&) {
-       f["classId"] = 1;
-       f["comp"]["compZid"] = 0;
-     },
-     32, 32, kDelete, kGone},
-    {"deleted compressed file, zid 0", kCompressed,
-     [](json& f, json&) {
-       f["parents"] = {"DeletedFile"};
-       f["comp"]["compZid"] = 0;
-     },
-     32, 32, kDelete, kGone},
+    {"compressed zid 0", kCompressed, 32, 32, kDelete, kGone, R"({"comp": {"compZid": 0}})"},
+    {"compressed data missing", kCompressed, 64, 64, kDelete, kGone, R"({"comp": {"compZid": 999999}})"},
+    {"compressed data empty", kCompressed, 128, 128, kDelete, kGone, "{}", R"({"eof": 0})"},
+    {"compressed data owned by another", kCompressed, 512, 512, kDelete, kGone, "{}", R"({"owner": 42})"},
+    {"compressed data marked deleted", kCompressed, 16, 16, kFix, 1, "{}", R"({"deleted": true})"},
+    {"file deleted, data not", kCompressed, 16, 16, kFix, 1, R"({"parents": ["DeletedFile"]})"},
+    {"file deleted under one name only", kCompressed, 16, 16, kFix, 1, R"({"parents": ["DeletedFile", "File"]})",
+     R"({"deleted": true})"},
+    {"header compress code 3", kCompressed, 256, 1, kDelete, kGone, "{}", R"({"header": {"compressCode": 3}})"},
+    {"header compress code 2", kCompressed, 1, 1, kNone, 1, "{}", R"({"header": {"compressCode": 2}})"},
+    {"header major version 2", kCompressed, 256, 1, kDelete, kGone, "{}", R"({"header": {"majorVersion": 2}})"},
+    {"header minor version 1", kCompressed, 256, 1, kDelete, kGone, "{}", R"({"header": {"minorVersion": 1}})"},
+    {"header original length", kCompressed, 256, 1, kDelete, kGone, "{}", R"({"header": {"originalLength": 1}})"},
+    {"header compressed length 0", kCompressed, 256, 1, kDelete, kGone, "{}", R"({"header": {"compressedLength": 0}})"},
+    {"file grew", kCompressed, 256, 1, kDelete, kGone, R"({"eof": 9000})"},
+    {"no header at all", kCompressed, 256, 1, kDelete, kGone, "{}", R"({"variableData": false})"},
+    {"open file", kCompressed, 2, 2, kNone, 2, R"({"openCount": 2})", R"({"eof": 0})"},
+    {"directory", kCompressed, 1, 1, kNone, 1,
+     R"({"attributes": ["archive", "dataStreamCompress", "subdirectory"], "comp": {"compZid": 0}})"},
+    {"compressed data stream, zid 0", kCompressed, 32, 32, kDelete, kGone, R"({"classId": 1, "comp": {"compZid": 0}})"},
+    {"deleted compressed file, zid 0", kCompressed, 32, 32, kDelete, kGone,
+     R"({"parents": ["DeletedFile"], "comp": {"compZid": 0}})"},
     // Uncompressed file.
-    {"uncompressed, not clean, not logged", kUncompressed, [](json& f, json&) { f["comp"]["status"] = {"uncompressed"}; },
-     8, 8, kFix, 8},
-    {"uncompressed, clean and logged", kUncompressed, [](json& f, json&) { f["comp"]["action"] = {"addCompLog"}; }, 8,
-     8, kFix, 1},
-    {"uncompressed, stream marked", kUncompressed, [](json& f, json&) { f["attributes"].push_back("dataStreamCompress"); },
-     8, 8, kFix, 1},
-    {"uncompressed, pending compression", kUncompressed,
-     [](json& f, json&) {
-       f["comp"]["status"] = {"uncompressed"};
-       f["comp"]["action"] = {"addCompLog"};
-     },
-     1, 1, kNone, 1},
-    {"uncompressed, marked compressed", kUncompressed,
-     [](json& f, json&) { f["comp"]["status"] = {"compressed", "clean"}; }, 8, 8, kFix, 8},
-    {"uncompressed, no status", kUncompressed, [](json& f, json&) { f["comp"]["status"] = json::array(); }, 8, 8, kFix,
-     8},
-    {"uncompressed, both precious", kUncompressed, [](json& f, json&) { f["comp"]["cPrecious"] = 1; }, 40, 40, kDelete,
-     kGone},
-    {"held uncompressed, marked compressed", kCompressed,
-     [](json& f, json&) {
-       f["comp"]["ucPrecious"] = 1;
-       f["comp"]["cPrecious"] = 0;
-     },
-     8, 8, kFix, 8},
+    {"uncompressed, not clean, not logged", kUncompressed, 8, 8, kFix, 8, R"({"comp": {"status": ["uncompressed"]}})"},
+    {"uncompressed, clean and logged", kUncompressed, 8, 8, kFix, 1, R"({"comp": {"action": ["addCompLog"]}})"},
+    {"uncompressed, stream marked", kUncompressed, 8, 8, kFix, 1,
+     R"({"attributes": ["archive", "dataStreamCompress"]})"},
+    {"uncompressed, pending compression", kUncompressed, 1, 1, kNone, 1,
+     R"({"comp": {"status": ["uncompressed"], "action": ["addCompLog"]}})"},
+    {"uncompressed, marked compressed", kUncompressed, 8, 8, kFix, 8,
+     R"({"comp": {"status": ["compressed", "clean"]}})"},
+    {"uncompressed, no status", kUncompressed, 8, 8, kFix, 8, R"({"comp": {"status": []}})"},
+    {"uncompressed, both precious", kUncompressed, 40, 40, kDelete, kGone, R"({"comp": {"cPrecious": 1}})"},
+    {"held uncompressed, marked compressed", kCompressed, 8, 8, kFix, 8,
+     R"({"comp": {"ucPrecious": 1, "cPrecious": 0}})"},
     // No compression record.
-    {"stream marked, no record", kPlain, [](json& f, json&) { f["attributes"] = {"dataStreamCompress"}; }, 4, 4, kFix,
-     4},
-    {"no physical data", kPlain, [](json& f, json&) { f["physSize"] = 0; }, 1024, 1024, kDelete, kGone},
-    {"stream marked, no physical data", kPlain,
-     [](json& f, json&) {
-       f["attributes"] = {"dataStreamCompress"};
-       f["physSize"] = 0;
-     },
-     1028, 1028, kDelete, kGone},
+    {"stream marked, no record", kPlain, 4, 4, kFix, 4, R"({"attributes": ["dataStreamCompress"]})"},
+    {"no physical data", kPlain, 1024, 1024, kDelete, kGone, R"({"physSize": 0})"},
+    {"stream marked, no physical data", kPlain, 1028, 1028, kDelete, kGone,
+     R"({"attributes": ["dataStreamCompress"], "physSize": 0})"},
 };
 
 const size_t kCases = sizeof kSweep / sizeof kSweep[0];
@@ -188,12 +138,18 @@ std::string zidOf(const char* what) {
   return "";
 }
 
+// Case i's file and compressed data.
+std::pair<json, json> objectsOf(size_t i) {
+  json file = baseFile(kSweep[i].base, zidOf(i)), comp = baseComp(zidOf(i));
+  file.merge_patch(json::parse(kSweep[i].file));
+  comp.merge_patch(json::parse(kSweep[i].comp));
+  return {file, comp};
+}
+
 json sweepFixture() {
   json beasts = json::array(), comps = json::array();
   for (size_t i = 0; i < kCases; ++i) {
-    json file = baseFile(kSweep[i].base, zidOf(i));
-    json comp = baseComp(zidOf(i));
-    kSweep[i].change(file, comp);
+    auto [file, comp] = objectsOf(i);
     beasts.push_back(file);
     if (kSweep[i].base == kCompressed) comps.push_back(comp);
   }
@@ -266,10 +222,8 @@ TEST_F(FileCheck, FixAndDeleteThenListAgain) {
     if (c.after == kGone) {
       EXPECT_TRUE(volume->sim.beast(zid).is_null()) << c.what;
       // The compressed data that the file names goes with it; an orphan stays.
-      json file = baseFile(c.base, zid), comp = baseComp(zid);
-      c.change(file, comp);
       if (c.base == kCompressed) {
-        EXPECT_EQ(file["comp"]["compZid"] == zid + 1, volume->sim.compBeast(zid + 1).is_null()) << c.what;
+        EXPECT_EQ(objectsOf(i).first["comp"]["compZid"] == zid + 1, volume->sim.compBeast(zid + 1).is_null()) << c.what;
       }
     } else {
       EXPECT_EQ(c.after, volume->check(zid, false, false).problemFlags) << c.what;
