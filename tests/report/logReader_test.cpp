@@ -221,15 +221,12 @@ TEST(LogReader, NamesAndArgumentsKeepEveryByte) {
 
   // The JSON output gives a name that is not UTF-8 also in hexadecimal (the
   // other names: outputs_test's EscapedTextsAreShownDecoded).
-  testsupport::TempDir dir;
-  testsupport::writeFile(dir.file("velkor.log"), all);
   velkorreport::Options options;
-  options.logs = {dir.file("velkor.log")};
   options.format = velkorreport::Format::json;
   options.files = true;
-  std::ostringstream out, err;
-  ASSERT_EQ(0, velkorreport::report(options, out, err)) << err.str();
-  nlohmann::json runs = nlohmann::json::parse(out.str())["runs"];
+  reporttests::Reported report = reporttests::reportOn(all, options);
+  ASSERT_EQ(0, report.status) << report.err;
+  nlohmann::json runs = nlohmann::json::parse(report.out)["runs"];
   ASSERT_EQ(names.size(), runs.size());
   EXPECT_EQ("/bad\xef\xbf\xbd\xef\xbf\xbd utf8", runs[3]["files"][0]["name"]);
   EXPECT_EQ("2f626164fffe2075746638", runs[3]["files"][0]["nameHex"]);

@@ -234,13 +234,12 @@ void checkFirstVolumesRuns(const LoggedRuns& r, const json& runs) {
   }
 }
 
-// Cc clear logs no entries; delete: the generator's counts and the deletions
+// Cc clear logs no entries (what it clears: volumeOps_test's generated volume);
+// delete: the generator's counts and the deletions
 // the fresh simulator saw, by zid or by unlinking the name.
 void checkClearAndDelete(const LoggedRuns& r, const json& runs) {
   EXPECT_EQ("clear-all", runs[7]["operation"]);
   EXPECT_EQ(0u, runs[7]["entries"].get<uint64_t>());
-  Requests clearing{r.freshAll, 0, r.clearEnd};
-  EXPECT_EQ(r.expected["clear"]["ccBitCleared"].get<size_t>(), clearing.count("setBeastInfo"));
   const json& remove = runs[8];
   EXPECT_EQ("delete-all", remove["operation"]);
   EXPECT_EQ(r.expected["delete"]["deleted"], remove["actions"]["deleted"]);

@@ -127,6 +127,7 @@ TEST(BeastRecords, DeletedNames) {
   }
 }
 
+// (A zid too long for its field: absurdReplies_test's ObjectZidOf25Digits.)
 TEST(BeastRecords, FailuresCarryTheirMessageAndCode) {
   struct { std::string reply; std::string message; int code; } cases[] = {
       {fileReply(named("", "<firstParent><nameType>Hardlink</nameType></firstParent>")),
@@ -135,9 +136,6 @@ TEST(BeastRecords, FailuresCarryTheirMessageAndCode) {
       {fileReply(""), "Failed to get named info", 21702},
       {fileReply(kNamed, "<rootBeastInfo><zid>1</zid><classID>3</classID><storageInfo/></rootBeastInfo>"),
        "Failed to get root info", 21702},
-      {fileReply(kNamed, "<rootBeastInfo><zid>123456789012345678901</zid><classID>3</classID><eof>1</eof>"
-                         "<storageInfo/></rootBeastInfo>"),
-       "Value too long for its field", 20004},
       {fileReply(kNamed, "<rootBeastInfo><zid>1</zid><classID>3</classID><eof>1</eof><storageInfo/>"
                          "<variableData><variableDataComp><compZid>1</compZid></variableDataComp></variableData>"
                          "</rootBeastInfo>"),
