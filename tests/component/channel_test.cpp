@@ -3,8 +3,6 @@
 // (empty, refused and unreadable replies: volumeOps_test's FaultsBreakOffAScan).
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <memory>
 #include <string>
 
@@ -39,17 +37,11 @@ class Channel : public ::testing::Test {
   static void fault(const nlohmann::json& rule) { sim_->setFaults(rule.dump()); }
   static std::string manageCmd() { return sim_->adminDir() + "/manage.cmd"; }
 
-  // One exchange as the program makes it; the descriptor is closed either way.
+  // One exchange as the program makes it.
   static void exchange(ReplyBuf* reply) {
-    CmdFile file(manageCmd().c_str());
+    velkor::OpenCmdFile channel(manageCmd().c_str());
     std::string request = testsupport::requestText(velkor::volumeInfoRequest, "VOL1", true);
-    try {
-      file.readWrite(&request[0], "getVolumeInfo", reply);
-    } catch (...) {
-      close(file.fd);
-      throw;
-    }
-    close(file.fd);
+    channel.file.readWrite(&request[0], "getVolumeInfo", reply);
   }
 
   static Simulator* sim_;

@@ -38,8 +38,6 @@ json fixture(bool compression = true) {
                              {compData(100), compData(110), compData(120), compData(130), compData(160)}, compression);
 }
 
-std::string row(const VelkorTerminal& t, size_t i) { return e2efixtures::row(t.screen(), i); }
-
 using OpRun = e2efixtures::FinishedRun;
 using e2efixtures::kVol;
 
@@ -177,8 +175,8 @@ TEST(SingleFile, RunningStatusOfAFileOperation) {
   VelkorTerminal terminal(sim, {"-l", kVol + "/good.dat"});
   // The status is first drawn before the operation is known, then again.
   ASSERT_TRUE(terminal.waitFor("STATUS: running"));
-  EXPECT_TRUE(terminal.waitUntil([&] { return row(terminal, 23) == "  STATUS: running"; }, std::chrono::seconds(1)))
-      << row(terminal, 23);
+  EXPECT_TRUE(terminal.waitUntil([&] { return terminal.row(23) == "  STATUS: running"; }, std::chrono::seconds(1)))
+      << terminal.row(23);
   ASSERT_TRUE(terminal.waitFor("Press any key"));
   terminal.send("x");
   terminal.finish();
