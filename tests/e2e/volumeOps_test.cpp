@@ -344,75 +344,56 @@ TEST(Candidate, EveryRuleOfTheBackgroundCheck) {
 }
 
 // A fault in the middle of a fix run ends it with one error element; what was
-// done before stays done.
+// done before stays done, each object repaired once. So does a scan whose next
+// batch brings no zid above the last one checked, instead of repairing the same
+// objects for ever: zids above 2^32, whose position the file system reads as
+// 32 bits, and a file system that answers a batch again.
 TEST(VolumeScan, FaultsBreakOffAScan) {
+  const uint64_t high = (uint64_t(1) << 32) + 1000;
+  const std::string noAdvance = "error: 24999 zERR_GENERIC_KVF_ERROR message: Volume scan did not advance: the batch "
+                                "after zid ";
   struct Fault {
     const char* rule;
-    const char* error;
+    uint64_t firstZid;
+    size_t done;  // the objects checked and repaired before it
+    std::string error;
   } faults[] = {
-      {R"({"request":"getBeastInfo","nth":25,"action":"result","value":20400})",
+      {R"({"request":"getBeastInfo","nth":25,"action":"result","value":20400})", 1000, 24,
        "originated from:util/common_cpp/qXML[1254] error: 20400 zERR_UNKNOWN_ERROR message: Reply results</error>"},
-      {R"({"request":"getBeastInfo","nth":25,"action":"empty"})",
+      {R"({"request":"getBeastInfo","nth":25,"action":"empty"})", 1000, 24,
        "originated from:util/common_cpp/qXML[1218] error: 21702 zERR_XML_IS_BAD message: Can't find content for tag "
        "getBeastInfo</error>"},
-      {R"({"request":"getBeastInfo","nth":25,"action":"eio_read"})",
+      {R"({"request":"getBeastInfo","nth":25,"action":"eio_read"})", 1000, 24,
        "originated from:util/velkor/velkorClass[185] error: 5 Input/output error message: Failed to read file</error>"},
-      {R"({"request":"getBeastInfo","nth":25,"action":"cut","bytes":200})",
+      {R"({"request":"getBeastInfo","nth":25,"action":"cut","bytes":200})", 1000, 24,
        "originated from:util/common_cpp/qXML[1218] error: 21702 zERR_XML_IS_BAD message: Can't find content for tag "
        "getBeastInfo</error>"},
+      {"[]", high, 20, noAdvance + std::to_string(high + 190) + " holds no zid above it</error>"},
+      {R"({"request":"browseBeasts","nth":2,"count":0,"action":"repeat"})", 1000, 20,
+       noAdvance + "1190 holds no zid above it</error>"},
   };
   for (const Fault& f : faults) {
-    Simulator sim = Simulator::withFixture(fixableVolume(1000, 45).dump());
+    SCOPED_TRACE(std::string(f.rule) + " from zid " + std::to_string(f.firstZid));
+    Simulator sim = Simulator::withFixture(fixableVolume(f.firstZid, 45).dump());
     sim.setFaults(f.rule);
     FinishedRun run(sim, {"-F", "VOL1"});
-    ASSERT_TRUE(run.finalScreen) << f.rule;
+    ASSERT_TRUE(run.finalScreen);
     EXPECT_EQ(0, run.terminal.exitStatus());
-    EXPECT_EQ("  STATUS: finished with error, check ./velkor.log for details", run.at(23)) << f.rule;
+    EXPECT_EQ("  STATUS: finished with error, check ./velkor.log for details", run.at(23));
     std::vector<uint64_t> counts = counters(run.screen);
-    EXPECT_EQ(24u, counts[0]) << f.rule;
-    EXPECT_EQ(24u, counts[6]) << f.rule;
+    EXPECT_EQ(f.done, counts[0]);
+    EXPECT_EQ(f.done, counts[6]);
     std::string log = run.terminal.runLog();
     size_t error = log.find("<error>util/velkor/velkorUI[994] ");
-    ASSERT_NE(std::string::npos, error) << f.rule;
+    ASSERT_NE(std::string::npos, error) << log;
     EXPECT_EQ(std::string::npos, log.find("<error>", error + 1)) << "exactly one error element";
-    EXPECT_NE(std::string::npos, log.find(f.error, error)) << f.rule << "\n" << log.substr(error, 300);
-    json state = sim.state();
-    EXPECT_EQ(json({"archive", "dataStreamCompress"}), state["volumes"][0]["beasts"][23]["attributes"]);
-    EXPECT_EQ(json({"archive"}), state["volumes"][0]["beasts"][24]["attributes"]);
-  }
-}
-
-// A scan whose next batch brings no zid above the last one checked ends with
-// an error instead of checking (and repairing) the same objects for ever:
-// zids above 2^32, whose position the file system reads as 32 bits, and a
-// file system that answers a batch again.
-TEST(VolumeScan, ScanThatCannotAdvanceEndsWithAnError) {
-  struct Case {
-    const char* what;
-    uint64_t firstZid;
-    const char* fault;
-  } cases[] = {{"zids above 2^32", (uint64_t(1) << 32) + 1000, nullptr},
-               {"a batch repeated", 1000, R"({"request":"browseBeasts","nth":2,"count":0,"action":"repeat"})"}};
-  for (const Case& c : cases) {
-    Simulator sim = Simulator::withFixture(fixableVolume(c.firstZid, 45).dump());
-    if (c.fault) sim.setFaults(c.fault);
-    FinishedRun run(sim, {"-F", "VOL1"});
-    ASSERT_TRUE(run.finalScreen) << c.what;
-    EXPECT_EQ("  STATUS: finished with error, check ./velkor.log for details", run.at(23)) << c.what;
-    std::vector<uint64_t> counts = counters(run.screen);
-    EXPECT_EQ(20u, counts[0]) << c.what;
-    EXPECT_EQ(20u, counts[6]) << c.what;
-    std::string log = run.terminal.runLog();
-    EXPECT_NE(std::string::npos, log.find("error: 24999 zERR_GENERIC_KVF_ERROR message: Volume scan did not advance: "
-                                          "the batch after zid " + std::to_string(c.firstZid + 190) +
-                                          " holds no zid above it</error>"))
-        << c.what << "\n" << log;
-    // Each object of the first batch was repaired once; none was checked twice.
+    EXPECT_NE(std::string::npos, log.find(f.error, error)) << log.substr(error, 300);
     std::map<std::string, int> repairs;
     for (const std::string& zid : requestIds(sim.requestsOf("setBeastInfo"))) ++repairs[zid];
-    EXPECT_EQ(20u, repairs.size()) << c.what;
-    for (auto& [zid, n] : repairs) EXPECT_EQ(1, n) << c.what << " zid " << zid;
-    json state = sim.state();
-    EXPECT_EQ(json({"archive"}), state["volumes"][0]["beasts"][20]["attributes"]) << c.what;
+    EXPECT_EQ(f.done, repairs.size());
+    for (auto& [zid, n] : repairs) EXPECT_EQ(1, n) << "zid " << zid << " repaired twice";
+    json beasts = sim.state()["volumes"][0]["beasts"];
+    EXPECT_EQ(json({"archive", "dataStreamCompress"}), beasts[f.done - 1]["attributes"]);
+    EXPECT_EQ(json({"archive"}), beasts[f.done]["attributes"]);
   }
 }
