@@ -84,6 +84,8 @@ TEST(SingleFile, GoodFileScreenAndLogEntry) {
   EXPECT_NE(std::string::npos, run.terminal.runLog().find("<finishStatus>finished successfully</finishStatus>\n"));
 }
 
+// (That the fix took and that the file was unlinked by its name: FileCheck's
+// FixAndDeleteThenListAgain.)
 TEST(SingleFile, FixedAndDeletedFiles) {
   Simulator sim = Simulator::withFixture(fixture().dump());
   OpRun fix(sim, {"-f", kVol + "/fixable.dat"});
@@ -97,9 +99,6 @@ TEST(SingleFile, FixedAndDeletedFiles) {
   EXPECT_NE(std::string::npos,
             fix.entries()[0].find("<fileStatus><invalidState/></fileStatus><action><fixed/></action><zid>110</zid>"));
 
-  OpRun relist(sim, {"-l", kVol + "/fixable.dat"});
-  EXPECT_EQ("    File Status:  Good                             Action Taken:  checked", relist.at(16));
-
   OpRun del(sim, {"-H", "-d", kVol + "/corrupted.dat"});
   ASSERT_TRUE(del.finalScreen) << del.terminal.screenText();
   EXPECT_EQ("    Fixed Files:                      0    Deleted Files:                     1", del.at(11));
@@ -109,9 +108,6 @@ TEST(SingleFile, FixedAndDeletedFiles) {
   ASSERT_EQ(1u, del.entries().size());
   EXPECT_NE(std::string::npos, del.entries()[0].find("<fileStatus><invalidZid/></fileStatus><actionTaken><deleted/>"
                                                      "</actionTaken><zid>120</zid>"));
-  bool unlinked = false;
-  for (const json& r : sim.requests()) unlinked |= r.dump().find("unlink /corrupted.dat") != std::string::npos;
-  EXPECT_TRUE(unlinked);
 }
 
 TEST(SingleFile, SkippedDirectoryStreamAndLongName) {
