@@ -1,23 +1,69 @@
 // The per-file check against a mounted simulator: problem detection, repair
 // and deletion, one metadata field changed at a time.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <stdexcept>
 
-#include "checkFixture.h"
 #include "fixtures.h"
 #include "velkor/beastQueries.h"
 #include "common_cpp/kvfError.h"
 #include "velkor/ccAttribute.h"
+#include "velkor/channel.h"
+#include "velkor/compStats.h"
 #include "velkor/fileCheck.h"
 
-using componenttest::json;
-using componenttest::MountedVolume;
+using nlohmann::json;
 
 namespace {
+
+// A mounted simulator with the program's management-file globals pointed at
+// it, for calling the program's routines in-process against a real mount;
+// the volume's mount point in its fixture is a link to the mounted tree.
+struct MountedVolume {
+  explicit MountedVolume(json fixture)
+      : mountPoint(linkDir.path() + "/VOL1"),
+        sim(testsupport::Simulator::withFixture(withMountPoint(std::move(fixture), mountPoint).dump())),
+        manageFile(sim.adminDir() + "/manage.cmd"),
+        filesFile(sim.adminDir() + "/files.cmd"),
+        stats(nullptr) {
+    if (symlink(sim.volumeDir("VOL1").c_str(), mountPoint.c_str()) != 0) throw std::runtime_error("symlink failed");
+    managecmd = manageFile.c_str();
+    filecmd = filesFile.c_str();
+    velkor::getVolumeInfo(volume, &stats.volumeInfo);
+  }
+  ~MountedVolume() {
+    managecmd = "/_admin/Manage_KVF/manage.cmd";
+    filecmd = "/_admin/Manage_KVF/files.cmd";
+  }
+  static json withMountPoint(json fixture, const std::string& mountPoint) {
+    fixture["volumes"][0]["mountPoint"] = mountPoint;
+    return fixture;
+  }
+
+  // Runs the per-file check on one zid with fresh counters and problem word;
+  // the counters are those of this one file.
+  velkor::CompStats& check(uint64_t zid, bool fix, bool del, bool noHeader = false) {
+    stats.processed = stats.ccBitCleared = stats.corrupted = stats.fixable = stats.good = stats.openSkipped = 0;
+    stats.fixed = stats.deleted = 0;
+    stats.resetForNextObject();
+    velkor::OpArgs_s args = {noHeader ? 1u : 0u, fix ? 1u : 0u, del ? 1u : 0u};
+    std::string text = std::to_string(zid);
+    velkor::checkCompressionStatus(volume, text.data(), &args, &stats);
+    return stats;
+  }
+
+  testsupport::TempDir linkDir;
+  std::string mountPoint;
+  testsupport::Simulator sim;
+  std::string manageFile, filesFile;
+  velkor::CompStats stats;
+  char volume[8] = "VOL1";
+};
 
 enum Base { kCompressed, kUncompressed, kPlain };
 enum Action { kNone, kFix, kDelete };
@@ -354,5 +400,5 @@ TEST(FileCheckFaults, OversizedTextsAreRefused) {
   char zidText[] = "700";
   expectTooSmall([&] { velkor::checkCCBit(v.volume, zidText, nullptr, &v.stats); }, "600 bytes of attributes");
   EXPECT_EQ(0u, v.stats.processed);
-  EXPECT_TRUE(componenttest::json(v.sim.beast(700)).contains("zid"));
+  EXPECT_TRUE(json(v.sim.beast(700)).contains("zid"));
 }
