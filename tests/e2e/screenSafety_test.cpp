@@ -16,17 +16,6 @@ using testsupport::VelkorTerminal;
 
 namespace {
 
-// Whether every file of the volume carries the stream mark the repair sets.
-bool allMarked(const Simulator& sim) {
-  const json state = sim.state();
-  for (const json& beast : state["volumes"][0]["beasts"]) {
-    bool marked = false;
-    for (const json& attribute : beast["attributes"]) marked |= attribute == "dataStreamCompress";
-    if (!marked) return false;
-  }
-  return true;
-}
-
 using Sizes = std::vector<std::pair<int, int>>;
 
 // A fix run of `files` fixable files, resized to each of `whileRepairing` as
@@ -62,7 +51,7 @@ void repairWhileResized(int files, const Sizes& whileRepairing, const Sizes& atT
   uint64_t n = uint64_t(files);
   EXPECT_EQ((std::vector<uint64_t>{n, 0, 0, 0, n, 0, n, 0}), testsupport::counters(screen));
   EXPECT_EQ("  STATUS: finished with problem files found, check ./velkor.log for details", row(screen, 23));
-  EXPECT_TRUE(allMarked(sim)) << "every fixable file is fixed";
+  // (That each fix counted was made: FileCheck's FixAndDeleteThenListAgain.)
 }
 
 }  // namespace
