@@ -184,11 +184,7 @@ TEST(CcAttribute, ClearAllWithMarkedTwiceMarkedAndUnmarkedObjects) {
       set(1000, "<archive/><noStreamCompress/>", "<archive/>"), set(1000, "<archive/><noStreamCompress/>", "<archive/>"),
       set(1000, "<archive/><noStreamCompress/>", "<archive/>"), set(1001, "<noStreamCompress/>", ""),
       set(1003, "<noStreamCompress/><readOnly/><noStreamCompress/>", "<readOnly/><noStreamCompress/>")};
-  EXPECT_EQ(expected, sets);
-
-  json state = sim.state();
-  EXPECT_EQ(json({"archive"}), state["volumes"][0]["beasts"][0]["attributes"]);
-  EXPECT_EQ(json::array(), state["volumes"][0]["beasts"][1]["attributes"]);
+  EXPECT_EQ(expected, sets);  // (that they take: the generated volume's second clear clears none)
 
   FinishedRun one(sim, {"-H", "-c", kVol + "/f1002"});
   EXPECT_EQ((std::vector<uint64_t>{1, 0, 0, 0, 0, 0, 0, 0}), counters(one.screen));
