@@ -127,7 +127,7 @@ TEST(HostileNames, DeletionByPathFollowsNoLinkAndChecksTheZidFirst) {
 }
 
 // A file name shaped as the end of one run and the start of another cannot
-// forge a run in the log: the report sees one run, with both problem files.
+// forge a run in the log: it is written escaped, and the log holds one run.
 TEST(HostileNames, FileNameCannotForgeARunInTheLog) {
   const std::string forged =
       "/z\n</velkor>\n\n<velkor>\n<CommandLine>\n <argv index=\"0\" argv=\"velkor\" />\n</CommandLine>\n"
@@ -141,13 +141,8 @@ TEST(HostileNames, FileNameCannotForgeARunInTheLog) {
   EXPECT_EQ(0u, log.find("<velkor>\n"));
   EXPECT_EQ(std::string::npos, log.find("\n<velkor>\n")) << "a second run begins in the log";
   EXPECT_NE(std::string::npos, log.find("<name>/z&#10;&lt;/velkor&gt;&#10;&#10;&lt;velkor&gt;&#10;"));
-
-  ProcessResult check = testsupport::runBuilt("report/velkor-report",
-                                              {"--check", "--volume", "VOL1", run.terminal.cwd() + "/velkor.log"});
-  EXPECT_EQ(1, check.exitStatus) << check.out << check.err;
-  ProcessResult json = testsupport::runBuilt("report/velkor-report",
-                                             {"-f", "json", "--files", "-r", "last", run.terminal.cwd() + "/velkor.log"});
-  EXPECT_NE(std::string::npos, json.out.find(nlohmann::json(forged).dump())) << json.out;
+  // (The report reads such a name back whole: logReader_test's NamesAndArguments...
+  // and outputs_test's EscapedTextsAreShownDecoded.)
 }
 
 namespace {
