@@ -53,14 +53,9 @@ const std::string kFileInfoEnd =
 
 // 30 fixable files /f0, /f1, ... marked for -C too.
 json absurdVolume() {
-  json beasts = json::array(), comps = json::array();
-  for (int i = 0; i < 30; ++i) {
-    json file = compressedFile(1000 + 10 * i, "/f" + std::to_string(i));
-    file["attributes"] = {"archive", "noStreamCompress"};
-    beasts.push_back(file);
-    comps.push_back(compData(1000 + 10 * i));
-  }
-  return volume(beasts, comps);
+  json fixture = fixableVolume(1000, 30);
+  for (json& file : fixture["volumes"][0]["beasts"]) file["attributes"] = {"archive", "noStreamCompress"};
+  return fixture;
 }
 
 // The file system's own getBeastInfo reply about /f0 with `from` replaced by
@@ -77,10 +72,16 @@ std::string spoiled(const std::string& from, const std::string& to) {
   return at == std::string::npos ? "<no " + from + ">" : text.replace(at, from.size(), to);
 }
 
+// The same with element `tag` holding `value` instead of `was`, as a rule.
+json spoiledRule(const std::string& tag, const std::string& was, const std::string& value) {
+  auto element = [&](const std::string& text) { return "<" + tag + ">" + text + "</" + tag + ">"; };
+  return rawRule("getBeastInfo", spoiled(element(was), element(value)));
+}
+
 struct AbsurdCase {
   const char* name;
   std::vector<std::string> args;
-  std::function<json()> rules;
+  std::function<json()> rules;  // a rule, or an array of them
   std::string error;  // the end of the error element: number, its name, message
 };
 
@@ -88,38 +89,25 @@ struct AbsurdCase {
 const std::vector<std::string> kFix = {"-F", "VOL1"}, kClear = {"-C", "VOL1"}, kOne = {"-f", "/media/kvf/VOL1/f0"};
 
 const AbsurdCase kCases[] = {
-    {"BatchOfMoreZidsThanAsked", kFix,
-     [] { return json::array({rawRule("browseBeasts", browse("1200", "21", zidList(1000, 21)))}); },
+    {"BatchOfMoreZidsThanAsked", kFix, [] { return rawRule("browseBeasts", browse("1200", "21", zidList(1000, 21))); },
      kTooSmall + "More zids returned than the batch holds"},
-    {"BatchCountOf25Digits", kFix,
-     [] { return json::array({rawRule("browseBeasts", browse("1000", kDigits25, zidList(1000, 1)))}); },
+    {"BatchCountOf25Digits", kFix, [] { return rawRule("browseBeasts", browse("1000", kDigits25, zidList(1000, 1))); },
      kTooSmall + "Batch count does not fit its field"},
     // Read as another number, the length made a good file look corrupted.
-    {"EndOfFileOf25Digits", {"-d", "/media/kvf/VOL1/f0"},
-     [] { return json::array({rawRule("getBeastInfo", spoiled("<eof>8569</eof>", "<eof>" + kDigits25 + "</eof>"))}); },
+    {"EndOfFileOf25Digits", {"-d", "/media/kvf/VOL1/f0"}, [] { return spoiledRule("eof", "8569", kDigits25); },
      kTooSmall + "Number does not fit its field"},
-    {"PreciousFlagBeyond32Bits", kOne,
-     [] {
-       return json::array(
-           {rawRule("getBeastInfo", spoiled("<cPrecious>1</cPrecious>", "<cPrecious>4294967297</cPrecious>"))});
-     },
+    {"PreciousFlagBeyond32Bits", kOne, [] { return spoiledRule("cPrecious", "1", "4294967297"); },
      kTooSmall + "Number does not fit its field"},
     {"ZidOf25DigitsInABatch", kFix,
-     [] { return json::array({rawRule("browseBeasts", browse("1000", "1", "<zid>" + kDigits25 + "</zid>"))}); },
+     [] { return rawRule("browseBeasts", browse("1000", "1", "<zid>" + kDigits25 + "</zid>")); },
      kTooSmall + "Zid text too long"},
-    {"ObjectZidOf25Digits", kOne,
-     [] { return json::array({rawRule("getBeastInfo", spoiled("<zid>1000</zid>", "<zid>" + kDigits25 + "</zid>"))}); },
+    {"ObjectZidOf25Digits", kOne, [] { return spoiledRule("zid", "1000", kDigits25); },
      kTooSmall + "Value too long for its field"},
-    {"CompressedDataZidOf25Digits", kOne,
-     [] {
-       return json::array(
-           {rawRule("getBeastInfo", spoiled("<compZid>1001</compZid>", "<compZid>" + kDigits25 + "</compZid>"))});
-     },
+    {"CompressedDataZidOf25Digits", kOne, [] { return spoiledRule("compZid", "1001", kDigits25); },
      kTooSmall + "Value too long for its field"},
     // An id is passed on as text; the file system does not know it.
     {"FileIdOf25Digits", kOne,
-     [] { return json::array({rawRule("getFileInfo", kFileInfo + "<![CDATA[" + kDigits25 + "]]>" + kFileInfoEnd)}); },
-     kRefused},
+     [] { return rawRule("getFileInfo", kFileInfo + "<![CDATA[" + kDigits25 + "]]>" + kFileInfoEnd); }, kRefused},
     // A zid the volume does not hold, answered with six megabytes.
     {"ReplyOfSixMegabytes", kFix,
      [] {
@@ -127,20 +115,16 @@ const AbsurdCase kCases[] = {
                            {{"request", "getBeastInfo"}, {"action", "pad"}, {"bytes", 6000000}}});
      },
      kRefused},
-    {"EmptyReply", kFix, [] { return json::array({{{"request", "browseBeasts"}, {"action", "empty"}}}); },
+    {"EmptyReply", kFix, [] { return json{{"request", "browseBeasts"}, {"action", "empty"}}; },
      kNoContent + "Can't find content for tag browseBeasts"},
-    {"CutReply", kClear,
-     [] { return json::array({{{"request", "getVolumeInfo"}, {"action", "cut"}, {"bytes", 60}}}); },
+    {"CutReply", kClear, [] { return json{{"request", "getVolumeInfo"}, {"action", "cut"}, {"bytes", 60}}; },
      kNoContent + "Can't find content for tag getVolumeInfo"},
-    {"UnclosedCdataInAName", kFix,
-     [] { return json::array({rawRule("getBeastFullName", kName + "<![CDATA[/a" + kNameEnd)}); },
+    {"UnclosedCdataInAName", kFix, [] { return rawRule("getBeastFullName", kName + "<![CDATA[/a" + kNameEnd); },
      kNoContent + "Error getting tag content"},
-    {"UnclosedCdataInAFileId", kOne,
-     [] { return json::array({rawRule("getFileInfo", kFileInfo + "<![CDATA[1000" + kFileInfoEnd)}); },
+    {"UnclosedCdataInAFileId", kOne, [] { return rawRule("getFileInfo", kFileInfo + "<![CDATA[1000" + kFileInfoEnd); },
      kNoContent + "Error getting tag content"},
     {"NestedCdataInAFileId", kOne,
-     [] { return json::array({rawRule("getFileInfo", kFileInfo + "<![CDATA[<![CDATA[1000]]>]]>" + kFileInfoEnd)}); },
-     kRefused},
+     [] { return rawRule("getFileInfo", kFileInfo + "<![CDATA[<![CDATA[1000]]>]]>" + kFileInfoEnd); }, kRefused},
 };
 
 class AbsurdReplies : public ::testing::TestWithParam<AbsurdCase> {};

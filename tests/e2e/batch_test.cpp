@@ -112,7 +112,6 @@ TEST(Batch, FileOperationsQuestionAndErrors) {
   EXPECT_EQ(4, runBatch(sim, {"-l", "/media/kvf/VOL1/f0"}, dir.path(), &out)) << out;
   EXPECT_EQ(1, runBatch(sim, {"-f", "/media/kvf/VOL1/f0"}, dir.path(), &out)) << out;
   EXPECT_NE(std::string::npos, out.find(", fixed")) << out;
-  EXPECT_EQ(0, runBatch(sim, {"-l", "/media/kvf/VOL1/f0"}, dir.path(), &out)) << out;
 
   EXPECT_EQ(32, runBatch(sim, {"-S", "VOL1"}, dir.path(), &out)) << out;
   EXPECT_NE(std::string::npos, out.find("the question was not answered (no --yes)")) << out;

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <regex>
-#include <sstream>
 
 #include "e2e.h"
 
@@ -79,13 +78,7 @@ TEST_F(CommandLine, HelpAndVersion) {
 
   ProcessResult v = velkor({"--version"});
   EXPECT_EQ(0, v.exitStatus);
-  std::istringstream lines(v.out);
-  std::string first, second, more;
-  std::getline(lines, first);
-  std::getline(lines, second);
-  EXPECT_EQ("velkor (KVF) 1.00", first);
-  EXPECT_NE(std::string::npos, second.find("Copyright"));
-  EXPECT_FALSE(std::getline(lines, more));
+  EXPECT_TRUE(std::regex_match(v.out, std::regex("velkor \\(KVF\\) 1\\.00\n[^\n]*Copyright[^\n]*\n?"))) << v.out;
   EXPECT_EQ("", log());
 }
 
@@ -123,15 +116,14 @@ TEST_F(CommandLine, RejectedCommandLines) {
   EXPECT_EQ("", log()) << "no run log is opened for a rejected command line";
 }
 
+// (-p FILE: hostile_test's log places.)
 TEST_F(CommandLine, AcceptedCommandLinesWriteTheLog) {
   EXPECT_EQ(0, velkorRun({"-L", "-L", "vol"}));
   EXPECT_EQ(0, velkorRun({"-H", "--list", "file", "ignored"}));
   EXPECT_EQ(0, velkorRun({"--path=x.log", "-S", "VOL"}));
-  EXPECT_EQ(0, velkorRun({"-p", "y.log", "-S", "VOL"}));
   EXPECT_NE(std::string::npos, log().find(" <argv index=\"3\" argv=\"vol\" />\n"));
   EXPECT_NE(std::string::npos, log().find(" <argv index=\"4\" argv=\"ignored\" />\n"));
   EXPECT_NE(std::string::npos, log("x.log").find(" <argv index=\"1\" argv=\"--path=x.log\" />\n"));
-  EXPECT_NE(std::string::npos, log("y.log").find("<velkor>\n"));
 }
 
 TEST_F(CommandLine, UnopenableLogIsReported) {

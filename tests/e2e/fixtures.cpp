@@ -46,6 +46,20 @@ json fixableVolume(uint64_t first, int n) {
   return volume(beasts, comps);
 }
 
+json plainFiles(int n, uint64_t first) {
+  json beasts = json::array();
+  for (int i = 0; i < n; ++i) beasts.push_back(plainFile(first + i, "/f" + std::to_string(first + i)));
+  return beasts;
+}
+
+std::string fileInfoFault(const std::string& zid, int count) {
+  return json({{"request", "getFileInfo"}, {"action", "raw"}, {"count", count},
+               {"text", "<fileReply><fileInfo><getFileInfo><result value=\"0\"/><standardInfo><id><![CDATA[" + zid +
+                            "]]></id><volumeName><![CDATA[VOL1]]></volumeName></standardInfo></getFileInfo>"
+                            "</fileInfo></fileReply>"}})
+      .dump();
+}
+
 std::vector<std::string> requestIds(const std::vector<json>& requests) {
   std::vector<std::string> ids;
   std::regex id("<id><!\\[CDATA\\[(\\d+)\\]\\]></id>");

@@ -21,6 +21,13 @@ json plainFile(uint64_t zid, const std::string& name);
 // `n` compressed files with zids first, first + 10, ... whose stream mark is
 // missing (fixable), and their compressed data.
 json fixableVolume(uint64_t first, int n);
+// `n` consistent files without a compression record, zids first, first + 1,
+// ... each named /f<zid>.
+json plainFiles(int n, uint64_t first = 1000);
+
+// A fault rule answering `count` path lookups (getFileInfo; 0: every one)
+// with zid `zid` of VOL1, for objects the simulator's lookup does not find.
+std::string fileInfoFault(const std::string& zid, int count = 1);
 
 // One volume "VOL1" mounted at /media/kvf/VOL1.
 json volume(const json& beasts, const json& compBeasts, bool compression = true,

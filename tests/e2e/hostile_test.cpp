@@ -34,13 +34,6 @@ json corruptedFile(uint64_t zid, const std::string& name) {
   return f;
 }
 
-// A file that a fix run repairs (its stream mark is missing).
-json fixableFile(uint64_t zid, const std::string& name) {
-  json f = compressedFile(zid, name);
-  f["attributes"] = {"archive"};
-  return f;
-}
-
 // velkor in the sandbox without a terminal: what it prints before a screen
 // would start, and its exit status.
 ProcessResult velkorPlain(const Simulator& sim, const std::string& cwd, std::vector<std::string> args) {
@@ -120,9 +113,7 @@ TEST(HostileNames, DeletionByPathFollowsNoLinkAndChecksTheZidFirst) {
   testsupport::writeFile(tree.file("renamed.dat"), "someone else's file\n");
   // The path of /renamed.dat now leads to another object: the file system
   // says zid 999 when asked.
-  sim.setFaults(R"({"request":"getFileInfo","count":0,"action":"raw","text":)"
-                R"("<fileReply><fileInfo><getFileInfo><result value=\"0\"/><standardInfo><id><![CDATA[999]]></id>)"
-                R"(<volumeName><![CDATA[VOL1]]></volumeName></standardInfo></getFileInfo></fileInfo></fileReply>"})");
+  sim.setFaults(e2efixtures::fileInfoFault("999", 0));
 
   VelkorTerminal::Options options;
   options.cwd = cwd.path();
@@ -144,27 +135,22 @@ TEST(HostileNames, DeletionByPathFollowsNoLinkAndChecksTheZidFirst) {
 }
 
 // A file name shaped as the end of one run and the start of another cannot
-// forge a run in the log: the report sees one run, with both problem files.
+// forge a run in the log: it is written escaped, and the log holds one run.
 TEST(HostileNames, FileNameCannotForgeARunInTheLog) {
   const std::string forged =
       "/z\n</velkor>\n\n<velkor>\n<CommandLine>\n <argv index=\"0\" argv=\"velkor\" />\n</CommandLine>\n"
       "<startTime><CurrentTime time=\"Nov 15, 2026  04:30:05 PM  +0000\" timeValue=\"1700000000\" /></startTime>\nq";
-  Simulator sim = Simulator::withFixture(
-      e2efixtures::volume({fixableFile(100, forged), fixableFile(110, "/plain.dat")}, {compData(100), compData(110)})
-          .dump());
+  json fixture = e2efixtures::fixableVolume(100, 2);  // /f0 and /f1, both fixable
+  fixture["volumes"][0]["beasts"][0]["name"] = forged;
+  Simulator sim = Simulator::withFixture(fixture.dump());
   e2efixtures::FinishedRun run(sim, {"-L", "VOL1"});
   ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
   const std::string log = run.terminal.runLog();
   EXPECT_EQ(0u, log.find("<velkor>\n"));
   EXPECT_EQ(std::string::npos, log.find("\n<velkor>\n")) << "a second run begins in the log";
   EXPECT_NE(std::string::npos, log.find("<name>/z&#10;&lt;/velkor&gt;&#10;&#10;&lt;velkor&gt;&#10;"));
-
-  ProcessResult check = testsupport::runBuilt("report/velkor-report",
-                                              {"--check", "--volume", "VOL1", run.terminal.cwd() + "/velkor.log"});
-  EXPECT_EQ(1, check.exitStatus) << check.out << check.err;
-  ProcessResult json = testsupport::runBuilt("report/velkor-report",
-                                             {"-f", "json", "--files", "-r", "last", run.terminal.cwd() + "/velkor.log"});
-  EXPECT_NE(std::string::npos, json.out.find(nlohmann::json(forged).dump())) << json.out;
+  // (The report reads such a name back whole: logReader_test's NamesAndArguments...
+  // and outputs_test's EscapedTextsAreShownDecoded.)
 }
 
 namespace {

@@ -1,5 +1,6 @@
 // A scan's counters reach the terminal while it runs, although the screen is
-// sent at a human rate, and its final screen is exact.
+// sent at a human rate; its final screen is exact and it logs the files with
+// problems only.
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -14,8 +15,9 @@ using testsupport::Simulator;
 using testsupport::VelkorTerminal;
 
 TEST(VolumeScan, CountersReachTheTerminalWhileTheScanRunsAndTheFinalScreenIsExact) {
-  json beasts = json::array();
-  for (int i = 0; i < 150; ++i) beasts.push_back(plainFile(1000 + i, "/f" + std::to_string(1000 + i)));
+  json beasts = plainFiles(150);
+  beasts[10]["physSize"] = 0;   // no physical data: corrupted
+  beasts[30]["openCount"] = 1;  // open: skipped
   Simulator sim = Simulator::withFixture(volume(beasts, json::array()).dump());
   // Objects come faster than the screen is sent (every 50 ms at most).
   sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":10,"count":0})");
@@ -42,8 +44,8 @@ TEST(VolumeScan, CountersReachTheTerminalWhileTheScanRunsAndTheFinalScreenIsExac
       "  Summary:",
       kBlank,
       "    Processed Files:                150    CC Bit Cleared:                    0",
-      "    Good Files:                     150    Open Files Skipped:                0",
-      "    Fixable Files:                    0    Corrupted Files:                   0",
+      "    Good Files:                     148    Open Files Skipped:                1",
+      "    Fixable Files:                    0    Corrupted Files:                   1",
       "    Fixed Files:                      0    Deleted Files:                     0",
   };
   ASSERT_EQ(25u, screen.size());
@@ -52,8 +54,15 @@ TEST(VolumeScan, CountersReachTheTerminalWhileTheScanRunsAndTheFinalScreenIsExac
     else if (r == 4) EXPECT_TRUE(std::regex_match(screen[r], std::regex("  Time Elapsed: 00:00:\\d\\d( {23}Percent finished: \\d+%)?"))) << screen[r];
     else EXPECT_EQ(r < expected.size() ? expected[r] : kBlank, screen[r]) << "row " << r;
   }
-  EXPECT_EQ("  STATUS: finished successfully, check ./velkor.log for details", screen[23]);
+  EXPECT_EQ("  STATUS: finished with problem files found, check ./velkor.log for details", screen[23]);
   EXPECT_EQ("  Press any key to continue....", screen[24]);
+  std::vector<std::string> logged = entries(terminal.runLog());
+  ASSERT_EQ(2u, logged.size());
+  EXPECT_NE(std::string::npos, logged[0].find("<zid>1010</zid>"));
+  EXPECT_NE(std::string::npos, logged[0].find("<noPhysicalData/>"));
+  EXPECT_EQ("<entry><volume>VOL1</volume><name>/f1030</name><type><file/></type><fileStatus><skippedChecking/>"
+            "</fileStatus></entry>",
+            logged[1]);
 }
 
 // While a scan runs the percentage never reads 100, even when the volume
@@ -61,8 +70,7 @@ TEST(VolumeScan, CountersReachTheTerminalWhileTheScanRunsAndTheFinalScreenIsExac
 // objects in its first batch, and its second batch is held back long enough
 // for the timer to repaint with 20 processed of 1.
 TEST(VolumeScan, PercentFinishedStopsAt99WhileTheScanRuns) {
-  json beasts = json::array();
-  for (int i = 0; i < 21; ++i) beasts.push_back(plainFile(1000 + i, "/f" + std::to_string(1000 + i)));
+  json beasts = plainFiles(21);
   for (int i = 0; i < 20; ++i) beasts[i]["physSize"] = 0;  // no physical data: corrupted, deleted
   Simulator sim = Simulator::withFixture(volume(beasts, json::array()).dump());
   sim.setFaults(R"({"request":"browseBeasts","nth":2,"action":"delay","ms":3000})");

@@ -16,17 +16,6 @@ using testsupport::VelkorTerminal;
 
 namespace {
 
-// Whether every file of the volume carries the stream mark the repair sets.
-bool allMarked(const Simulator& sim) {
-  const json state = sim.state();
-  for (const json& beast : state["volumes"][0]["beasts"]) {
-    bool marked = false;
-    for (const json& attribute : beast["attributes"]) marked |= attribute == "dataStreamCompress";
-    if (!marked) return false;
-  }
-  return true;
-}
-
 using Sizes = std::vector<std::pair<int, int>>;
 
 // A fix run of `files` fixable files, resized to each of `whileRepairing` as
@@ -62,7 +51,7 @@ void repairWhileResized(int files, const Sizes& whileRepairing, const Sizes& atT
   uint64_t n = uint64_t(files);
   EXPECT_EQ((std::vector<uint64_t>{n, 0, 0, 0, n, 0, n, 0}), testsupport::counters(screen));
   EXPECT_EQ("  STATUS: finished with problem files found, check ./velkor.log for details", row(screen, 23));
-  EXPECT_TRUE(allMarked(sim)) << "every fixable file is fixed";
+  // (That each fix counted was made: FileCheck's FixAndDeleteThenListAgain.)
 }
 
 }  // namespace
@@ -109,6 +98,7 @@ TEST(UntrustedNames, AreDrawnAsTheirCharactersOrEscapedAndNothingElseMoves) {
     std::string name, locale, shown;
     std::string logged = "";  // the name in the run log, when it is not the name itself
   } cases[] = {
+      {"plain name (the screen every good file gets: SingleFile tests)", "/plain.dat", "C.UTF-8", "/plain.dat"},
       {"UTF-8 name", "/" + cjk + ".dat", "C.UTF-8", "/" + cjk + ".dat"},
       {"UTF-8 name, ASCII locale", "/" + cjk + ".dat", "C", "/\\xe6\\x95\\xb0\\xe6\\x8d\\xae\\xe2\\x80\\x94\\xc5\\x93.dat"},
       {"long CJK name: cut at 60 columns", longCjk + ".dat", "C.UTF-8",
@@ -116,15 +106,14 @@ TEST(UntrustedNames, AreDrawnAsTheirCharactersOrEscapedAndNothingElseMoves) {
       {"escape sequences and controls", hostile, "C.UTF-8", "/a\\x1b[2J\\x1b[41mb\\nc\\rd\\\\e\\u009b\\u202ef.dat",
        "/a&#27;[2J&#27;[41mb&#10;c&#13;d\\e\xc2\x9b\xe2\x80\xae" "f.dat"},
   };
+  std::vector<std::string> plain;  // the plain name's screen but for its command, time and name
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     json file = compressedFile(100, c.name);
     Simulator sim = Simulator::withFixture(volume(json::array({file}), json::array({compData(100)})).dump());
     // The path is looked up by hand (the simulator's lookup takes no control
     // characters); the name drawn is the one the file system gives for the zid.
-    sim.setFaults(R"({"request":"getFileInfo","action":"raw","text":"<fileReply><fileInfo><getFileInfo><result )"
-                  R"(value=\"0\"/><standardInfo><id><![CDATA[100]]></id><volumeName><![CDATA[VOL1]]></volumeName>)"
-                  R"(</standardInfo></getFileInfo></fileInfo></fileReply>"})");
+    sim.setFaults(fileInfoFault("100"));
     VelkorTerminal::Options options;
     options.wrapper = {"env", "LC_ALL=" + c.locale};
     FinishedRun run(sim, {"-l", kVol + c.name}, options);
@@ -132,20 +121,12 @@ TEST(UntrustedNames, AreDrawnAsTheirCharactersOrEscapedAndNothingElseMoves) {
     EXPECT_EQ(0, run.terminal.exitStatus());
     EXPECT_EQ("    File Name:    " + c.shown, run.at(15));
 
-    // The rest of the screen is the one every good file gets.
-    EXPECT_EQ("                    KVF Compression Validate and Fix Screen", run.at(0));
+    // The rest of the screen is the one the plain name gets.
     EXPECT_EQ(0u, run.at(2).find("  Command: ")) << run.at(2);
-    for (int r : {1, 3, 5, 7, 12, 22}) EXPECT_EQ("", run.at(r)) << "row " << r;
-    EXPECT_EQ("  Summary:", run.at(6));
-    EXPECT_EQ((std::vector<uint64_t>{1, 0, 1, 0, 0, 0, 0, 0}), testsupport::counters(run.screen));
-    EXPECT_EQ("  Last File Checked: (type: file)", run.at(13));
-    EXPECT_EQ("    Volume Name:  VOL1", run.at(14));
-    EXPECT_EQ("    File Status:  Good                             Action Taken:  checked", run.at(16));
-    EXPECT_EQ("    Zid:          0x64                             Attributes:    0x4000020", run.at(17));
-    EXPECT_EQ("    Created Time: 2023/03/29 05:36:58                   Accessed Time: 2023/05/05 21:43:10", run.at(18));
-    EXPECT_EQ("    Compress Header: 1 1 0 8569 4285", run.at(21));
-    EXPECT_EQ("  STATUS: finished successfully, check ./velkor.log for details", run.at(23));
-    EXPECT_EQ("  Press any key to continue....", run.at(24));
+    std::vector<std::string> rest = run.screen;
+    rest.at(2) = rest.at(4) = rest.at(15) = "";
+    if (plain.empty()) plain = rest;
+    EXPECT_EQ(plain, rest);
     // The name's row is drawn in the colours of its label, cell for cell.
     std::string snapshot = run.terminal.snapshot();
     std::vector<std::string> lines;

@@ -38,8 +38,6 @@ json fixture(bool compression = true) {
                              {compData(100), compData(110), compData(120), compData(130), compData(160)}, compression);
 }
 
-std::string row(const VelkorTerminal& t, size_t i) { return e2efixtures::row(t.screen(), i); }
-
 using OpRun = e2efixtures::FinishedRun;
 using e2efixtures::kVol;
 
@@ -86,6 +84,8 @@ TEST(SingleFile, GoodFileScreenAndLogEntry) {
   EXPECT_NE(std::string::npos, run.terminal.runLog().find("<finishStatus>finished successfully</finishStatus>\n"));
 }
 
+// (That the fix took and that the file was unlinked by its name: FileCheck's
+// FixAndDeleteThenListAgain.)
 TEST(SingleFile, FixedAndDeletedFiles) {
   Simulator sim = Simulator::withFixture(fixture().dump());
   OpRun fix(sim, {"-f", kVol + "/fixable.dat"});
@@ -99,9 +99,6 @@ TEST(SingleFile, FixedAndDeletedFiles) {
   EXPECT_NE(std::string::npos,
             fix.entries()[0].find("<fileStatus><invalidState/></fileStatus><action><fixed/></action><zid>110</zid>"));
 
-  OpRun relist(sim, {"-l", kVol + "/fixable.dat"});
-  EXPECT_EQ("    File Status:  Good                             Action Taken:  checked", relist.at(16));
-
   OpRun del(sim, {"-H", "-d", kVol + "/corrupted.dat"});
   ASSERT_TRUE(del.finalScreen) << del.terminal.screenText();
   EXPECT_EQ("    Fixed Files:                      0    Deleted Files:                     1", del.at(11));
@@ -111,9 +108,6 @@ TEST(SingleFile, FixedAndDeletedFiles) {
   ASSERT_EQ(1u, del.entries().size());
   EXPECT_NE(std::string::npos, del.entries()[0].find("<fileStatus><invalidZid/></fileStatus><actionTaken><deleted/>"
                                                      "</actionTaken><zid>120</zid>"));
-  bool unlinked = false;
-  for (const json& r : sim.requests()) unlinked |= r.dump().find("unlink /corrupted.dat") != std::string::npos;
-  EXPECT_TRUE(unlinked);
 }
 
 TEST(SingleFile, SkippedDirectoryStreamAndLongName) {
@@ -135,10 +129,7 @@ TEST(SingleFile, SkippedDirectoryStreamAndLongName) {
   EXPECT_NE(std::string::npos, directory.entries()[0].find("<type><directory/></type>"));
   EXPECT_NE(std::string::npos, directory.entries()[0].find("<attributes>0x10</attributes></entry>"));
 
-  // A deleted stream has no live name: the path lookup is answered by hand.
-  sim.setFaults(R"({"request":"getFileInfo","action":"raw","text":"<fileReply><fileInfo><getFileInfo><result )"
-                R"(value=\"0\"/><standardInfo><id><![CDATA[150]]></id><volumeName><![CDATA[VOL1]]></volumeName>)"
-                R"(</standardInfo></getFileInfo></fileInfo></fileReply>"})");
+  sim.setFaults(e2efixtures::fileInfoFault("150"));  // a deleted stream has no live name
   OpRun stream(sim, {"-l", kVol + "/stream"});
   sim.setFaults("[]");
   EXPECT_EQ("  Last File Checked: (type: deleted data stream)", stream.at(13));
@@ -180,8 +171,8 @@ TEST(SingleFile, RunningStatusOfAFileOperation) {
   VelkorTerminal terminal(sim, {"-l", kVol + "/good.dat"});
   // The status is first drawn before the operation is known, then again.
   ASSERT_TRUE(terminal.waitFor("STATUS: running"));
-  EXPECT_TRUE(terminal.waitUntil([&] { return row(terminal, 23) == "  STATUS: running"; }, std::chrono::seconds(1)))
-      << row(terminal, 23);
+  EXPECT_TRUE(terminal.waitUntil([&] { return terminal.row(23) == "  STATUS: running"; }, std::chrono::seconds(1)))
+      << terminal.row(23);
   ASSERT_TRUE(terminal.waitFor("Press any key"));
   terminal.send("x");
   terminal.finish();

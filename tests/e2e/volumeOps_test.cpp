@@ -18,13 +18,6 @@ using testsupport::VelkorTerminal;
 
 namespace {
 
-// N consistent files with zids 1000, 1001, ...
-json files(int n, uint64_t first = 1000) {
-  json beasts = json::array();
-  for (int i = 0; i < n; ++i) beasts.push_back(plainFile(first + i, "/f" + std::to_string(first + i)));
-  return beasts;
-}
-
 using testsupport::counters;
 
 // Processed, cleared, good, open skipped, fixable, corrupted, fixed, deleted.
@@ -69,7 +62,7 @@ TEST(VolumeScan, BatchesOfTwentyAndTheirScanPositions) {
     std::vector<int> sequences;
   } cases[] = {{0, {0}}, {19, {0}}, {20, {0, 1019}}, {21, {0, 1019}}, {45, {0, 1019, 1039}}};
   for (const Case& c : cases) {
-    Simulator sim = Simulator::withFixture(volume(files(c.objects), json::array()).dump());
+    Simulator sim = Simulator::withFixture(volume(plainFiles(c.objects), json::array()).dump());
     FinishedRun run(sim, {"-L", "VOL1"});
     ASSERT_TRUE(run.finalScreen) << c.objects;
     EXPECT_EQ(c.sequences, scanSequences(sim)) << c.objects;
@@ -80,42 +73,9 @@ TEST(VolumeScan, BatchesOfTwentyAndTheirScanPositions) {
         << c.objects;
     EXPECT_EQ("  STATUS: finished successfully, check ./velkor.log for details", run.at(23));
     EXPECT_TRUE(run.entries().empty()) << "a scan logs only files with something to report";
+    EXPECT_EQ(testsupport::requestText(velkor::browseRequest, "VOL1", true, 0, 20, 0),
+              sim.requestsOf("browseBeasts").at(0)["request"]);
   }
-  Simulator sim = Simulator::withFixture(volume(files(1), json::array()).dump());
-  FinishedRun run(sim, {"-L", "VOL1"});
-  EXPECT_EQ(testsupport::requestText(velkor::browseRequest, "VOL1", true, 0, 20, 0),
-            sim.requestsOf("browseBeasts").at(0)["request"]);
-}
-
-TEST(VolumeScan, ProgressAndEntriesOfProblemFilesOnly) {
-  json beasts = files(45);
-  beasts[10]["physSize"] = 0;   // no physical data: corrupted
-  beasts[30]["openCount"] = 1;  // open: skipped
-  Simulator sim = Simulator::withFixture(volume(beasts, json::array()).dump());
-  sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":60,"count":0})");
-  VelkorTerminal terminal(sim, {"-L", "VOL1"});
-  ASSERT_TRUE(terminal.waitFor("Percent finished:"));
-  std::smatch m;
-  std::string line = row(terminal.screen(), 4);
-  ASSERT_TRUE(std::regex_match(line, m, std::regex("  Time Elapsed: 00:00:0\\d {23}Percent finished: (\\d+)%")))
-      << line;
-  EXPECT_LT(std::stoi(m[1]), 100);
-  EXPECT_EQ("  STATUS: running, press <ESC> to abort", row(terminal.screen(), 23));
-  ASSERT_TRUE(terminal.waitFor("Press any key", std::chrono::seconds(30)));
-  // Once the run is over the timer drops the percentage.
-  EXPECT_TRUE(terminal.waitFor("Press any key", std::chrono::milliseconds(1500)));
-  std::vector<std::string> screen = terminal.screen();
-  terminal.send("x");
-  terminal.finish();
-  EXPECT_EQ((std::vector<uint64_t>{45, 0, 43, 1, 0, 1, 0, 0}), counters(screen));
-  EXPECT_EQ("  STATUS: finished with problem files found, check ./velkor.log for details", row(screen, 23));
-  std::vector<std::string> logged = entries(terminal.runLog());
-  ASSERT_EQ(2u, logged.size());
-  EXPECT_NE(std::string::npos, logged[0].find("<zid>1010</zid>"));
-  EXPECT_NE(std::string::npos, logged[0].find("<noPhysicalData/>"));
-  EXPECT_EQ("<entry><volume>VOL1</volume><name>/f1030</name><type><file/></type><fileStatus><skippedChecking/>"
-            "</fileStatus></entry>",
-            logged[1]);
 }
 
 // A generated volume against the generator's expectations, the sums of its
@@ -165,7 +125,7 @@ TEST(VolumeScan, GeneratedVolumeRunsYieldTheGeneratorsCounts) {
 }
 
 TEST(VolumeScan, EscapeThenYesAbortsEscapeThenNoGoesOn) {
-  Simulator sim = Simulator::withFixture(volume(files(120), json::array()).dump());
+  Simulator sim = Simulator::withFixture(volume(plainFiles(120), json::array()).dump());
   sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":15,"count":0})");
   for (std::string answer : {"n", "Y"}) {
     size_t before = sim.requestsOf("getBeastInfo").size();
@@ -198,7 +158,7 @@ TEST(VolumeScan, EscapeThenYesAbortsEscapeThenNoGoesOn) {
 }
 
 TEST(CcAttribute, ClearAllWithMarkedTwiceMarkedAndUnmarkedObjects) {
-  json beasts = files(4);
+  json beasts = plainFiles(4);
   beasts[0]["attributes"] = {"archive", "noStreamCompress"};
   beasts[1]["attributes"] = {"noStreamCompress"};
   beasts[2]["attributes"] = {"archive"};
@@ -224,11 +184,7 @@ TEST(CcAttribute, ClearAllWithMarkedTwiceMarkedAndUnmarkedObjects) {
       set(1000, "<archive/><noStreamCompress/>", "<archive/>"), set(1000, "<archive/><noStreamCompress/>", "<archive/>"),
       set(1000, "<archive/><noStreamCompress/>", "<archive/>"), set(1001, "<noStreamCompress/>", ""),
       set(1003, "<noStreamCompress/><readOnly/><noStreamCompress/>", "<readOnly/><noStreamCompress/>")};
-  EXPECT_EQ(expected, sets);
-
-  json state = sim.state();
-  EXPECT_EQ(json({"archive"}), state["volumes"][0]["beasts"][0]["attributes"]);
-  EXPECT_EQ(json::array(), state["volumes"][0]["beasts"][1]["attributes"]);
+  EXPECT_EQ(expected, sets);  // (that they take: the generated volume's second clear clears none)
 
   FinishedRun one(sim, {"-H", "-c", kVol + "/f1002"});
   EXPECT_EQ((std::vector<uint64_t>{1, 0, 0, 0, 0, 0, 0, 0}), counters(one.screen));
@@ -266,7 +222,7 @@ TEST(Statistics, MaintenanceStateGoesStraightToTheTable) {
 }
 
 TEST(Statistics, OtherStatesAskFirst) {
-  json fixture = volume(files(3), json::array());
+  json fixture = volume(plainFiles(3), json::array());
   fixture["volumes"][0]["stats"] = {{"compressedFiles", 5}, {"compressedDeletedFiles", 7}};
   Simulator sim = Simulator::withFixture(fixture.dump());
   {
@@ -295,7 +251,7 @@ TEST(Statistics, OtherStatesAskFirst) {
 }
 
 TEST(Statistics, CompressionOffShowsTheNotSupportedLine) {
-  Simulator sim = Simulator::withFixture(volume(files(2), json::array(), false, "maintenance").dump());
+  Simulator sim = Simulator::withFixture(volume(plainFiles(2), json::array(), false, "maintenance").dump());
   FinishedRun run(sim, {"-S", "VOL1"});
   ASSERT_TRUE(run.finalScreen);
   EXPECT_EQ("  Volume doesn't have compression feature enabled. Nothing to do.", run.at(18));
@@ -364,11 +320,7 @@ TEST(Candidate, EveryRuleOfTheBackgroundCheck) {
   for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
     const CandidateCase& c = cases[i];
     uint64_t zid = 200 + i;
-    // Deleted objects have no live name: the path lookup is answered by hand.
-    sim.setFaults(R"({"request":"getFileInfo","action":"raw","text":"<fileReply><fileInfo><getFileInfo><result )"
-                  R"(value=\"0\"/><standardInfo><id><![CDATA[)" + std::to_string(zid) +
-                  R"(]]></id><volumeName><![CDATA[VOL1]]></volumeName></standardInfo></getFileInfo></fileInfo>)"
-                  R"(</fileReply>"})");
+    sim.setFaults(fileInfoFault(std::to_string(zid)));  // deleted objects have no live name
     VelkorTerminal::Options options;
     if (c.config) options.cfg = c.config;
     FinishedRun run(sim, {"-b", kVol + "/c" + std::to_string(zid)}, options);
@@ -388,75 +340,56 @@ TEST(Candidate, EveryRuleOfTheBackgroundCheck) {
 }
 
 // A fault in the middle of a fix run ends it with one error element; what was
-// done before stays done.
+// done before stays done, each object repaired once. So does a scan whose next
+// batch brings no zid above the last one checked, instead of repairing the same
+// objects for ever: zids above 2^32, whose position the file system reads as
+// 32 bits, and a file system that answers a batch again.
 TEST(VolumeScan, FaultsBreakOffAScan) {
+  const uint64_t high = (uint64_t(1) << 32) + 1000;
+  const std::string noAdvance = "error: 24999 zERR_GENERIC_KVF_ERROR message: Volume scan did not advance: the batch "
+                                "after zid ";
   struct Fault {
     const char* rule;
-    const char* error;
+    uint64_t firstZid;
+    size_t done;  // the objects checked and repaired before it
+    std::string error;
   } faults[] = {
-      {R"({"request":"getBeastInfo","nth":25,"action":"result","value":20400})",
+      {R"({"request":"getBeastInfo","nth":25,"action":"result","value":20400})", 1000, 24,
        "originated from:util/common_cpp/qXML[1254] error: 20400 zERR_UNKNOWN_ERROR message: Reply results</error>"},
-      {R"({"request":"getBeastInfo","nth":25,"action":"empty"})",
+      {R"({"request":"getBeastInfo","nth":25,"action":"empty"})", 1000, 24,
        "originated from:util/common_cpp/qXML[1218] error: 21702 zERR_XML_IS_BAD message: Can't find content for tag "
        "getBeastInfo</error>"},
-      {R"({"request":"getBeastInfo","nth":25,"action":"eio_read"})",
+      {R"({"request":"getBeastInfo","nth":25,"action":"eio_read"})", 1000, 24,
        "originated from:util/velkor/velkorClass[185] error: 5 Input/output error message: Failed to read file</error>"},
-      {R"({"request":"getBeastInfo","nth":25,"action":"cut","bytes":200})",
+      {R"({"request":"getBeastInfo","nth":25,"action":"cut","bytes":200})", 1000, 24,
        "originated from:util/common_cpp/qXML[1218] error: 21702 zERR_XML_IS_BAD message: Can't find content for tag "
        "getBeastInfo</error>"},
+      {"[]", high, 20, noAdvance + std::to_string(high + 190) + " holds no zid above it</error>"},
+      {R"({"request":"browseBeasts","nth":2,"count":0,"action":"repeat"})", 1000, 20,
+       noAdvance + "1190 holds no zid above it</error>"},
   };
   for (const Fault& f : faults) {
-    Simulator sim = Simulator::withFixture(fixableVolume(1000, 45).dump());
+    SCOPED_TRACE(std::string(f.rule) + " from zid " + std::to_string(f.firstZid));
+    Simulator sim = Simulator::withFixture(fixableVolume(f.firstZid, 45).dump());
     sim.setFaults(f.rule);
     FinishedRun run(sim, {"-F", "VOL1"});
-    ASSERT_TRUE(run.finalScreen) << f.rule;
+    ASSERT_TRUE(run.finalScreen);
     EXPECT_EQ(0, run.terminal.exitStatus());
-    EXPECT_EQ("  STATUS: finished with error, check ./velkor.log for details", run.at(23)) << f.rule;
+    EXPECT_EQ("  STATUS: finished with error, check ./velkor.log for details", run.at(23));
     std::vector<uint64_t> counts = counters(run.screen);
-    EXPECT_EQ(24u, counts[0]) << f.rule;
-    EXPECT_EQ(24u, counts[6]) << f.rule;
+    EXPECT_EQ(f.done, counts[0]);
+    EXPECT_EQ(f.done, counts[6]);
     std::string log = run.terminal.runLog();
     size_t error = log.find("<error>util/velkor/velkorUI[994] ");
-    ASSERT_NE(std::string::npos, error) << f.rule;
+    ASSERT_NE(std::string::npos, error) << log;
     EXPECT_EQ(std::string::npos, log.find("<error>", error + 1)) << "exactly one error element";
-    EXPECT_NE(std::string::npos, log.find(f.error, error)) << f.rule << "\n" << log.substr(error, 300);
-    json state = sim.state();
-    EXPECT_EQ(json({"archive", "dataStreamCompress"}), state["volumes"][0]["beasts"][23]["attributes"]);
-    EXPECT_EQ(json({"archive"}), state["volumes"][0]["beasts"][24]["attributes"]);
-  }
-}
-
-// A scan whose next batch brings no zid above the last one checked ends with
-// an error instead of checking (and repairing) the same objects for ever:
-// zids above 2^32, whose position the file system reads as 32 bits, and a
-// file system that answers a batch again.
-TEST(VolumeScan, ScanThatCannotAdvanceEndsWithAnError) {
-  struct Case {
-    const char* what;
-    uint64_t firstZid;
-    const char* fault;
-  } cases[] = {{"zids above 2^32", (uint64_t(1) << 32) + 1000, nullptr},
-               {"a batch repeated", 1000, R"({"request":"browseBeasts","nth":2,"count":0,"action":"repeat"})"}};
-  for (const Case& c : cases) {
-    Simulator sim = Simulator::withFixture(fixableVolume(c.firstZid, 45).dump());
-    if (c.fault) sim.setFaults(c.fault);
-    FinishedRun run(sim, {"-F", "VOL1"});
-    ASSERT_TRUE(run.finalScreen) << c.what;
-    EXPECT_EQ("  STATUS: finished with error, check ./velkor.log for details", run.at(23)) << c.what;
-    std::vector<uint64_t> counts = counters(run.screen);
-    EXPECT_EQ(20u, counts[0]) << c.what;
-    EXPECT_EQ(20u, counts[6]) << c.what;
-    std::string log = run.terminal.runLog();
-    EXPECT_NE(std::string::npos, log.find("error: 24999 zERR_GENERIC_KVF_ERROR message: Volume scan did not advance: "
-                                          "the batch after zid " + std::to_string(c.firstZid + 190) +
-                                          " holds no zid above it</error>"))
-        << c.what << "\n" << log;
-    // Each object of the first batch was repaired once; none was checked twice.
+    EXPECT_NE(std::string::npos, log.find(f.error, error)) << log.substr(error, 300);
     std::map<std::string, int> repairs;
     for (const std::string& zid : requestIds(sim.requestsOf("setBeastInfo"))) ++repairs[zid];
-    EXPECT_EQ(20u, repairs.size()) << c.what;
-    for (auto& [zid, n] : repairs) EXPECT_EQ(1, n) << c.what << " zid " << zid;
-    json state = sim.state();
-    EXPECT_EQ(json({"archive"}), state["volumes"][0]["beasts"][20]["attributes"]) << c.what;
+    EXPECT_EQ(f.done, repairs.size());
+    for (auto& [zid, n] : repairs) EXPECT_EQ(1, n) << "zid " << zid << " repaired twice";
+    json beasts = sim.state()["volumes"][0]["beasts"];
+    EXPECT_EQ(json({"archive", "dataStreamCompress"}), beasts[f.done - 1]["attributes"]);
+    EXPECT_EQ(json({"archive"}), beasts[f.done]["attributes"]);
   }
 }

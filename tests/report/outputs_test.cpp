@@ -24,6 +24,9 @@ using testsupport::LoggedFile;
 using testsupport::LogText;
 using testsupport::ProcessResult;
 using reporttests::file;
+using reporttests::LogFile;
+using reporttests::Reported;
+using reporttests::reportOn;
 
 namespace {
 
@@ -36,28 +39,6 @@ std::string replaced(std::string text, const std::string& raw) {
   if (at != std::string::npos) text.replace(at, kPlaceholder.size(), raw);
   return text;
 }
-
-struct Reported {
-  int status;
-  std::string out, err;
-};
-
-// A run log holding `text`, reported with any options.
-class LogFile {
- public:
-  explicit LogFile(const std::string& text) { testsupport::writeFile(dir_.file("velkor.log"), text); }
-  Reported report(velkorreport::Options options) const {
-    options.logs = {dir_.file("velkor.log")};
-    std::ostringstream out, err;
-    int status = velkorreport::report(options, out, err);
-    return {status, out.str(), err.str()};
-  }
-
- private:
-  testsupport::TempDir dir_;
-};
-
-Reported reportOn(const std::string& text, const velkorreport::Options& options) { return LogFile(text).report(options); }
 
 velkorreport::Options checking(const std::string& volume = "") {
   velkorreport::Options options;

@@ -46,19 +46,6 @@ TEST(KVFError, StatusAndErrnoAreShownDifferently) {
   EXPECT_EQ(0, status.sysErrno);
 }
 
-TEST(KVFError, CopiesEveryMemberAndAdminErrorIsAKVFError) {
-  try {
-    throw AdminError("Unable to parse XML tag getBeastInfo", 21703, "util/common_cpp/qXML[1244]");
-  } catch (const KVFError& e) {
-    KVFError copy(e);
-    EXPECT_STREQ("Unable to parse XML tag getBeastInfo", copy.what());
-    EXPECT_EQ(21703, copy.code);
-    EXPECT_EQ("util/common_cpp/qXML[1244]", copy.location);
-    EXPECT_TRUE(copy.isKvfCode);
-    EXPECT_NE(nullptr, dynamic_cast<const AdminError*>(&e));
-  }
-}
-
 // Every location the program can raise names one of its documented sources
 // (operators and scripts read them in the run log), whatever file the code
 // lives in: the sources' own hand-written locations, and each file's

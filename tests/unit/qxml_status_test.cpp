@@ -14,81 +14,58 @@ std::string reply(const std::string& inside) {
   return "<kvfReply><getBeastInfo>" + inside + "<beastInfo/></getBeastInfo></kvfReply>";
 }
 
-struct Outcome {
-  bool thrown = false;
-  bool admin = false;
-  std::string message;
-  int code = 0;
-  std::string location;
-};
+std::string qXML(int line) { return "util/common_cpp/qXML[" + std::to_string(line) + "]"; }
 
-Outcome statusOf(const std::string& text, const char* tag = "getBeastInfo") {
-  Outcome out;
-  try {
-    GetReplyResultValueForTag(text.c_str(), tag);
-  } catch (const KVFError& e) {
-    out.thrown = true;
-    out.admin = dynamic_cast<const AdminError*>(&e) != nullptr;
-    out.message = e.what();
-    out.code = e.code;
-    out.location = e.location;
-    EXPECT_TRUE(e.isKvfCode);
-  }
-  return out;
-}
+struct Outcome {
+  std::string text;
+  std::string message;  // "" for success
+  int code;
+  std::string location;
+  bool admin;  // raised as AdminError
+  std::string tag = "getBeastInfo";
+};
 
 }  // namespace
 
-TEST(ReplyStatus, SuccessReturns) {
-  EXPECT_FALSE(statusOf(reply("<result value=\"0\"/>")).thrown);
-  EXPECT_FALSE(statusOf(reply("<other>x</other>\n  <result value=\" 0 \"></result>")).thrown);
-}
-
-TEST(ReplyStatus, RefusedRequestsCarryTheirNumber) {
-  for (auto [value, code] : {std::pair{"20400", 20400}, {"-1", -1}, {"0x10", 16}}) {
-    Outcome o = statusOf(reply(std::string("<result value=\"") + value + "\"/>"));
-    EXPECT_TRUE(o.thrown);
-    EXPECT_FALSE(o.admin);
-    EXPECT_EQ("Reply results", o.message);
-    EXPECT_EQ(code, o.code);
-    EXPECT_EQ("util/common_cpp/qXML[1254]", o.location);
+TEST(ReplyStatus, EveryOutcome) {
+  const std::string unparsed = "Unable to parse XML tag getBeastInfo", noResult = "Can't find result tag",
+                    noContent = "Can't find content for tag getBeastInfo";
+  const Outcome outcomes[] = {
+      {reply("<result value=\"0\"/>"), "", 0, "", false},
+      {reply("<other>x</other>\n  <result value=\" 0 \"></result>"), "", 0, "", false},
+      // A refused request carries its number.
+      {reply("<result value=\"20400\"/>"), "Reply results", 20400, qXML(1254), false},
+      {reply("<result value=\"-1\"/>"), "Reply results", -1, qXML(1254), false},
+      {reply("<result value=\"0x10\"/>"), "Reply results", 16, qXML(1254), false},
+      {reply("<result value=\"4294967296\"/>"), "Value overflow", 20006, qXML(1250), false},
+      // An unreadable status is the administrator's error.
+      {reply("<result/>"), unparsed, 21703, qXML(1244), true},
+      {reply("<result value=\"\"/>"), unparsed, 21703, qXML(1244), true},
+      {reply("<result val=\"0\"/>"), unparsed, 21703, qXML(1244), true},
+      {reply("<result value=\"" + std::string(80, '1') + "\"/>"), unparsed, 20004, qXML(1244), true},
+      // Missing elements.
+      {reply("<x><result value=\"0\"/></x>"), noResult, 21702, qXML(1225), false},
+      {"<kvfReply><getBeastInfo/></kvfReply>", noResult, 21702, qXML(1225), false},
+      {"<kvfReply><getBeastInfo></getBeastInfo></kvfReply>", noResult, 21702, qXML(1225), false},
+      {"<kvfReply><getVolumeInfo><result value=\"0\"/></getVolumeInfo></kvfReply>", noContent, 21702, qXML(1218),
+       false},
+      {"", noContent, 21702, qXML(1218), false},
+      {"<kvfReply><getBeastInfo><result value=\"0\"/>", noContent, 21702, qXML(1218), false},
+      {"", "Buffer too small", 20004, qXML(1218), false, std::string(300, 't')},
+  };
+  for (const Outcome& o : outcomes) {
+    SCOPED_TRACE(o.text);
+    try {
+      GetReplyResultValueForTag(o.text.c_str(), o.tag.c_str());
+      EXPECT_EQ("", o.message) << "no error";
+    } catch (const KVFError& e) {
+      EXPECT_EQ(o.message, e.what());
+      EXPECT_EQ(o.code, e.code);
+      EXPECT_EQ(o.location, e.location);
+      EXPECT_EQ(o.admin, dynamic_cast<const AdminError*>(&e) != nullptr);
+      EXPECT_TRUE(e.isKvfCode);
+    }
   }
-  Outcome o = statusOf(reply("<result value=\"4294967296\"/>"));
-  EXPECT_EQ("Value overflow", o.message);
-  EXPECT_EQ(20006, o.code);
-  EXPECT_EQ("util/common_cpp/qXML[1250]", o.location);
-}
-
-TEST(ReplyStatus, UnreadableStatusIsAdminError) {
-  for (const char* result : {"<result/>", "<result value=\"\"/>", "<result val=\"0\"/>"}) {
-    Outcome o = statusOf(reply(result));
-    EXPECT_TRUE(o.admin) << result;
-    EXPECT_EQ(21703, o.code);
-    EXPECT_EQ("Unable to parse XML tag getBeastInfo", o.message);
-    EXPECT_EQ("util/common_cpp/qXML[1244]", o.location);
-  }
-  Outcome o = statusOf(reply("<result value=\"" + std::string(80, '1') + "\"/>"));
-  EXPECT_TRUE(o.admin);
-  EXPECT_EQ(20004, o.code);
-}
-
-TEST(ReplyStatus, MissingElements) {
-  Outcome o = statusOf(reply("<x><result value=\"0\"/></x>"));
-  EXPECT_EQ("Can't find result tag", o.message);
-  EXPECT_EQ(21702, o.code);
-  EXPECT_EQ("util/common_cpp/qXML[1225]", o.location);
-  EXPECT_EQ("Can't find result tag", statusOf("<kvfReply><getBeastInfo/></kvfReply>").message);
-  EXPECT_EQ("Can't find result tag", statusOf("<kvfReply><getBeastInfo></getBeastInfo></kvfReply>").message);
-
-  for (const char* text : {"<kvfReply><getVolumeInfo><result value=\"0\"/></getVolumeInfo></kvfReply>", "",
-                           "<kvfReply><getBeastInfo><result value=\"0\"/>"}) {
-    o = statusOf(text);
-    EXPECT_EQ("Can't find content for tag getBeastInfo", o.message) << text;
-    EXPECT_EQ(21702, o.code);
-    EXPECT_EQ("util/common_cpp/qXML[1218]", o.location);
-  }
-  o = statusOf("", std::string(300, 't').c_str());
-  EXPECT_EQ(20004, o.code);
 }
 
 TEST(ReplyStatus, KvfReplyRootCompanions) {

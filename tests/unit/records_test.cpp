@@ -54,32 +54,20 @@ std::string pretty(const std::string& compact) { return std::regex_replace(compa
 
 }  // namespace
 
+// The fields that the program shows, logs or judges by are pinned where it
+// does: the file check's sweep (FileCheck), the single-file screen and entry
+// (SingleFile) and the candidate check (Candidate).
 TEST(BeastRecords, FileWithCompressionRecordCompactAndPretty) {
   for (const std::string& text : {fileReply(kNamed), pretty(fileReply(kNamed))}) {
     Reply reply(text);
     UncompBeastInfo file("VOL1", reply.element("beastInfo"));
     EXPECT_EQ(1, file.valid);
     EXPECT_STREQ("VOL1", file.name);
-    EXPECT_STREQ("1234", file.zid);
-    EXPECT_EQ(5000u, file.eof);
-    EXPECT_EQ(4096u, file.physSize);
-    EXPECT_EQ(3, file.beastType);
-    EXPECT_EQ(attrDataStreamCompress | (1ull << 5), file.attributes);
-    EXPECT_EQ(0, file.openCount);
-    EXPECT_EQ(0, file.allNamesDeleted);
-    EXPECT_STREQ("2023-11-14 22:15", file.accessedTimeText);
-    EXPECT_EQ(1700000100u, file.accessedTime);
-    EXPECT_STREQ("2023-11-14 22:13", file.createdTimeText);
     EXPECT_EQ(1700000000u, file.createdTime);
     ASSERT_NE(nullptr, file.compInfo);
-    EXPECT_STREQ("77", file.compInfo->compZid);
     EXPECT_EQ(65536u, file.compInfo->chunkSize);
-    EXPECT_EQ(0u, file.compInfo->ucPrecious);
-    EXPECT_EQ(1u, file.compInfo->cPrecious);
     EXPECT_EQ(2u, file.compInfo->purgeableBlks);
     EXPECT_EQ(3u, file.compInfo->algoVersion);
-    EXPECT_EQ(statusCompressed | statusClean, file.compInfo->status);
-    EXPECT_EQ(actionAddCompLog, file.compInfo->action);
   }
 }
 
@@ -127,6 +115,7 @@ TEST(BeastRecords, DeletedNames) {
   }
 }
 
+// (A zid too long for its field: absurdReplies_test's ObjectZidOf25Digits.)
 TEST(BeastRecords, FailuresCarryTheirMessageAndCode) {
   struct { std::string reply; std::string message; int code; } cases[] = {
       {fileReply(named("", "<firstParent><nameType>Hardlink</nameType></firstParent>")),
@@ -135,9 +124,6 @@ TEST(BeastRecords, FailuresCarryTheirMessageAndCode) {
       {fileReply(""), "Failed to get named info", 21702},
       {fileReply(kNamed, "<rootBeastInfo><zid>1</zid><classID>3</classID><storageInfo/></rootBeastInfo>"),
        "Failed to get root info", 21702},
-      {fileReply(kNamed, "<rootBeastInfo><zid>123456789012345678901</zid><classID>3</classID><eof>1</eof>"
-                         "<storageInfo/></rootBeastInfo>"),
-       "Value too long for its field", 20004},
       {fileReply(kNamed, "<rootBeastInfo><zid>1</zid><classID>3</classID><eof>1</eof><storageInfo/>"
                          "<variableData><variableDataComp><compZid>1</compZid></variableDataComp></variableData>"
                          "</rootBeastInfo>"),

@@ -22,6 +22,16 @@ class StartConfig : public ::testing::Test {
   }
   void TearDown() override { velkor::kvfStartConfigPath = saved_; }
   void write(const std::string& text) { testsupport::writeFile(path_, text); }
+  // The error that reading a setting from kvfStartConfigPath ends with.
+  static KVFError failure() {
+    try {
+      velkor::getSetParameterValue("DaysUntouchedBeforeCompression");
+    } catch (const KVFError& e) {
+      return e;
+    }
+    ADD_FAILURE() << velkor::kvfStartConfigPath << " was read";
+    return KVFError("none", 0, "");
+  }
 
   testsupport::TempDir dir_;
   std::string path_;
@@ -37,13 +47,9 @@ TEST_F(StartConfig, SettingsAfterLinesOfUpTo255Characters) {
 
 TEST_F(StartConfig, LongLineMissingFileAndOtherKindsOfFileAreErrors) {
   write("# " + std::string(254, 'x') + "\n/DaysUntouchedBeforeCompression=14\n");
-  try {
-    velkor::getSetParameterValue("DaysUntouchedBeforeCompression");
-    ADD_FAILURE() << "a 256-character line was read";
-  } catch (const KVFError& e) {
-    EXPECT_EQ(zERR_BUFFER_TOO_SMALL, e.code);
-    EXPECT_EQ("A line longer than 255 characters in " + path_, e.what());
-  }
+  KVFError longLine = failure();
+  EXPECT_EQ(zERR_BUFFER_TOO_SMALL, longLine.code);
+  EXPECT_EQ("A line longer than 255 characters in " + path_, longLine.what());
   // A directory or a FIFO in its place is named as what it is; the FIFO is
   // not opened (that would wait for a writer).
   testsupport::TempDir other;
@@ -52,21 +58,12 @@ TEST_F(StartConfig, LongLineMissingFileAndOtherKindsOfFileAreErrors) {
   for (const auto& [path, what] : {std::pair<std::string, std::string>{other.path(), "a directory"},
                                   {fifo, "not a regular file"}}) {
     velkor::kvfStartConfigPath = path.c_str();
-    try {
-      velkor::getSetParameterValue("DaysUntouchedBeforeCompression");
-      ADD_FAILURE() << path << " was read";
-    } catch (const KVFError& e) {
-      EXPECT_EQ("The start-up configuration file " + path + " is " + what, e.what());
-    }
+    EXPECT_EQ("The start-up configuration file " + path + " is " + what, failure().what());
   }
   velkor::kvfStartConfigPath = "/nonexistent/kvfstart.cfg";
-  try {
-    velkor::getSetParameterValue("DaysUntouchedBeforeCompression");
-    ADD_FAILURE() << "a missing file was read";
-  } catch (const KVFError& e) {
-    EXPECT_FALSE(e.isKvfCode);
-    EXPECT_EQ(ENOENT, e.sysErrno);
-  }
+  KVFError missing = failure();
+  EXPECT_FALSE(missing.isKvfCode);
+  EXPECT_EQ(ENOENT, missing.sysErrno);
 }
 
 }  // namespace
