@@ -109,6 +109,7 @@ TEST(Batch, FileOperationsQuestionAndErrors) {
   std::string out;
   EXPECT_EQ(0, runBatch(sim, {"-l", "/media/kvf/VOL1/good"}, dir.path(), &out)) << out;
   EXPECT_NE(std::string::npos, out.find("/good: good, checked")) << out;
+  EXPECT_NE(std::string::npos, out.find("--list /media/kvf/VOL1/good: 1 objects in ")) << out;
   EXPECT_EQ(4, runBatch(sim, {"-l", "/media/kvf/VOL1/f0"}, dir.path(), &out)) << out;
   EXPECT_EQ(1, runBatch(sim, {"-f", "/media/kvf/VOL1/f0"}, dir.path(), &out)) << out;
   EXPECT_NE(std::string::npos, out.find(", fixed")) << out;

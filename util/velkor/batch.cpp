@@ -151,6 +151,7 @@ void BatchView::showFile(UncompBeastInfo* file, CompBeastInfo* compData, char* n
   if (!volumeLevel || problems != good)
     LogFileEntry(*file, compData, name, problems, noHeader != 0, fixed != 0, deleted != 0, volumeLevel,
                  stats_ ? stats_->actionRefused : std::string());
+  if (!volumeLevel) ++done_;  // a scan counts its objects in objectDone
   if (!volumeLevel && !settings_.quiet)
     printf("%s: %s, %s\n", name ? name : target_.c_str(), problemNames(problems).c_str(),
            fixed ? "fixed" : deleted ? "deleted" : "checked");
