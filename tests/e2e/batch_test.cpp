@@ -104,6 +104,7 @@ TEST(Batch, FileOperationsQuestionAndErrors) {
   json fixable = fixableVolume(1000, 1)["volumes"][0];
   json beasts = fixable["beasts"];
   beasts.push_back(plainFile(2000, "/good"));
+  beasts.push_back(compressedFile(3000, "/corrupt"));  // its compressed data is missing
   Simulator sim = Simulator::withFixture(volume(beasts, fixable["compBeasts"]).dump());
   TempDir dir;
   std::string out;
@@ -113,6 +114,17 @@ TEST(Batch, FileOperationsQuestionAndErrors) {
   EXPECT_EQ(4, runBatch(sim, {"-l", "/media/kvf/VOL1/f0"}, dir.path(), &out)) << out;
   EXPECT_EQ(1, runBatch(sim, {"-f", "/media/kvf/VOL1/f0"}, dir.path(), &out)) << out;
   EXPECT_NE(std::string::npos, out.find(", fixed")) << out;
+  EXPECT_EQ(1, runBatch(sim, {"-d", "/media/kvf/VOL1/corrupt"}, dir.path(), &out)) << out;
+  EXPECT_NE(std::string::npos, out.find("/corrupt: compBeastNotFound, deleted")) << out;
+  EXPECT_EQ(0, runBatch(sim, {"-c", "/media/kvf/VOL1/good"}, dir.path(), &out)) << out;
+  VelkorTerminal::Options withConfig = batch(dir.path());
+  withConfig.cfg = "/DaysUntouchedBeforeCompression=0\n";
+  VelkorTerminal candidate(sim, {"-b", "/media/kvf/VOL1/good"}, withConfig);
+  candidate.finish();
+  EXPECT_EQ(0, candidate.exitStatus()) << candidate.screenText();
+  EXPECT_NE(std::string::npos, candidate.screenText().find("a background compression candidate at this moment"))
+      << candidate.screenText();
+  EXPECT_EQ(8, runBatch(sim, {"-b", "/media/kvf/VOL1/good"}, dir.path(), &out)) << "no configuration file\n" << out;
 
   EXPECT_EQ(32, runBatch(sim, {"-S", "VOL1"}, dir.path(), &out)) << out;
   EXPECT_NE(std::string::npos, out.find("the question was not answered (no --yes)")) << out;
