@@ -4,9 +4,7 @@
 // in this process, and prints MB/s and the command's peak memory.
 //
 //   bench_report [--entries N] [--runs R] [--rounds K] [--keep FILE]
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -44,36 +42,6 @@ testsupport::LoggedFile fileNumber(uint64_t i) {
     default: f.problems = velkor::invalidState | velkor::compBeastEOFZero; break;
   }
   return f;
-}
-
-struct Timed {
-  double wall = 0;
-  long peakKb = 0;
-  int status = -1;
-};
-
-// Runs argv with its standard output thrown away; wall time and peak RSS.
-Timed timed(const std::vector<std::string>& argv) {
-  Timed t;
-  Clock::time_point start = Clock::now();
-  pid_t pid = fork();
-  if (pid == 0) {
-    int null = open("/dev/null", O_WRONLY);
-    if (null >= 0) dup2(null, 1);
-    std::vector<char*> args;
-    for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    execv(args[0], args.data());
-    _exit(127);
-  }
-  int status = 0;
-  struct rusage usage = {};
-  if (pid > 0 && wait4(pid, &status, 0, &usage) == pid) {
-    t.wall = seconds(Clock::now() - start);
-    t.peakKb = usage.ru_maxrss;
-    t.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-  return t;
 }
 
 // Counts what the reader hands over, and nothing else.
@@ -134,9 +102,9 @@ int main(int argc, char** argv) {
   };
   printf("%-38s %8s %9s %10s %s\n", "", "wall s", "MB/s", "peak KiB", "(best of rounds; exit status)");
   for (const Case& c : cases) {
-    Timed best;
+    testsupport::TimedRun best;
     for (int round = 0; round < rounds; ++round) {
-      Timed t = timed(c.args);
+      testsupport::TimedRun t = testsupport::runTimed(c.args);
       if (round == 0 || t.wall < best.wall) best = t;
     }
     printf("%-38s %8.2f %9.1f %10ld (%d)\n", c.what, best.wall, mb / best.wall, best.peakKb, best.status);

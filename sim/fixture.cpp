@@ -201,18 +201,18 @@ void writeState(const Model& model, std::ostream& out, bool withObjects) {
     text.pop_back();  // the closing brace: the object lists follow
     out << text << ",\"beasts\":[";
     bool first = true;
-    for (const Beast& b : v->beasts) {
-      if (b.removed) continue;
-      out << (first ? "\n" : ",\n") << dump(beastJson(b));
-      first = false;
-    }
+    v->forEachBeast(
+        [&](const Beast& b) {
+          out << (first ? "\n" : ",\n") << dump(beastJson(b));
+          first = false;
+        },
+        true);
     out << "],\"compBeasts\":[";
     first = true;
-    for (const CompBeast& c : v->compBeasts) {
-      if (c.removed) continue;
+    v->forEachCompBeast([&](const CompBeast& c) {
       out << (first ? "\n" : ",\n") << dump(compBeastJson(c));
       first = false;
-    }
+    });
     out << "]}";
   }
   out << "]}\n";

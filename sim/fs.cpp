@@ -109,7 +109,8 @@ int simGetattr(const char* path, struct stat* st, fuse_file_info*) {
     fillStat(st, true, 0755, 0);
     return 0;
   }
-  if (const Beast* b = v->findByName(w.fullName)) {
+  Beast scratch;
+  if (const Beast* b = v->beastByName(w.fullName, scratch)) {
     fillStat(st, b->isDirectory(), b->isDirectory() ? 0755 : 0644, b->isDirectory() ? 0 : off_t(b->eof));
     st->st_ino = b->zid;
     st->st_mtime = b->accessedUtc;
@@ -137,15 +138,9 @@ int simReaddir(const char* path, void* buf, fuse_fill_dir_t fill, off_t, fuse_fi
     std::shared_lock lock(c.model.mutex);
     Volume* v = c.model.findVolume(w.volume);
     if (!v) return -ENOENT;
-    std::string prefix = w.fullName + "/";
-    bool any = false;
-    for (auto it = v->names.lower_bound(prefix); it != v->names.end() && it->first.substr(0, prefix.size()) == prefix; ++it) {
-      std::string_view rest = it->first.substr(prefix.size());
-      entries.emplace(rest.substr(0, rest.find('/')));
-      any = true;
-    }
-    if (!any && w.node == Node::kVolumeFile) {
-      const Beast* b = v->findByName(w.fullName);
+    if (!v->listDirectory(w.fullName, &entries) && w.node == Node::kVolumeFile) {
+      Beast scratch;
+      const Beast* b = v->beastByName(w.fullName, scratch);
       if (!b) return -ENOENT;
       if (!b->isDirectory()) return -ENOTDIR;
     }
@@ -311,7 +306,8 @@ int simUnlink(const char* path) {
   {
     std::shared_lock lock(c.model.mutex);
     Volume* v = c.model.findVolume(w.volume);
-    const Beast* b = v ? v->findByName(w.fullName) : nullptr;
+    Beast scratch;
+    const Beast* b = v ? v->beastByName(w.fullName, scratch) : nullptr;
     if (!b) return -ENOENT;
     if (b->isDirectory()) return -EISDIR;
     zid = std::to_string(b->zid);

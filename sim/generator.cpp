@@ -1,6 +1,8 @@
 #include "generator.h"
 
+#include <algorithm>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kinds.h"
@@ -26,66 +28,86 @@ class Random {
   uint64_t state_;
 };
 
+// A generated volume's objects. An object's kind and records are a function
+// of the seed and its index; what runs in sequence is the list of
+// directories files go into, kept as the directories' indices, and the
+// objects of each directory, kept for listing it.
+class GeneratedObjects final : public ObjectSource {
+ public:
+  GeneratedObjects(uint64_t objects, uint64_t seed);
+
+  uint64_t count() const override { return count_; }
+  uint64_t indexOf(uint64_t zid) const override {
+    return zid < kFirstZid || indexOfZid(zid) >= count_ ? count_ : indexOfZid(zid);
+  }
+  uint64_t zidAt(uint64_t index) const override { return kFirstZid + 4 * index + stream(index).below(2); }
+  bool make(uint64_t index, Beast* b, CompBeast* c, bool withName) const override;
+  uint64_t zidOfName(std::string_view fullName) const override;
+  std::vector<uint64_t> childIndices(uint64_t dir) const override;
+
+  uint64_t seed() const { return seed_; }
+  // The numbers of object `index`: its zid is the first draw, the directory
+  // it goes into the second.
+  Random stream(uint64_t index) const { return Random(seed_ ^ (index * 0xd1b54a32d192ed03ull)); }
+  // The directory object `index` goes into: 0 the root, k the k-th directory made.
+  uint64_t slotOf(uint64_t index) const;
+  std::string directoryName(uint64_t slot) const;
+
+ private:
+  uint64_t count_, seed_;
+  std::vector<uint32_t> dirs_;        // the directories' indices, ascending
+  std::vector<uint32_t> childStart_;  // per slot: its first index in children_; one more at the end
+  std::vector<uint32_t> children_;    // object indices by slot, ascending in each
+};
+
 // Builds object `index` of its kind. What the kind leaves open (sizes, times,
-// the archive attribute, names) comes from a generator seeded by the index.
+// the archive attribute, names) comes from the object's own numbers.
 class Builder {
  public:
-  Builder(Volume& v, uint64_t seed) : v_(v), seed_(seed) {}
-
-  void add(Kind kind, uint64_t index);
+  Builder(const GeneratedObjects& objects, uint64_t index, bool withName, Beast* b, CompBeast* c);
+  bool hasCompBeast() const { return hasComp_; }
 
  private:
   uint64_t size() { return 1 + (rnd_.below(4096) << rnd_.below(12)); }
   static uint64_t roundUp(uint64_t n) { return (n + 4095) / 4096 * 4096; }
-  void addDirectory();
-  Beast& newFile();
   // Gives the file a compressed copy; returns the compressed-data beast.
   CompBeast& compress(Beast& b);
   void uncompressedRecord(Beast& b, bool clean);
   void build(Kind kind, Beast& b);
 
-  Volume& v_;
-  uint64_t seed_;
-  Random rnd_{0};
-  uint64_t zid_ = 0, compZid_ = 0;
-  std::vector<std::string> dirs_{""};
+  Random rnd_;
+  uint64_t compZid_;
+  CompBeast& c_;
+  bool hasComp_ = false;
 };
 
-void Builder::add(Kind kind, uint64_t index) {
-  rnd_ = Random(seed_ ^ (index * 0xd1b54a32d192ed03ull));
-  zid_ = kFirstZid + 4 * index + rnd_.below(2);
-  compZid_ = kFirstZid + 4 * index + 2;
-  if (kind == Kind::kDirectory) return addDirectory();
-  build(kind, newFile());
-}
-
-void Builder::addDirectory() {
-  Beast d;
-  d.zid = zid_;
-  d.attributes = kSubdirectory;
-  const std::string& parent = dirs_[rnd_.below(dirs_.size())];
-  d.fullName = parent + "/dir" + std::to_string(d.zid);
-  d.createdUtc = 1600000000 + int64_t(rnd_.below(100000000));
-  d.accessedUtc = d.createdUtc + int64_t(rnd_.below(10000000));
-  dirs_.push_back(d.fullName);
-  v_.beasts.push_back(std::move(d));
-}
-
-Beast& Builder::newFile() {
-  Beast b;
-  b.zid = zid_;
-  b.fullName = dirs_[rnd_.below(dirs_.size())] + "/file" + std::to_string(b.zid) + ".dat";
-  b.eof = size();
-  b.physSize = roundUp(b.eof);
-  b.attributes = rnd_.chance(30) ? 1u << 5 : 0;  // archive
-  b.createdUtc = 1600000000 + int64_t(rnd_.below(100000000));
-  b.accessedUtc = b.createdUtc + int64_t(rnd_.below(10000000));
-  v_.beasts.push_back(std::move(b));
-  return v_.beasts.back();
+Builder::Builder(const GeneratedObjects& objects, uint64_t index, bool withName, Beast* b, CompBeast* c)
+    : rnd_(objects.stream(index)), compZid_(kFirstZid + 4 * index + 2), c_(*c) {
+  *b = Beast();
+  b->zid = kFirstZid + 4 * index + rnd_.below(2);
+  // The draw of the directory, as slotOf makes it.
+  rnd_.next();
+  const std::string dir = withName ? objects.directoryName(objects.slotOf(index)) : std::string();
+  Kind kind = kindOf(objects.seed(), index);
+  if (kind == Kind::kDirectory) {
+    b->attributes = kSubdirectory;
+    if (withName) b->fullName = dir + "/dir" + std::to_string(b->zid);
+    b->createdUtc = 1600000000 + int64_t(rnd_.below(100000000));
+    b->accessedUtc = b->createdUtc + int64_t(rnd_.below(10000000));
+    return;
+  }
+  if (withName) b->fullName = dir + "/file" + std::to_string(b->zid) + ".dat";
+  b->eof = size();
+  b->physSize = roundUp(b->eof);
+  b->attributes = rnd_.chance(30) ? 1u << 5 : 0;  // archive
+  b->createdUtc = 1600000000 + int64_t(rnd_.below(100000000));
+  b->accessedUtc = b->createdUtc + int64_t(rnd_.below(10000000));
+  build(kind, *b);
 }
 
 CompBeast& Builder::compress(Beast& b) {
-  CompBeast c;
+  CompBeast& c = c_;
+  c = CompBeast();
   c.zid = compZid_;
   c.owner = b.zid;
   c.eof = b.eof / 2 + 1;
@@ -98,8 +120,8 @@ CompBeast& Builder::compress(Beast& b) {
   b.attributes |= kDataStreamCompress;
   b.physSize = 0;
   b.comp = {c.zid, 65536, 0, 1, uint32_t(rnd_.below(8)), 1, 1, kCompressed | kClean, 0};
-  v_.compBeasts.push_back(c);
-  return v_.compBeasts.back();
+  hasComp_ = true;
+  return c;
 }
 
 void Builder::uncompressedRecord(Beast& b, bool clean) {
@@ -198,14 +220,14 @@ void Builder::build(Kind kind, Beast& b) {
       break;
     case Kind::kCompressedNoZid:
       compress(b);
-      v_.compBeasts.pop_back();
+      hasComp_ = false;
       b.comp.compZid = 0;
       break;
     case Kind::kCompMissing:
     case Kind::kDeletedCompMissing:
       if (kind == Kind::kDeletedCompMissing) b.parents = std::string(1, kDeletedFile);
       compress(b);
-      v_.compBeasts.pop_back();
+      hasComp_ = false;
       break;
     case Kind::kCompEofZero: compress(b).eof = 0; break;
     case Kind::kHeaderCode: compress(b).compressCode = 3; break;
@@ -222,6 +244,66 @@ void Builder::build(Kind kind, Beast& b) {
   }
 }
 
+GeneratedObjects::GeneratedObjects(uint64_t objects, uint64_t seed) : count_(objects), seed_(seed) {
+  for (uint64_t i = 0; i < objects; ++i)
+    if (kindOf(seed, i) == Kind::kDirectory) dirs_.push_back(uint32_t(i));
+  // The objects by directory: counted, then placed.
+  std::vector<uint32_t> slots(objects);
+  childStart_.assign(dirs_.size() + 2, 0);
+  for (uint64_t i = 0; i < objects; ++i) ++childStart_[(slots[i] = uint32_t(slotOf(i))) + 1];
+  for (size_t k = 1; k < childStart_.size(); ++k) childStart_[k] += childStart_[k - 1];
+  children_.resize(objects);
+  std::vector<uint32_t> next(childStart_.begin(), childStart_.end() - 1);
+  for (uint64_t i = 0; i < objects; ++i) children_[next[slots[i]]++] = uint32_t(i);
+}
+
+uint64_t GeneratedObjects::slotOf(uint64_t index) const {
+  Random rnd = stream(index);
+  rnd.next();
+  uint64_t dirsBefore = std::lower_bound(dirs_.begin(), dirs_.end(), index) - dirs_.begin();
+  return rnd.below(1 + dirsBefore);
+}
+
+std::string GeneratedObjects::directoryName(uint64_t slot) const {
+  std::vector<uint64_t> path;  // the directories' zids, innermost first
+  for (; slot != 0; slot = slotOf(dirs_[slot - 1])) path.push_back(zidAt(dirs_[slot - 1]));
+  std::string name;
+  for (auto it = path.rbegin(); it != path.rend(); ++it) name += "/dir" + std::to_string(*it);
+  return name;
+}
+
+bool GeneratedObjects::make(uint64_t index, Beast* b, CompBeast* c, bool withName) const {
+  CompBeast unused;
+  return Builder(*this, index, withName, b, c ? c : &unused).hasCompBeast();
+}
+
+uint64_t GeneratedObjects::zidOfName(std::string_view fullName) const {
+  // "/.../dirZID" or "/.../fileZID.dat"
+  std::string_view last = fullName.substr(fullName.rfind('/') + 1);
+  if (last.substr(0, 3) == "dir") last.remove_prefix(3);
+  else if (last.substr(0, 4) == "file" && last.size() > 4 && last.substr(last.size() - 4) == ".dat")
+    last = last.substr(4, last.size() - 8);
+  else return 0;
+  uint64_t zid = 0;
+  if (last.empty() || last.size() > 19) return 0;
+  for (char ch : last) {
+    if (ch < '0' || ch > '9') return 0;
+    zid = zid * 10 + uint64_t(ch - '0');
+  }
+  return zid;
+}
+
+std::vector<uint64_t> GeneratedObjects::childIndices(uint64_t dir) const {
+  uint64_t slot = 0;
+  if (dir != 0) {
+    uint64_t index = indexOf(dir);
+    auto it = std::lower_bound(dirs_.begin(), dirs_.end(), index);
+    if (index == count_ || it == dirs_.end() || *it != index || zidAt(index) != dir) return {};
+    slot = uint64_t(it - dirs_.begin()) + 1;
+  }
+  return std::vector<uint64_t>(children_.begin() + childStart_[slot], children_.begin() + childStart_[slot + 1]);
+}
+
 }  // namespace
 
 void generate(Model& model, uint64_t objects, uint64_t seed, Expectations* expected) {
@@ -229,16 +311,10 @@ void generate(Model& model, uint64_t objects, uint64_t seed, Expectations* expec
   v->name = "VOL1";
   v->mountPoint = "/media/kvf/VOL1";
   v->id = "8f0e2a31-5c1d-4b7e-9a6f-0d3c2b1a4e57";
-  v->beasts.reserve(objects);
-  v->compBeasts.reserve(objects);
-  Builder builder(*v, seed);
+  v->generated = std::make_unique<GeneratedObjects>(objects, seed);
+  v->liveBeasts = objects;
   Expectations e;
-  for (uint64_t i = 0; i < objects; ++i) {
-    Kind kind = kindOf(seed, i);
-    builder.add(kind, i);
-    e.add(kindRow(kind));
-  }
-  v->index();
+  for (uint64_t i = 0; i < objects; ++i) e.add(kindRow(kindOf(seed, i)));
   // Statistics as a volume keeps them: a little behind its objects.
   VolumeStats recount = v->recount();
   v->stats = recount;

@@ -58,6 +58,8 @@ int main(int argc, char** argv) {
       fixture = v;
     } else if (a == "--generate") {
       if (!(v = value("--generate")) || !readNumber(v, &generate)) return usage("--generate needs a number");
+      // Objects are indexed in 32 bits.
+      if (generate > 0xffffffffull) return usage("--generate takes at most 4294967295 objects");
       generating = true;
     } else if (a == "--seed") {
       if (!(v = value("--seed")) || !readNumber(v, &seed)) return usage("--seed needs a number");

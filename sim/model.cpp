@@ -53,28 +53,117 @@ bool Beast::allNamesDeleted() const {
   return true;
 }
 
+namespace {
+
+// A fixture's object by zid in its ascending vector; null when removed.
+template <class List>
+auto* inVector(List& list, uint64_t zid) {
+  auto it = std::lower_bound(list.begin(), list.end(), zid, [](const auto& o, uint64_t z) { return o.zid < z; });
+  return it != list.end() && it->zid == zid && !it->removed ? &*it : nullptr;
+}
+
+// The last part of a full name: "file4113.dat" of "/dir4097/file4113.dat".
+std::string_view lastPart(std::string_view fullName) { return fullName.substr(fullName.rfind('/') + 1); }
+
+}  // namespace
+
+const Beast* Volume::beast(uint64_t zid, Beast& scratch) const {
+  if (!generated) return inVector(beasts, zid);
+  if (auto it = changed.find(zid); it != changed.end()) return it->second.removed ? nullptr : &it->second;
+  uint64_t index = generated->indexOf(zid);
+  if (index >= generated->count() || generated->zidAt(index) != zid) return nullptr;
+  generated->make(index, &scratch, nullptr, true);
+  return &scratch;
+}
+
+const CompBeast* Volume::compBeast(uint64_t zid, CompBeast& scratch) const {
+  if (!generated) return inVector(compBeasts, zid);
+  if (auto it = changedComp.find(zid); it != changedComp.end()) return it->second.removed ? nullptr : &it->second;
+  uint64_t index = generated->indexOf(zid);
+  Beast owner;
+  if (index >= generated->count() || !generated->make(index, &owner, &scratch, false) || scratch.zid != zid)
+    return nullptr;
+  return &scratch;
+}
+
 Beast* Volume::findBeast(uint64_t zid) {
-  auto it = std::lower_bound(beasts.begin(), beasts.end(), zid,
-                             [](const Beast& b, uint64_t z) { return b.zid < z; });
-  return it != beasts.end() && it->zid == zid && !it->removed ? &*it : nullptr;
+  if (!generated) return inVector(beasts, zid);
+  auto it = changed.find(zid);
+  if (it == changed.end()) {
+    Beast made;
+    if (!beast(zid, made)) return nullptr;
+    it = changed.emplace(zid, std::move(made)).first;
+  }
+  return it->second.removed ? nullptr : &it->second;
 }
 
 CompBeast* Volume::findCompBeast(uint64_t zid) {
-  auto it = std::lower_bound(compBeasts.begin(), compBeasts.end(), zid,
-                             [](const CompBeast& b, uint64_t z) { return b.zid < z; });
-  return it != compBeasts.end() && it->zid == zid && !it->removed ? &*it : nullptr;
+  if (!generated) return inVector(compBeasts, zid);
+  auto it = changedComp.find(zid);
+  if (it == changedComp.end()) {
+    CompBeast made;
+    if (!compBeast(zid, made)) return nullptr;
+    it = changedComp.emplace(zid, made).first;
+  }
+  return it->second.removed ? nullptr : &it->second;
 }
 
-size_t Volume::firstLiveAbove(uint64_t zid) const {
-  auto it = std::upper_bound(beasts.begin(), beasts.end(), zid,
-                             [](uint64_t z, const Beast& b) { return z < b.zid; });
-  while (it != beasts.end() && it->removed) ++it;
-  return it - beasts.begin();
+const Beast* Volume::beastByName(std::string_view fullName, Beast& scratch) const {
+  if (!generated) {
+    auto it = names.find(fullName);
+    return it == names.end() ? nullptr : &beasts[it->second];
+  }
+  uint64_t zid = generated->zidOfName(fullName);
+  const Beast* b = zid ? beast(zid, scratch) : nullptr;
+  return b && b->named() && b->fullName == fullName ? b : nullptr;
 }
 
 Beast* Volume::findByName(std::string_view fullName) {
-  auto it = names.find(fullName);
-  return it == names.end() ? nullptr : &beasts[it->second];
+  Beast scratch;
+  const Beast* b = beastByName(fullName, scratch);
+  return b ? findBeast(b->zid) : nullptr;
+}
+
+std::vector<uint64_t> Volume::liveZidsAbove(uint64_t zid, size_t max) const {
+  std::vector<uint64_t> zids;
+  if (!generated) {
+    auto it = std::upper_bound(beasts.begin(), beasts.end(), zid, [](uint64_t z, const Beast& b) { return z < b.zid; });
+    for (; it != beasts.end() && zids.size() < max; ++it)
+      if (!it->removed) zids.push_back(it->zid);
+    return zids;
+  }
+  const uint64_t count = generated->count();
+  uint64_t i = generated->indexOf(zid);
+  if (i == count && count > 0 && zid < generated->zidAt(0)) i = 0;
+  for (; i < count && zids.size() < max; ++i) {
+    uint64_t z = generated->zidAt(i);
+    auto it = changed.find(z);
+    if (z > zid && (it == changed.end() || !it->second.removed)) zids.push_back(z);
+  }
+  return zids;
+}
+
+bool Volume::listDirectory(std::string_view dir, std::set<std::string>* entries) const {
+  const size_t before = entries->size();
+  if (!generated) {
+    std::string prefix = std::string(dir) + "/";
+    bool any = false;
+    for (auto it = names.lower_bound(prefix); it != names.end() && it->first.substr(0, prefix.size()) == prefix; ++it) {
+      std::string_view rest = it->first.substr(prefix.size());
+      entries->emplace(rest.substr(0, rest.find('/')));
+      any = true;
+    }
+    return any;
+  }
+  Beast scratch;
+  const Beast* d = dir.empty() ? nullptr : beastByName(dir, scratch);
+  if (!dir.empty() && (!d || !d->isDirectory())) return false;
+  for (uint64_t index : generated->childIndices(d ? d->zid : 0)) {
+    Beast child;
+    const Beast* b = beast(generated->zidAt(index), child);
+    if (b && b->named()) entries->emplace(lastPart(b->fullName));
+  }
+  return entries->size() > before;
 }
 
 bool Volume::isImplicitDirectory(std::string_view dir) const {
@@ -82,6 +171,39 @@ bool Volume::isImplicitDirectory(std::string_view dir) const {
   if (prefix.empty() || prefix.back() != '/') prefix += '/';
   auto it = names.lower_bound(prefix);
   return it != names.end() && it->first.substr(0, prefix.size()) == prefix;
+}
+
+void Volume::forEachBeast(const std::function<void(const Beast&)>& f, bool withNames) const {
+  if (!generated) {
+    for (const Beast& b : beasts)
+      if (!b.removed) f(b);
+    return;
+  }
+  Beast made;
+  for (uint64_t i = 0; i < generated->count(); ++i) {
+    if (auto it = changed.find(generated->zidAt(i)); it != changed.end()) {
+      if (!it->second.removed) f(it->second);
+      continue;
+    }
+    generated->make(i, &made, nullptr, withNames);
+    f(made);
+  }
+}
+
+void Volume::forEachCompBeast(const std::function<void(const CompBeast&)>& f) const {
+  if (!generated) {
+    for (const CompBeast& c : compBeasts)
+      if (!c.removed) f(c);
+    return;
+  }
+  Beast owner;
+  CompBeast made;
+  for (uint64_t i = 0; i < generated->count(); ++i) {
+    if (!generated->make(i, &owner, &made, false)) continue;
+    auto it = changedComp.find(made.zid);
+    const CompBeast& c = it == changedComp.end() ? made : it->second;
+    if (!c.removed) f(c);
+  }
 }
 
 void Volume::removeBeast(Beast& beast) {
@@ -111,17 +233,17 @@ void Volume::index() {
 VolumeStats Volume::recount() const {
   VolumeStats s;
   auto blocks = [this](uint64_t bytes) { return blockSize ? (bytes + blockSize - 1) / blockSize : 0; };
-  for (const Beast& b : beasts) {
-    if (b.removed) continue;
-    if (b.attributes & kNoStreamCompress) ++s.uncompressibleFiles;
-    if (!b.hasComp || b.comp.cPrecious != 1) continue;
-    ++s.compressedFiles;
-    if (b.allNamesDeleted()) ++s.compressedDeletedFiles;
-    s.preCompressionBlocks += blocks(b.eof);
-    auto it = std::lower_bound(compBeasts.begin(), compBeasts.end(), b.comp.compZid,
-                               [](const CompBeast& c, uint64_t z) { return c.zid < z; });
-    if (it != compBeasts.end() && it->zid == b.comp.compZid && !it->removed) s.compressedBlocks += blocks(it->physSize);
-  }
+  CompBeast scratch;
+  forEachBeast(
+      [&](const Beast& b) {
+        if (b.attributes & kNoStreamCompress) ++s.uncompressibleFiles;
+        if (!b.hasComp || b.comp.cPrecious != 1) return;
+        ++s.compressedFiles;
+        if (b.allNamesDeleted()) ++s.compressedDeletedFiles;
+        s.preCompressionBlocks += blocks(b.eof);
+        if (const CompBeast* c = compBeast(b.comp.compZid, scratch)) s.compressedBlocks += blocks(c->physSize);
+      },
+      false);
   return s;
 }
 

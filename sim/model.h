@@ -3,8 +3,10 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <shared_mutex>
 #include <string>
 #include <string_view>
@@ -72,6 +74,28 @@ struct CompBeast {
   bool removed = false;
 };
 
+// The objects of a generated volume, made when asked from the seed and the
+// object's index (generator.cpp): a volume of millions of objects holds
+// little more than where each object lies in the name tree.
+class ObjectSource {
+ public:
+  virtual ~ObjectSource() = default;
+  // Objects 0 .. count() - 1, in ascending zid order.
+  virtual uint64_t count() const = 0;
+  // The object whose zid, or whose compressed data's zid, `zid` could be;
+  // count() when none.
+  virtual uint64_t indexOf(uint64_t zid) const = 0;
+  virtual uint64_t zidAt(uint64_t index) const = 0;
+  // Makes object `index` into *b (its full name only when withName) and,
+  // when it has one, its compressed-data beast into *c; false when it has none.
+  virtual bool make(uint64_t index, Beast* b, CompBeast* c, bool withName) const = 0;
+  // The zid of the object a full name can only belong to; 0 when none.
+  virtual uint64_t zidOfName(std::string_view fullName) const = 0;
+  // The indices of the objects whose names lie directly in the directory of
+  // zid `dir` (0: the volume's root).
+  virtual std::vector<uint64_t> childIndices(uint64_t dir) const = 0;
+};
+
 struct VolumeStats {
   uint64_t compressedFiles = 0, compressedDeletedFiles = 0, uncompressibleFiles = 0;
   uint64_t preCompressionBlocks = 0, compressedBlocks = 0;
@@ -83,21 +107,40 @@ struct Volume {
   uint32_t blockSize = 4096;
   std::vector<std::string> enabledAttributes{"salvage"};
   VolumeStats stats;
+  // A fixture's objects:
   std::vector<Beast> beasts;          // ascending zids, never reallocated after loading
   std::vector<CompBeast> compBeasts;  // ascending zids
   std::map<std::string_view, size_t> names;  // live full name -> index in beasts
+  // A generated volume's objects: made from `generated`, but for those
+  // changed or removed since, held here by zid.
+  std::unique_ptr<const ObjectSource> generated;
+  std::map<uint64_t, Beast> changed;
+  std::map<uint64_t, CompBeast> changedComp;
   size_t liveBeasts = 0;
 
+  // Objects to change (under the model's exclusive lock): a generated one
+  // is made and held from then on. Null when there is no live one.
   Beast* findBeast(uint64_t zid);
   CompBeast* findCompBeast(uint64_t zid);
-  // Index of the first live beast above zid, beasts.size() when none.
-  size_t firstLiveAbove(uint64_t zid) const;
   Beast* findByName(std::string_view fullName);
+  // Objects to read: a generated one is made into `scratch`.
+  const Beast* beast(uint64_t zid, Beast& scratch) const;
+  const CompBeast* compBeast(uint64_t zid, CompBeast& scratch) const;
+  const Beast* beastByName(std::string_view fullName, Beast& scratch) const;
+  // The zids of at most `max` live beasts above `zid`, ascending.
+  std::vector<uint64_t> liveZidsAbove(uint64_t zid, size_t max) const;
+  // Adds the names lying directly in directory `dir` ("" the root) to
+  // *entries; false when there are none.
+  bool listDirectory(std::string_view dir, std::set<std::string>* entries) const;
   // True when some live name lies below dir ("/a" for "/a/b").
   bool isImplicitDirectory(std::string_view dir) const;
+  // Every live object, in zid order (a generated one with its name only
+  // when withNames).
+  void forEachBeast(const std::function<void(const Beast&)>& f, bool withNames) const;
+  void forEachCompBeast(const std::function<void(const CompBeast&)>& f) const;
   // Removes the beast and the compressed-data beast it names.
   void removeBeast(Beast& beast);
-  // Sorts the objects and builds the name index; call once after filling.
+  // Sorts a fixture's objects and builds the name index; call once after filling.
   void index();
   // The statistics recounted from the objects.
   VolumeStats recount() const;

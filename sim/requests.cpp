@@ -222,12 +222,13 @@ unsigned infoMask(pugi::xml_node typeOfInfo) {
   return mask;
 }
 
-int64_t getBeastInfo(pugi::xml_node req, Volume& v, const std::string& zidText, XmlOut& x) {
+int64_t getBeastInfo(pugi::xml_node req, const Volume& v, const std::string& zidText, XmlOut& x) {
   unsigned mask = infoMask(req.child("typeOfInfo"));
   bool getComp = trimmed(req.attribute("getCompBeastInfo").value()) == "true";
   uint64_t zid;
   if (!parseNumber(zidText, &zid)) return kNotFound;
-  const Beast* b = zid ? v.findBeast(zid) : nullptr;
+  Beast scratch;
+  const Beast* b = zid ? v.beast(zid, scratch) : nullptr;
   if (!b && !(zid == 0 && (mask & (kVolumeSimple | kVolumeFull)))) return kNotFound;
   x.result(kOk).open("beastInfo");
   if (b) {
@@ -239,13 +240,14 @@ int64_t getBeastInfo(pugi::xml_node req, Volume& v, const std::string& zidText, 
   if (mask & kVolumeFull) writeVolumeStats(x, v, "volumeBeastInfoFull");
   x.close();
   if (b && getComp && b->hasComp && b->comp.compZid)
-    if (const CompBeast* c = v.findCompBeast(b->comp.compZid)) writeCompression(x, v, *c);
+    if (CompBeast comp; const CompBeast* c = v.compBeast(b->comp.compZid, comp)) writeCompression(x, v, *c);
   return kOk;
 }
 
-int64_t getBeastFullName(Volume& v, const std::string& zidText, XmlOut& x) {
+int64_t getBeastFullName(const Volume& v, const std::string& zidText, XmlOut& x) {
   uint64_t zid;
-  const Beast* b = parseNumber(zidText, &zid) ? v.findBeast(zid) : nullptr;
+  Beast scratch;
+  const Beast* b = parseNumber(zidText, &zid) ? v.beast(zid, scratch) : nullptr;
   if (!b) return kNotFound;
   x.result(kOk).cdata("name", b->fullName);
   return kOk;
@@ -266,16 +268,14 @@ int64_t getVolumeInfo(pugi::xml_node req, Volume& v, XmlOut& x) {
   return kOk;
 }
 
-int64_t browseBeasts(pugi::xml_node req, Volume& v, XmlOut& x) {
+int64_t browseBeasts(pugi::xml_node req, const Volume& v, XmlOut& x) {
   int64_t requested, sequence;
   if (!parseInt(trimmed(req.child("numBeastsRequested").child_value()), &requested) ||
       !parseInt(trimmed(req.child("scanSequence").child_value()), &sequence))
     return kBadParameter;
   // The program sends the last zid it saw narrowed to 32 bits.
   uint64_t position = uint32_t(sequence);
-  std::vector<uint64_t> zids;
-  for (size_t i = v.firstLiveAbove(position); i < v.beasts.size() && int64_t(zids.size()) < requested; ++i)
-    if (!v.beasts[i].removed) zids.push_back(v.beasts[i].zid);
+  std::vector<uint64_t> zids = v.liveZidsAbove(position, size_t(std::max<int64_t>(requested, 0)));
   x.result(kOk).number("lastZidReturned", zids.empty() ? position : zids.back()).number("numBeastsReturned", zids.size());
   if (zids.empty()) {
     // An empty batch still has content: the program requires it in all three rows.
@@ -389,7 +389,8 @@ int64_t getFileInfo(pugi::xml_node req, Model& model, XmlOut& x) {
   for (auto& v : model.volumes) {
     const std::string& mp = v->mountPoint;
     if (path.compare(0, mp.size() + 1, mp + "/") != 0) continue;
-    const Beast* b = v->findByName(std::string_view(path).substr(mp.size()));
+    Beast scratch;
+    const Beast* b = v->beastByName(std::string_view(path).substr(mp.size()), scratch);
     if (!b) return kNotFound;
     x.result(kOk).open("standardInfo").cdata("id", std::to_string(b->zid)).cdata("volumeName", v->name);
     x.cdata("name", b->fullName.substr(b->fullName.rfind('/') + 1)).number("dataStreamSize", b->eof).close();

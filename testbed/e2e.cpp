@@ -86,7 +86,8 @@ Simulator::Simulator(const Options& options) : dir_(std::make_unique<TempDir>())
     execv(args[0], args.data());
     _exit(127);
   }
-  auto deadline = Clock::now() + std::chrono::seconds(30);
+  // A generated volume of millions of objects takes a while to make.
+  auto deadline = Clock::now() + std::chrono::seconds(30 + options.generate / 50000);
   std::string ready = mount_ + "/control/state.json";
   struct stat st;
   while (stat(ready.c_str(), &st) != 0) {

@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -81,6 +83,29 @@ ProcessResult runProcess(const std::vector<std::string>& argv, const std::string
   if (WIFEXITED(status)) result.exitStatus = WEXITSTATUS(status);
   if (WIFSIGNALED(status)) result.signal = WTERMSIG(status);
   return result;
+}
+
+TimedRun runTimed(const std::vector<std::string>& argv) {
+  TimedRun t;
+  auto start = std::chrono::steady_clock::now();
+  pid_t pid = fork();
+  if (pid == 0) {
+    int null = open("/dev/null", O_WRONLY);
+    if (null >= 0) dup2(null, 1);
+    std::vector<char*> args;
+    for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    execv(args[0], args.data());
+    _exit(127);
+  }
+  int status = 0;
+  struct rusage usage = {};
+  if (pid > 0 && wait4(pid, &status, 0, &usage) == pid) {
+    t.wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    t.peakKb = usage.ru_maxrss;
+    t.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  return t;
 }
 
 ProcessResult runBuilt(const std::string& relative, const std::vector<std::string>& args) {

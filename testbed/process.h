@@ -19,6 +19,16 @@ struct ProcessResult {
 ProcessResult runProcess(const std::vector<std::string>& argv, const std::string& input = "",
                          const std::string& cwd = "");
 
+// Runs argv (argv[0] a path) with its standard output thrown away, for the
+// benchmarks: its wall time in seconds, peak memory (ru_maxrss, KiB) and
+// exit status (-1 when it did not exit).
+struct TimedRun {
+  double wall = 0;
+  long peakKb = 0;
+  int status = -1;
+};
+TimedRun runTimed(const std::vector<std::string>& argv);
+
 // Runs a program of the build (a path below the build directory) with `args`.
 ProcessResult runBuilt(const std::string& relative, const std::vector<std::string>& args);
 

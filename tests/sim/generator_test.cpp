@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
 #include <map>
 #include <set>
 #include <thread>
@@ -32,6 +33,16 @@ TEST(Generator, WrittenFixtureLoadsBackToTheSameState) {
   Simulator generated(o);
   Simulator loaded = Simulator::withFixture(testsupport::readFile(dir.file("f.json")));
   EXPECT_EQ(loaded.state(), generated.state());
+  // The name tree too: a fixture lists its name index, a generated volume its directories' objects.
+  auto tree = [](const Simulator& sim) {
+    std::set<std::string> paths;
+    for (const auto& e : std::filesystem::recursive_directory_iterator(sim.volumeDir("VOL1")))
+      paths.insert(e.path().string().substr(sim.volumeDir("VOL1").size()));
+    return paths;
+  };
+  std::set<std::string> names = tree(generated);
+  EXPECT_GT(names.size(), 400u);
+  EXPECT_EQ(tree(loaded), names);
   json expected = json::parse(testsupport::readFile(dir.file("e.json")));
   EXPECT_EQ(expected, generated.expected());
   uint32_t problems = 0;  // the kinds raise every problem bit
