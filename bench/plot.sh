@@ -1,7 +1,6 @@
 #!/bin/sh
 # Draws bench_scan's figures file (--figures) as one SVG: objects per second
-# and peak memory against the volume's objects, both on a log scale of
-# objects. Run by hand after a curve run; needs gnuplot (Debian: gnuplot-nox).
+# and peak memory (log scale) against the volume's objects (log scale). Run by hand after a curve run; needs gnuplot (Debian: gnuplot-nox).
 #
 #   bench/plot.sh [FIGURES.csv [OUT.svg]]    (default: bench/scan-curve.csv, bench/scan-curve.svg)
 set -eu
@@ -47,7 +46,9 @@ set yrange [0:*]
 plot ${rate%, }
 set title "peak memory (velkor, baseline: VmHWM; velkor-report on the list run's log: ru\\\\_maxrss)"
 set xlabel "objects on the volume"
-set ylabel "MiB"
+set ylabel "MiB (log scale)"
+set logscale y
+set yrange [1:*]
 plot ${memory%, }
 unset multiplot
 EOF
