@@ -288,7 +288,6 @@ json runJson(const Run& r) {
           {"types", r.types},
           {"actions", actions},
           {"skipped", r.skipped},
-          {"skippedFiles", r.skippedFiles},
           {"remaining", r.remaining},
           {"remainingFixable", r.remaining - r.remainingCorrupted},
           {"remainingCorrupted", r.remainingCorrupted},
@@ -297,6 +296,19 @@ json runJson(const Run& r) {
 }
 
 std::string dumped(const json& j) { return j.dump(-1, ' ', false, json::error_handler_t::replace); }
+
+// A run's fields: its skipped files' names written one by one from where
+// the run keeps them (they may be millions), then the others without their
+// opening brace.
+void writeRunFields(std::ostream& out, const Run& r) {
+  out << "\"skippedFiles\":[";
+  bool first = true;
+  r.skippedFiles.forEach([&](const std::string& name) {
+    out << (first ? "" : ",") << dumped(name);
+    first = false;
+  });
+  out << "]," << dumped(runJson(r)).substr(1);
+}
 
 // Each run's object is written when the run has ended; with its files, the
 // files are written as they are read, first in the object, and the run's
@@ -320,11 +332,12 @@ class JsonOutput : public Output {
     if (files_) {
       for (const Entry& e : entries) entry(run, e);
       if (!inRun_) openFiles();
-      // The run's fields without their opening brace follow the files.
-      out_ << "]," << dumped(runJson(run)).substr(1);
+      // The run's fields follow the files.
+      out_ << "],";
     } else {
-      out_ << (first_ ? "" : ",") << dumped(runJson(run));
+      out_ << (first_ ? "{" : ",{");
     }
+    writeRunFields(out_, run);
     first_ = false;
     inRun_ = false;
   }

@@ -42,6 +42,46 @@ bool Entry::corrupted() const {
   return false;
 }
 
+void NameList::push_back(const std::string& name) {
+  if (count_ == 0 && inMemory_.empty()) file_.reset(tmpfile(), [](FILE* f) { if (f) fclose(f); });
+  ++count_;
+  const uint32_t length = static_cast<uint32_t>(name.size());
+  // Each name reaches the file before the next (a full temporary directory
+  // is noticed at the name it refused).
+  if (!file_ || fwrite(&length, sizeof length, 1, file_.get()) != 1 ||
+      fwrite(name.data(), 1, name.size(), file_.get()) != name.size() || fflush(file_.get()) != 0) {
+    // Keep the rest in memory, after those the file holds whole.
+    if (file_) {
+      std::vector<std::string> held = all();
+      file_.reset();
+      inMemory_ = std::move(held);
+    }
+    inMemory_.push_back(name);
+  }
+}
+
+void NameList::forEach(const std::function<void(const std::string&)>& f) const {
+  if (file_) {
+    FILE* in = file_.get();
+    fflush(in);
+    rewind(in);
+    std::string name;
+    for (uint32_t length; fread(&length, sizeof length, 1, in) == 1;) {
+      name.resize(length);
+      if (length && fread(name.data(), 1, length, in) != length) break;
+      f(name);
+    }
+    fseek(in, 0, SEEK_END);
+  }
+  for (const std::string& name : inMemory_) f(name);
+}
+
+std::vector<std::string> NameList::all() const {
+  std::vector<std::string> names;
+  forEach([&names](const std::string& name) { names.push_back(name); });
+  return names;
+}
+
 std::string Entry::action() const {
   if (fixed && deleted) return "fixed deleted";
   return fixed ? "fixed" : deleted ? "deleted" : "";

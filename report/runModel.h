@@ -3,13 +3,33 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
+#include <functional>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace velkorreport {
+
+// Names kept out of memory, in an unnamed temporary file, and read back in
+// the order they came: a run may skip millions of files. Copies share the
+// file. Without a temporary file the names are kept in memory.
+class NameList {
+ public:
+  void push_back(const std::string& name);
+  size_t size() const { return count_; }
+  // Calls `f` with each name, in order.
+  void forEach(const std::function<void(const std::string&)>& f) const;
+  std::vector<std::string> all() const;
+
+ private:
+  std::shared_ptr<FILE> file_;
+  std::vector<std::string> inMemory_;  // when no temporary file could be made
+  size_t count_ = 0;
+};
 
 // One checked file, as its entry in the run log tells it.
 struct Entry {
@@ -79,7 +99,7 @@ struct Run {
   std::map<std::string, uint64_t> types;     // entries per type
   std::map<std::string, uint64_t> actions;   // "fixed", "deleted"
   std::map<std::string, uint64_t> remainingByProblem;
-  std::vector<std::string> skippedFiles;  // kept only when listSkipped is set
+  NameList skippedFiles;  // kept only when listSkipped is set
   bool listSkipped = true;
   std::set<std::string> volumes;  // the volumes its entries name
 

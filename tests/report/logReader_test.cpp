@@ -101,7 +101,7 @@ TEST(LogReader, RunsAsVelkorWritesThemInBlocksOfAnySize) {
     EXPECT_LE(fix.start.seconds, fix.end.seconds);
     EXPECT_EQ(4u, fix.entries);
     EXPECT_EQ(1u, fix.skipped);
-    EXPECT_EQ((std::vector<std::string>{"/b"}), fix.skippedFiles);
+    EXPECT_EQ((std::vector<std::string>{"/b"}), fix.skippedFiles.all());
     EXPECT_EQ(1u, fix.remaining) << "only /d: /a was fixed, /c deleted, /b skipped";
     EXPECT_EQ(1u, fix.actions.at("fixed"));
     EXPECT_EQ(1u, fix.actions.at("deleted"));

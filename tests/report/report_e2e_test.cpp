@@ -196,6 +196,8 @@ void checkFirstVolumesRuns(const LoggedRuns& r, const json& runs) {
   EXPECT_EQ("VOL1", list["target"]);
   EXPECT_EQ(problemFiles(r.expected["list"]), list["remaining"].get<uint64_t>());
   EXPECT_EQ(r.expected["list"]["openSkipped"], list["skipped"]);
+  ASSERT_EQ(list["skipped"], list["skippedFiles"].size());
+  for (const json& name : list["skippedFiles"]) EXPECT_EQ('/', name.get<std::string>().at(0)) << name;
   EXPECT_EQ(list["skipped"].get<uint64_t>() + list["remaining"].get<uint64_t>(), list["entries"].get<uint64_t>());
   const json& fix = runs[1];
   EXPECT_EQ("fix-all", fix["operation"]) << "the long option";
