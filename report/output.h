@@ -11,6 +11,7 @@
 
 #include "report.h"
 #include "runModel.h"
+#include "velkor/terminalText.h"
 
 namespace velkorreport {
 
@@ -33,10 +34,7 @@ class Output {
 // The output the options ask for.
 std::unique_ptr<Output> makeOutput(const Options& options, std::ostream& out);
 
-// Text for a terminal: control bytes, backslashes and bytes that are not
-// UTF-8 written as C escapes (\n, \\, \x1b, \xff), the C1 controls and the
-// bidirectional formatting characters as \u escapes (\u009b, \u202e); other
-// text as it is.
-std::string printable(std::string_view text);
+// Text for a terminal (velkor/terminalText.h).
+using velkor::printable;
 
 }  // namespace velkorreport

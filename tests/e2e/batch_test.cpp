@@ -105,6 +105,7 @@ TEST(Batch, FileOperationsQuestionAndErrors) {
   json beasts = fixable["beasts"];
   beasts.push_back(plainFile(2000, "/good"));
   beasts.push_back(compressedFile(3000, "/corrupt"));  // its compressed data is missing
+  beasts.push_back(plainFile(4000, "/x\x1b[2J\x1b]0;owned\x07y"));  // a name that would command the terminal
   Simulator sim = Simulator::withFixture(volume(beasts, fixable["compBeasts"]).dump());
   TempDir dir;
   std::string out;
@@ -117,6 +118,9 @@ TEST(Batch, FileOperationsQuestionAndErrors) {
   EXPECT_EQ(1, runBatch(sim, {"-d", "/media/kvf/VOL1/corrupt"}, dir.path(), &out)) << out;
   EXPECT_NE(std::string::npos, out.find("/corrupt: compBeastNotFound, deleted")) << out;
   EXPECT_EQ(0, runBatch(sim, {"-c", "/media/kvf/VOL1/good"}, dir.path(), &out)) << out;
+  EXPECT_EQ(0, runBatch(sim, {"-l", "/media/kvf/VOL1/x\x1b[2J\x1b]0;owned\x07y"}, dir.path(), &out)) << out;
+  EXPECT_NE(std::string::npos, out.find("/x\\x1b[2J\\x1b]0;owned\\x07y: good, checked")) << out;
+  EXPECT_NE(std::string::npos, out.find("--list /media/kvf/VOL1/x\\x1b[2J\\x1b]0;owned\\x07y: 1 objects")) << out;
   VelkorTerminal::Options withConfig = batch(dir.path());
   withConfig.cfg = "/DaysUntouchedBeforeCompression=0\n";
   VelkorTerminal candidate(sim, {"-b", "/media/kvf/VOL1/good"}, withConfig);

@@ -19,6 +19,7 @@
 #include "velkor/logElements.h"
 #include "velkor/operations.h"
 #include "velkor/runLog.h"
+#include "velkor/terminalText.h"
 #include "velkor/velkor.h"
 #include "velkor/volumeLock.h"
 
@@ -133,7 +134,7 @@ int usageError(const std::string& message) {
 }  // namespace
 
 BatchView::BatchView(const BatchSettings& settings, unsigned int operation, const char* target)
-    : settings_(settings), operation_(operation), target_(target) {
+    : settings_(settings), operation_(operation), target_(printable(target)) {
   start_ = lastLine_ = monotonicNow();
 }
 
@@ -153,7 +154,7 @@ void BatchView::showFile(UncompBeastInfo* file, CompBeastInfo* compData, char* n
                  stats_ ? stats_->actionRefused : std::string());
   if (!volumeLevel) ++done_;  // a scan counts its objects in objectDone
   if (!volumeLevel && !settings_.quiet)
-    printf("%s: %s, %s\n", name ? name : target_.c_str(), problemNames(problems).c_str(),
+    printf("%s: %s, %s\n", name ? printable(name).c_str() : target_.c_str(), problemNames(problems).c_str(),
            fixed ? "fixed" : deleted ? "deleted" : "checked");
 }
 
@@ -220,14 +221,12 @@ std::string BatchView::drawnLines() const {
 
 std::string BatchView::summary(const char* status) const {
   const double seconds = secondsSince(start_, monotonicNow());
-  char text[512];
-  snprintf(text, sizeof text,
-           "%s: --%s %s: %llu objects in %.1f s (%.0f/s); %llu problem files (%llu fixed, %llu deleted, %llu left); %s",
-           appName, operationName(operation_), target_.c_str(), static_cast<unsigned long long>(done_), seconds,
-           seconds > 0 ? done_ / seconds : 0.0, static_cast<unsigned long long>(found_),
-           static_cast<unsigned long long>(fixed_), static_cast<unsigned long long>(deleted_),
-           static_cast<unsigned long long>(found_ - resolved_), status);
-  return text;
+  char figures[256];
+  snprintf(figures, sizeof figures, "%llu objects in %.1f s (%.0f/s); %llu problem files (%llu fixed, %llu deleted, %llu left)",
+           static_cast<unsigned long long>(done_), seconds, seconds > 0 ? done_ / seconds : 0.0,
+           static_cast<unsigned long long>(found_), static_cast<unsigned long long>(fixed_),
+           static_cast<unsigned long long>(deleted_), static_cast<unsigned long long>(found_ - resolved_));
+  return std::string(appName) + ": --" + operationName(operation_) + " " + target_ + ": " + figures + "; " + status;
 }
 
 int BatchView::verdict() const {
@@ -258,7 +257,7 @@ int readCommandLine(int argc, char** argv, CommandLine* line, BatchSettings* set
     case ParseEnd::noOperand: return usageError("missing VOLUMENAME or FILENAME argument.");
   }
   if (line->operand + 1 < argc)
-    return usageError(std::string("unexpected argument '") + argv[line->operand + 1] + "'.");
+    return usageError("unexpected argument '" + printable(argv[line->operand + 1]) + "'.");
 
   settings->progress = isatty(STDERR_FILENO) ? 10 : 0;
   for (const auto& [option, argument] : line->extras) {
@@ -266,7 +265,7 @@ int readCommandLine(int argc, char** argv, CommandLine* line, BatchSettings* set
     if (option == kBatchQuiet) settings->quiet = true;
     if (option == kBatchProgress && !argument) settings->progress = 10;
     if (option == kBatchProgress && argument && !parseSeconds(argument, &settings->progress))
-      return usageError(std::string("--progress takes a number of seconds from 1 to 86400, not '") + argument + "'.");
+      return usageError("--progress takes a number of seconds from 1 to 86400, not '" + printable(argument) + "'.");
   }
   if (settings->quiet) settings->progress = 0;
   return -1;
@@ -311,7 +310,8 @@ int batchMain(int argc, char** argv) {
   } catch (const KVFError& e) {
     LogError(e);
     error = true;
-    fprintf(stderr, "%s: %s\n", appName, errorWords(e, operation, path.get(), stats.processed == 0).c_str());
+    fprintf(stderr, "%s: %s\n", appName,
+            errorWords(e, operation, printable(path.get()).c_str(), stats.processed == 0).c_str());
   }
 
   int status = view.verdict();
