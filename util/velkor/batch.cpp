@@ -125,11 +125,7 @@ void batchUsage() {
   std::cout.flush();
 }
 
-int usageError(const std::string& message) {
-  if (!message.empty()) fprintf(stderr, "%s: %s\n", appName, message.c_str());
-  fprintf(stderr, "Try '%s --help' for more information.\n", appName);
-  return kBatchUsage;
-}
+int usageError(const std::string& message) { return failWithTry(message, kBatchUsage); }
 
 }  // namespace
 
@@ -242,19 +238,15 @@ int readCommandLine(int argc, char** argv, CommandLine* line, BatchSettings* set
   static const std::vector<struct option> options = batchLongOptions();
   *line = parseCommandLine(argc, argv, kShortOptions, true, options.data());
   if (line->logPath) logPath = line->logPath;
-  switch (line->end) {
-    case ParseEnd::operand: break;
-    case ParseEnd::parserError: return usageError("");
-    case ParseEnd::help: batchUsage(); return 0;
-    case ParseEnd::version:
-      std::cout << appName << " (KVF) " << appVersion << std::endl;
-      return 0;
-    case ParseEnd::pathIsOption: return usageError("option '-p' requires an argument.");
-    case ParseEnd::invalidOption:
-      return usageError(std::string("option '-") + static_cast<char>(line->invalidLetter) + "' is invalid.");
-    case ParseEnd::noOperation: return usageError("missing VOPTION or FOPTION argument.");
-    case ParseEnd::manyOperations: return usageError("more than one VOPTION or FOPTION found.");
-    case ParseEnd::noOperand: return usageError("missing VOLUMENAME or FILENAME argument.");
+  std::string problem;
+  if (commandLineError(*line, &problem)) return usageError(problem);
+  if (line->end == ParseEnd::help) {
+    batchUsage();
+    return 0;
+  }
+  if (line->end == ParseEnd::version) {
+    std::cout << appName << " (KVF) " << appVersion << std::endl;
+    return 0;
   }
   if (line->operand + 1 < argc)
     return usageError("unexpected argument '" + printable(argv[line->operand + 1]) + "'.");

@@ -24,16 +24,29 @@ const char* appVersion = "1.00";
 const char* logPath = "./velkor.log";
 const char* VELKOR_ShortOptions = velkor::kShortOptions;
 
-namespace {
-
-
-int failWithTry(const char* message) {
-  if (message) fprintf(stderr, "%s: %s\n", appName, message);
+int failWithTry(const std::string& message, int status) {
+  if (!message.empty()) fprintf(stderr, "%s: %s\n", appName, message.c_str());
   fprintf(stderr, "Try '%s --help' for more information.\n", appName);
-  return 1;
+  return status;
 }
 
-}  // namespace
+bool commandLineError(const velkor::CommandLine& line, std::string* message) {
+  message->clear();
+  switch (line.end) {
+    case velkor::ParseEnd::operand:
+    case velkor::ParseEnd::help:
+    case velkor::ParseEnd::version: return false;
+    case velkor::ParseEnd::parserError: break;  // the parser has said why
+    case velkor::ParseEnd::pathIsOption: *message = "option '-p' requires an argument."; break;
+    case velkor::ParseEnd::invalidOption:
+      *message = std::string("option '-") + static_cast<char>(line.invalidLetter) + "' is invalid.";
+      break;
+    case velkor::ParseEnd::noOperation: *message = "missing VOPTION or FOPTION argument."; break;
+    case velkor::ParseEnd::manyOperations: *message = "more than one VOPTION or FOPTION found."; break;
+    case velkor::ParseEnd::noOperand: *message = "missing VOLUMENAME or FILENAME argument."; break;
+  }
+  return true;
+}
 
 char* formObjectPath(unsigned int operation, const char* argument) {
   if (velkor::isVolumeOperation(operation) || argument[0] == '/') {
@@ -122,11 +135,9 @@ int velkorMain(int argc, char** argv) {
 
   const velkor::CommandLine line = velkor::parseCommandLine(argc, argv, VELKOR_ShortOptions);
   if (line.logPath) logPath = line.logPath;
+  std::string problem;
+  if (commandLineError(line, &problem)) return failWithTry(problem);
   switch (line.end) {
-    case velkor::ParseEnd::operand:
-      break;
-    case velkor::ParseEnd::parserError:
-      return failWithTry(nullptr);
     case velkor::ParseEnd::help:
       VELKOR_Usage(logPath);
       exit(0);
@@ -134,17 +145,8 @@ int velkorMain(int argc, char** argv) {
       std::cout << appName << " (KVF) " << appVersion << "\n"
                 << "Copyright (C) 2026 The velkor developers. All rights reserved." << std::endl;
       exit(0);
-    case velkor::ParseEnd::pathIsOption:
-      return failWithTry("option '-p' requires an argument.");
-    case velkor::ParseEnd::invalidOption:
-      fprintf(stderr, "%s: option '-%c' is invalid.\n", appName, line.invalidLetter);
-      return failWithTry(nullptr);
-    case velkor::ParseEnd::noOperation:
-      return failWithTry("missing VOPTION or FOPTION argument.");
-    case velkor::ParseEnd::manyOperations:
-      return failWithTry("more than one VOPTION or FOPTION found.");
-    case velkor::ParseEnd::noOperand:
-      return failWithTry("missing VOLUMENAME or FILENAME argument.");
+    default:
+      break;
   }
   const unsigned int operation = line.operation;
   const bool checkHeader = line.checkHeader;
