@@ -307,7 +307,7 @@ int batchMain(int argc, char** argv) {
   }
 
   int status = view.verdict();
-  const char* text = finishedStatusText(error, stats);
+  const char* text = finishedStatusText(finishedAs(error, stats));
   if (stopSignal != 0) {
     text = kStoppedBySignal;
     status |= kBatchStopped;

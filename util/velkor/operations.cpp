@@ -28,9 +28,18 @@ void runOperation(unsigned int operation, char* path, unsigned long noHeader, Co
   }
 }
 
-const char* finishedStatusText(bool error, const CompStats& stats) {
-  if (error) return "finished with error";
-  if (stats.corrupted != 0 || stats.fixable != 0) return "finished with problem files found";
+Finished finishedAs(bool error, const CompStats& stats) {
+  if (error) return Finished::kWithError;
+  if (stats.corrupted != 0 || stats.fixable != 0) return Finished::kWithProblemFiles;
+  return Finished::kSuccessfully;
+}
+
+const char* finishedStatusText(Finished how) {
+  switch (how) {
+    case Finished::kWithError: return "finished with error";
+    case Finished::kWithProblemFiles: return "finished with problem files found";
+    case Finished::kSuccessfully: break;
+  }
   return "finished successfully";
 }
 

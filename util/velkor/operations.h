@@ -12,9 +12,11 @@ class CompStats;
 // An unknown code does nothing. KVFError passes to the caller.
 void runOperation(unsigned int operation, char* path, unsigned long noHeader, CompStats* stats);
 
-// The final status of an operation that ran to its end: "finished with
-// error", "finished with problem files found" (a fixable or corrupted file
-// was counted) or "finished successfully".
-const char* finishedStatusText(bool error, const CompStats& stats);
+// How an operation that ran to its end ended, and the final status text of
+// each: "finished with error", "finished with problem files found" (a
+// fixable or corrupted file was counted) or "finished successfully".
+enum class Finished { kSuccessfully, kWithProblemFiles, kWithError };
+Finished finishedAs(bool error, const CompStats& stats);
+const char* finishedStatusText(Finished how);
 
 }  // namespace velkor

@@ -291,8 +291,11 @@ void VELKOR_UserInterface::setStatusLocked(Status status) {
     bool noAbort = operation == opFixStats || !isVolumeOperation(operation);
     screen->OutputToScreenWithAttribute(kAttrText, "STATUS: %s", noAbort ? "running" : "running, press <ESC> to abort");
   } else {
-    const char* text = finishedStatusText(error, *stats);
-    int attribute = error ? kAttrWarning : strcmp(text, "finished successfully") != 0 ? kAttrAlert : kAttrText;
+    const Finished how = finishedAs(error, *stats);
+    const char* text = finishedStatusText(how);
+    int attribute = how == Finished::kWithError          ? kAttrWarning
+                    : how == Finished::kWithProblemFiles ? kAttrAlert
+                                                         : kAttrText;
     if (aborted) {
       text = "user aborted";
       attribute = kAttrAlert;
