@@ -478,9 +478,11 @@ int main(int argc, char** argv) {
   for (const SizeResult& r : results) {
     char fix[32] = "-";
     if (r.fixRan) snprintf(fix, sizeof fix, "%.0f", r.fixRate);
-    printf("  %9" PRIu64 " %7.3f %16.1f %16.1f %9.3f %6.2f/%-6.2f %6ld/%-6ld %11.0f %11s %11.0f\n", r.objects,
+    char batch[32] = "-";
+    if (!r.batchRate.empty()) snprintf(batch, sizeof batch, "%.0f", median(r.batchRate));
+    printf("  %9" PRIu64 " %7.3f %16.1f %16.1f %9.3f %6.2f/%-6.2f %6ld/%-6ld %11.0f %11s %11s\n", r.objects,
            median(r.ratio), median(r.baselineCpu), median(r.velkorCpu), median(r.cpuRatio), median(r.baselineIo),
-           median(r.velkorIo), r.baselineHwm, r.velkorHwm, median(r.listRate), fix, median(r.batchRate));
+           median(r.velkorIo), r.baselineHwm, r.velkorHwm, median(r.listRate), fix, batch);
   }
 
   printf("\ntargets (goals, printed; %s)\n", smoke ? "a smoke run judges none of them" : "not tests");
