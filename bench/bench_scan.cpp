@@ -359,25 +359,28 @@ std::vector<uint64_t> parseSizes(const char* text) {
   return out;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+struct Options {
   std::vector<uint64_t> sizes = {10000, 100000};
   int rounds = 1;
   uint64_t seed = 1;
   bool withFix = true, check = false, smoke = false, syscalls = true, withBatch = true;
+};
+
+// Reads the command line; sets the binaries' globals and opens the figures
+// file. Returns -1 to go on, or the exit status.
+int parseArgs(int argc, char** argv, Options& o) {
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
-    if (a == "--objects" && i + 1 < argc) sizes = parseSizes(argv[++i]);
-    else if (a == "--rounds" && i + 1 < argc) rounds = std::max(1, atoi(argv[++i]));
-    else if (a == "--seed" && i + 1 < argc) seed = strtoull(argv[++i], nullptr, 10);
-    else if (a == "--no-fix") withFix = false;
-    else if (a == "--no-syscalls") syscalls = false;
-    else if (a == "--check-requests") check = true;
-    else if (a == "--smoke") smoke = true;
+    if (a == "--objects" && i + 1 < argc) o.sizes = parseSizes(argv[++i]);
+    else if (a == "--rounds" && i + 1 < argc) o.rounds = std::max(1, atoi(argv[++i]));
+    else if (a == "--seed" && i + 1 < argc) o.seed = strtoull(argv[++i], nullptr, 10);
+    else if (a == "--no-fix") o.withFix = false;
+    else if (a == "--no-syscalls") o.syscalls = false;
+    else if (a == "--check-requests") o.check = true;
+    else if (a == "--smoke") o.smoke = true;
     else if (a == "--velkor" && i + 1 < argc) velkorBinary = argv[++i];
     else if (a == "--keep" && i + 1 < argc) keepDir = argv[++i];
-    else if (a == "--no-batch") withBatch = false;
+    else if (a == "--no-batch") o.withBatch = false;
     else if (a == "--figures" && i + 1 < argc) {
       const char* path = argv[++i];
       bool fresh = access(path, F_OK) != 0;
@@ -395,81 +398,81 @@ int main(int argc, char** argv) {
   if (char* absolute = realpath(velkorBinary.c_str(), nullptr)) velkorBinary = absolute, free(absolute);
   baselineBinary = testsupport::binaryPath("bench/bench_baseline");
   batchBinary = testsupport::binaryPath("util/velkor/velkor-batch");
-  setvbuf(stdout, nullptr, _IOLBF, 0);
-  printf("load average at the start: %.2f\n", loadAverage());
+  return -1;
+}
 
-  bool failed = false;
-  if (check && !checkRequests(200, seed)) failed = true;
+Simulator::Options generated(uint64_t n, uint64_t seed) {
+  Simulator::Options o;
+  o.generate = n;
+  o.seed = seed;
+  o.requestLog = false;
+  return o;
+}
 
-  std::vector<SizeResult> results;
-  for (uint64_t n : sizes) {
-    SizeResult r;
-    r.objects = n;
-    // A timeout far beyond any expected run: ten milliseconds an object.
-    auto timeout = std::chrono::seconds(120 + n / 100);
-    printf("\n%" PRIu64 " objects (seed %" PRIu64 ", load %.2f)\n", n, seed, loadAverage());
-    printf("  %-10s %9s %12s %11s %11s %12s\n", "run", "wall s", "CPU us/obj", "rd+wr/obj", "peak KiB", "objects/s");
-    {
-      Simulator::Options o;
-      o.generate = n;
-      o.seed = seed;
-      o.requestLog = false;
-      Simulator sim(o);
-      nlohmann::json expected = sim.expected();
-      for (int round = 0; round < rounds; ++round) {
-        // velkor first: on a long run that must be cut short, its row is
-        // the one the targets need.
-        Figures v = runVelkor(sim, "-L", timeout);
-        if (v.ok && !countsMatch(v.screen, expected.at("list"), &v.note)) v.ok = false;
-        printRow("velkor -L", n, v, v.ok ? "" : "FAILED: " + v.note);
-        Figures b = runBaseline(sim, timeout);
-        std::string visited = b.screen.empty() ? "" : b.screen[0];
-        if (visited != "Processed Files: " + std::to_string(n)) b.ok = false, b.note += "visited: " + visited + "; ";
-        char extra[96] = "";
-        if (b.wall > 0 && b.cpu > 0)
-          snprintf(extra, sizeof extra, "velkor's wall ratio %.3f, CPU ratio %.3f", v.wall / b.wall, v.cpu / b.cpu);
-        printRow("baseline", n, b, (b.ok ? "" : "FAILED: " + b.note) + extra);
-        if (!b.ok || !v.ok) {
-          failed = true;
-          continue;
-        }
-        double objects = static_cast<double>(n);
-        r.ratio.push_back(v.wall / b.wall);
-        r.cpuRatio.push_back(b.cpu > 0 ? v.cpu / b.cpu : 0);
-        r.baselineCpu.push_back(b.cpu * 1e6 / objects);
-        r.velkorCpu.push_back(v.cpu * 1e6 / objects);
-        r.baselineIo.push_back(b.ioCalls / objects);
-        r.velkorIo.push_back(v.ioCalls / objects);
-        r.listRate.push_back(objects / v.wall);
-        r.velkorHwm = std::max(r.velkorHwm, v.hwmKb);
-        r.baselineHwm = std::max(r.baselineHwm, b.hwmKb);
-        if (!withBatch) continue;
-        Figures batch = runBatch(sim, n, timeout);
-        snprintf(extra, sizeof extra, "%.2f x velkor's objects/s", v.wall / batch.wall);
-        printRow("batch -L", n, batch, (batch.ok ? "" : "FAILED: " + batch.note) + extra);
-        if (!batch.ok) failed = true;
-        else r.batchRate.push_back(objects / batch.wall);
-      }
-    }
-    if (withFix) {
-      Simulator::Options o;
-      o.generate = n;
-      o.seed = seed;
-      o.requestLog = false;
-      Simulator fresh(o);
-      Figures f = runVelkor(fresh, "-F", timeout);
-      if (f.ok && !countsMatch(f.screen, fresh.expected().at("fix"), &f.note)) f.ok = false;
-      printRow("velkor -F", n, f, f.ok ? "" : "FAILED: " + f.note);
-      if (!f.ok) failed = true;
-      r.fixRate = f.wall > 0 ? static_cast<double>(n) / f.wall : 0;
-      r.fixRan = true;
-    }
-    results.push_back(r);
+// One round on a volume of n objects: velkor -L, the baseline, and
+// velkor-batch -L when asked. Adds the figures to r; false when a run failed.
+bool listRound(const Simulator& sim, const nlohmann::json& expected, const Options& o, std::chrono::seconds timeout,
+               SizeResult& r) {
+  const uint64_t n = r.objects;
+  // velkor first: on a long run that must be cut short, its row is the one
+  // the targets need.
+  Figures v = runVelkor(sim, "-L", timeout);
+  if (v.ok && !countsMatch(v.screen, expected.at("list"), &v.note)) v.ok = false;
+  printRow("velkor -L", n, v, v.ok ? "" : "FAILED: " + v.note);
+  Figures b = runBaseline(sim, timeout);
+  std::string visited = b.screen.empty() ? "" : b.screen[0];
+  if (visited != "Processed Files: " + std::to_string(n)) b.ok = false, b.note += "visited: " + visited + "; ";
+  char extra[96] = "";
+  if (b.wall > 0 && b.cpu > 0)
+    snprintf(extra, sizeof extra, "velkor's wall ratio %.3f, CPU ratio %.3f", v.wall / b.wall, v.cpu / b.cpu);
+  printRow("baseline", n, b, (b.ok ? "" : "FAILED: " + b.note) + extra);
+  if (!b.ok || !v.ok) return false;
+  double objects = static_cast<double>(n);
+  r.ratio.push_back(v.wall / b.wall);
+  r.cpuRatio.push_back(b.cpu > 0 ? v.cpu / b.cpu : 0);
+  r.baselineCpu.push_back(b.cpu * 1e6 / objects);
+  r.velkorCpu.push_back(v.cpu * 1e6 / objects);
+  r.baselineIo.push_back(b.ioCalls / objects);
+  r.velkorIo.push_back(v.ioCalls / objects);
+  r.listRate.push_back(objects / v.wall);
+  r.velkorHwm = std::max(r.velkorHwm, v.hwmKb);
+  r.baselineHwm = std::max(r.baselineHwm, b.hwmKb);
+  if (!o.withBatch) return true;
+  Figures batch = runBatch(sim, n, timeout);
+  snprintf(extra, sizeof extra, "%.2f x velkor's objects/s", v.wall / batch.wall);
+  printRow("batch -L", n, batch, (batch.ok ? "" : "FAILED: " + batch.note) + extra);
+  if (!batch.ok) return false;
+  r.batchRate.push_back(objects / batch.wall);
+  return true;
+}
+
+// Every run at one size; sets *failed when one failed.
+SizeResult measureSize(uint64_t n, const Options& o, bool* failed) {
+  SizeResult r;
+  r.objects = n;
+  // A timeout far beyond any expected run: ten milliseconds an object.
+  auto timeout = std::chrono::seconds(120 + n / 100);
+  printf("\n%" PRIu64 " objects (seed %" PRIu64 ", load %.2f)\n", n, o.seed, loadAverage());
+  printf("  %-10s %9s %12s %11s %11s %12s\n", "run", "wall s", "CPU us/obj", "rd+wr/obj", "peak KiB", "objects/s");
+  {
+    Simulator sim(generated(n, o.seed));
+    nlohmann::json expected = sim.expected();
+    for (int round = 0; round < o.rounds; ++round)
+      if (!listRound(sim, expected, o, timeout, r)) *failed = true;
   }
+  if (o.withFix) {
+    Simulator fresh(generated(n, o.seed));
+    Figures f = runVelkor(fresh, "-F", timeout);
+    if (f.ok && !countsMatch(f.screen, fresh.expected().at("fix"), &f.note)) f.ok = false;
+    printRow("velkor -F", n, f, f.ok ? "" : "FAILED: " + f.note);
+    if (!f.ok) *failed = true;
+    r.fixRate = f.wall > 0 ? static_cast<double>(n) / f.wall : 0;
+    r.fixRan = true;
+  }
+  return r;
+}
 
-  SyscallFigures calls;
-  if (syscalls && !smoke) calls = countSyscalls(seed);
-
+void printSummary(const std::vector<SizeResult>& results, int rounds) {
   printf("\nsummary: medians of %d round%s (load %.2f at the end)\n", rounds, rounds == 1 ? "" : "s", loadAverage());
   printf("  %9s %7s %16s %16s %9s %13s %13s %11s %11s %11s\n", "objects", "wall", "CPU us/obj", "CPU us/obj", "CPU",
          "rd+wr/obj", "peak KiB", "-L", "-F", "batch -L");
@@ -484,7 +487,9 @@ int main(int argc, char** argv) {
            median(r.ratio), median(r.baselineCpu), median(r.velkorCpu), median(r.cpuRatio), median(r.baselineIo),
            median(r.velkorIo), r.baselineHwm, r.velkorHwm, median(r.listRate), fix, batch);
   }
+}
 
+void printTargets(const std::vector<SizeResult>& results, const SyscallFigures& calls, bool smoke) {
   printf("\ntargets (goals, printed; %s)\n", smoke ? "a smoke run judges none of them" : "not tests");
   const SizeResult *at10k = nullptr, *at100k = nullptr;
   for (const SizeResult& r : results) {
@@ -522,6 +527,24 @@ int main(int argc, char** argv) {
            rate >= 0.90 ? "met" : "MISSED");
   }
 
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options o;
+  if (int status = parseArgs(argc, argv, o); status >= 0) return status;
+  setvbuf(stdout, nullptr, _IOLBF, 0);
+  printf("load average at the start: %.2f\n", loadAverage());
+
+  bool failed = false;
+  if (o.check && !checkRequests(200, o.seed)) failed = true;
+  std::vector<SizeResult> results;
+  for (uint64_t n : o.sizes) results.push_back(measureSize(n, o, &failed));
+  SyscallFigures calls;
+  if (o.syscalls && !o.smoke) calls = countSyscalls(o.seed);
+  printSummary(results, o.rounds);
+  printTargets(results, calls, o.smoke);
   if (failed) printf("\nsome runs FAILED (see above)\n");
   return failed ? 1 : 0;
 }

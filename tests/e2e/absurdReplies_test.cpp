@@ -85,6 +85,9 @@ struct AbsurdCase {
   std::string error;  // the end of the error element: number, its name, message
 };
 
+// gtest names a failing case by this rather than by its bytes.
+void PrintTo(const AbsurdCase& c, std::ostream* out) { *out << c.name; }
+
 // (Spelled out: the cases are made before another file's kVol may be.)
 const std::vector<std::string> kFix = {"-F", "VOL1"}, kClear = {"-C", "VOL1"}, kOne = {"-f", "/media/kvf/VOL1/f0"};
 
