@@ -1,5 +1,7 @@
 #include "runModel.h"
 
+#include <algorithm>
+
 #include "velkor/commandLine.h"
 #include "velkor/logElements.h"
 #include "velkor/velkorTypes.h"
@@ -43,16 +45,19 @@ bool Entry::corrupted() const {
 }
 
 void NameList::push_back(const std::string& name) {
-  if (count_ == 0 && inMemory_.empty()) file_.reset(tmpfile(), [](FILE* f) { if (f) fclose(f); });
+  if (count_ == 0) file_.reset(tmpfile(), [](FILE* f) { if (f) fclose(f); });
   ++count_;
   const uint32_t length = static_cast<uint32_t>(name.size());
   // Each name reaches the file before the next (a full temporary directory
   // is noticed at the name it refused).
   if (!file_ || fwrite(&length, sizeof length, 1, file_.get()) != 1 ||
       fwrite(name.data(), 1, name.size(), file_.get()) != name.size() || fflush(file_.get()) != 0) {
-    // Keep the rest in memory, after those the file holds whole.
+    // Keep the rest in memory, after those the file holds whole. A name
+    // whose flush failed may yet reach the file when it is read back: only
+    // the names before it are taken from there.
     if (file_) {
       std::vector<std::string> held = all();
+      held.resize(std::min(held.size(), count_ - 1));
       file_.reset();
       inMemory_ = std::move(held);
     }

@@ -2,7 +2,9 @@
 // cut-off and interleaved runs, stray text, and names holding any bytes; and
 // the report's outputs of such names.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <csignal>
 #include <ctime>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -256,4 +258,25 @@ TEST(LogReader, SkippedEntryIsNeverAlsoRemaining) {
                                        &entry));
   EXPECT_TRUE(entry.skipped());
   EXPECT_FALSE(entry.remains());
+}
+
+// A run's skipped names are kept in a temporary file; when the file refuses a
+// name (here: the file-size limit, met partway through a name), that name and
+// those after it are kept in memory, each name once and in the order read.
+TEST(LogReader, SkippedNamesOutlastAFullTemporaryFile) {
+  struct rlimit old;
+  ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &old));
+  void (*oldHandler)(int) = signal(SIGXFSZ, SIG_IGN);
+  const struct rlimit small = {100, old.rlim_max};
+  velkorreport::NameList names;
+  std::vector<std::string> expected;
+  ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &small));
+  for (int i = 0; i < 20; ++i) {
+    expected.push_back("/dir/file" + std::to_string(i));
+    names.push_back(expected.back());
+  }
+  ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &old));
+  signal(SIGXFSZ, oldHandler);
+  EXPECT_EQ(20u, names.size());
+  EXPECT_EQ(expected, names.all());
 }
