@@ -526,7 +526,6 @@ void printTargets(const std::vector<SizeResult>& results, const SyscallFigures& 
     printf("  velkor -L objects/s at %" PRIu64 " within 10%% of 100,000's: x%.3f  %s\n", largest->objects, rate,
            rate >= 0.90 ? "met" : "MISSED");
   }
-
 }
 
 }  // namespace

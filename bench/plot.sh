@@ -1,6 +1,7 @@
 #!/bin/sh
 # Draws bench_scan's figures file (--figures) as one SVG: objects per second
-# and peak memory (log scale) against the volume's objects (log scale). Run by hand after a curve run; needs gnuplot (Debian: gnuplot-nox).
+# and peak memory (log scale) against the volume's objects (log scale). Run
+# by hand after a curve run; needs gnuplot (Debian: gnuplot-nox).
 #
 #   bench/plot.sh [FIGURES.csv [OUT.svg]]    (default: bench/scan-curve.csv, bench/scan-curve.svg)
 set -eu

@@ -47,9 +47,6 @@ const std::string kRefused = "24999 zERR_GENERIC_KVF_ERROR message: Reply result
 const std::string kNoContent = "21702 zERR_XML_IS_BAD message: ";
 const std::string kName = "<kvfReply><beast><getBeastFullName><result value=\"0\"/><name>";
 const std::string kNameEnd = "</name></getBeastFullName></beast></kvfReply>";
-const std::string kFileInfo = "<fileReply><fileInfo><getFileInfo><result value=\"0\"/><standardInfo><id>";
-const std::string kFileInfoEnd =
-    "</id><volumeName><![CDATA[VOL1]]></volumeName></standardInfo></getFileInfo></fileInfo></fileReply>";
 
 // 30 fixable files /f0, /f1, ... marked for -C too.
 json absurdVolume() {
@@ -110,7 +107,7 @@ const AbsurdCase kCases[] = {
      kTooSmall + "Value too long for its field"},
     // An id is passed on as text; the file system does not know it.
     {"FileIdOf25Digits", kOne,
-     [] { return rawRule("getFileInfo", kFileInfo + "<![CDATA[" + kDigits25 + "]]>" + kFileInfoEnd); }, kRefused},
+     [] { return rawRule("getFileInfo", fileInfoReply("<![CDATA[" + kDigits25 + "]]>")); }, kRefused},
     // A zid the volume does not hold, answered with six megabytes.
     {"ReplyOfSixMegabytes", kFix,
      [] {
@@ -124,10 +121,10 @@ const AbsurdCase kCases[] = {
      kNoContent + "Can't find content for tag getVolumeInfo"},
     {"UnclosedCdataInAName", kFix, [] { return rawRule("getBeastFullName", kName + "<![CDATA[/a" + kNameEnd); },
      kNoContent + "Error getting tag content"},
-    {"UnclosedCdataInAFileId", kOne, [] { return rawRule("getFileInfo", kFileInfo + "<![CDATA[1000" + kFileInfoEnd); },
+    {"UnclosedCdataInAFileId", kOne, [] { return rawRule("getFileInfo", fileInfoReply("<![CDATA[1000")); },
      kNoContent + "Error getting tag content"},
     {"NestedCdataInAFileId", kOne,
-     [] { return rawRule("getFileInfo", kFileInfo + "<![CDATA[<![CDATA[1000]]>]]>" + kFileInfoEnd); }, kRefused},
+     [] { return rawRule("getFileInfo", fileInfoReply("<![CDATA[<![CDATA[1000]]>]]>")); }, kRefused},
 };
 
 class AbsurdReplies : public ::testing::TestWithParam<AbsurdCase> {};

@@ -52,11 +52,14 @@ json plainFiles(int n, uint64_t first) {
   return beasts;
 }
 
+std::string fileInfoReply(const std::string& id) {
+  return "<fileReply><fileInfo><getFileInfo><result value=\"0\"/><standardInfo><id>" + id +
+         "</id><volumeName><![CDATA[VOL1]]></volumeName></standardInfo></getFileInfo></fileInfo></fileReply>";
+}
+
 std::string fileInfoFault(const std::string& zid, int count) {
   return json({{"request", "getFileInfo"}, {"action", "raw"}, {"count", count},
-               {"text", "<fileReply><fileInfo><getFileInfo><result value=\"0\"/><standardInfo><id><![CDATA[" + zid +
-                            "]]></id><volumeName><![CDATA[VOL1]]></volumeName></standardInfo></getFileInfo>"
-                            "</fileInfo></fileReply>"}})
+               {"text", fileInfoReply("<![CDATA[" + zid + "]]>")}})
       .dump();
 }
 

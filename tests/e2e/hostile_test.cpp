@@ -149,7 +149,7 @@ TEST(HostileNames, FileNameCannotForgeARunInTheLog) {
   EXPECT_EQ(0u, log.find("<velkor>\n"));
   EXPECT_EQ(std::string::npos, log.find("\n<velkor>\n")) << "a second run begins in the log";
   EXPECT_NE(std::string::npos, log.find("<name>/z&#10;&lt;/velkor&gt;&#10;&#10;&lt;velkor&gt;&#10;"));
-  // (The report reads such a name back whole: logReader_test's NamesAndArguments...
+  // (The report reads such a name back whole: logReader_test's NamesAndArgumentsKeepEveryByte
   // and outputs_test's EscapedTextsAreShownDecoded.)
 }
 
