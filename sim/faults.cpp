@@ -9,7 +9,7 @@ using nlohmann::json;
 
 namespace {
 
-const char* const kActions[] = {"result", "raw", "empty", "cut", "pad", "repeat", "eio_write", "eio_read", "delay"};
+const char* const kActions[] = {"result", "raw", "empty", "cut", "pad", "repeat", "eio_write", "eio_read", "delay", "exchange"};
 
 FaultRule readRule(const json& j) {
   if (!j.is_object()) throw std::runtime_error("a fault rule must be a JSON object");
@@ -28,7 +28,11 @@ FaultRule readRule(const json& j) {
   r.text = j.value("text", std::string());
   r.bytes = j.value("bytes", r.action == "pad" ? uint64_t(9000) : uint64_t(0));
   r.ms = j.value("ms", uint64_t(0));
-  r.apply = j.value("apply", r.action == "cut" || r.action == "pad" || r.action == "eio_read" || r.action == "delay");
+  r.with = j.value("with", std::string());
+  if (r.action == "exchange" && (r.text.empty() || r.with.empty()))
+    throw std::runtime_error("fault rule: exchange needs the two names, text and with");
+  r.apply = j.value("apply", r.action == "cut" || r.action == "pad" || r.action == "eio_read" || r.action == "delay" ||
+                                 r.action == "exchange");
   if (r.nth == 0) throw std::runtime_error("fault rule: nth counts from 1");
   return r;
 }
@@ -56,7 +60,7 @@ std::string Faults::dump() const {
   KVF::MutexLock lock(mutex_);
   for (const FaultRule& r : rules_) {
     json j = {{"request", r.request}, {"nth", r.nth},       {"count", r.count}, {"action", r.action},
-              {"value", r.value},     {"text", r.text},     {"bytes", r.bytes}, {"ms", r.ms},
+              {"value", r.value},     {"text", r.text},     {"bytes", r.bytes}, {"ms", r.ms}, {"with", r.with},
               {"apply", r.apply},     {"seen", r.seen}};
     if (r.file) j["file"] = *r.file;
     if (r.volume) j["volume"] = *r.volume;

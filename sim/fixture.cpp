@@ -154,6 +154,7 @@ void loadFixture(const std::string& text, Model& model) {
       vol->compression = v.value("compression", true);
       vol->mountPoint = v.value("mountPoint", "/media/kvf/" + vol->name);
       vol->id = v.value("id", vol->id);
+      vol->rootZid = v.value("rootZid", vol->rootZid);
       vol->blockSize = v.value("blockSize", vol->blockSize);
       if (v.contains("enabledAttributes")) vol->enabledAttributes = names(v, "enabledAttributes");
       if (v.contains("beasts"))
@@ -191,6 +192,7 @@ void writeState(const Model& model, std::ostream& out, bool withObjects) {
                  {"enabledAttributes", v->enabledAttributes},
                  {"stats", statsJson(v->stats)},
                  {"liveBeasts", v->liveBeasts}};
+    if (v->rootZid != Volume().rootZid) head["rootZid"] = v->rootZid;
     std::string text = dump(head);
     out << (firstVolume ? "\n" : ",\n");
     firstVolume = false;

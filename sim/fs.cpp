@@ -1,7 +1,9 @@
 #define FUSE_USE_VERSION 312
 #include "fs.h"
 
+#include <fcntl.h>
 #include <fuse3/fuse.h>
+#include <stdio.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -89,24 +91,34 @@ void fillStat(struct stat* st, bool dir, mode_t mode, off_t size) {
   st->st_atime = st->st_mtime = st->st_ctime = startTime;
 }
 
+// With zids as inode numbers, what is not a beast still needs a number of its
+// own, far above any zid the simulator makes: the fixed files by their path,
+// an implicit directory by its volume and full name.
+ino_t syntheticInode(const std::string& what) { return ino_t((1ull << 63) | (std::hash<std::string>()(what) >> 1)); }
+
 int simGetattr(const char* path, struct stat* st, fuse_file_info*) {
   Where w = locate(path);
   SimContext& c = context();
   switch (w.node) {
     case Node::kNone: return -ENOENT;
-    case Node::kDir: fillStat(st, true, 0755, 0); return 0;
+    case Node::kDir: fillStat(st, true, 0755, 0); break;
     case Node::kCmd:
-    case Node::kFaults: fillStat(st, false, 0666, 0); return 0;
+    case Node::kFaults: fillStat(st, false, 0666, 0); break;
     case Node::kState:
-    case Node::kVolumes: fillStat(st, false, 0444, 0); return 0;
-    case Node::kLog: fillStat(st, false, 0444, c.log.size()); return 0;
+    case Node::kVolumes: fillStat(st, false, 0444, 0); break;
+    case Node::kLog: fillStat(st, false, 0444, c.log.size()); break;
     default: break;
+  }
+  if (w.node != Node::kVolumeDir && w.node != Node::kVolumeFile) {
+    st->st_ino = syntheticInode(path);
+    return 0;
   }
   std::shared_lock lock(c.model.mutex);
   Volume* v = c.model.findVolume(w.volume);
   if (!v) return -ENOENT;
   if (w.node == Node::kVolumeDir) {
     fillStat(st, true, 0755, 0);
+    st->st_ino = v->rootZid;
     return 0;
   }
   Beast scratch;
@@ -118,6 +130,7 @@ int simGetattr(const char* path, struct stat* st, fuse_file_info*) {
   }
   if (v->isImplicitDirectory(w.fullName)) {
     fillStat(st, true, 0755, 0);
+    st->st_ino = syntheticInode(w.volume + w.fullName);
     return 0;
   }
   return -ENOENT;
@@ -250,6 +263,13 @@ int exchange(SimContext& c, Handle& h) REQUIRES(h.mutex) {
   std::optional<FaultRule> rule = c.faults.match(key.kind, cmdFileName(h.cmd), key.volume, key.zid);
   h.eioRead = false;
   if (rule && rule->action == "delay") std::this_thread::sleep_for(std::chrono::milliseconds(rule->ms));
+  if (rule && rule->action == "exchange") {
+    // Through the kernel, so that its cached names follow: another worker
+    // thread serves the rename this call makes.
+    const std::string first = c.mountDir + "/" + rule->text, second = c.mountDir + "/" + rule->with;
+    if (renameat2(AT_FDCWD, first.c_str(), AT_FDCWD, second.c_str(), RENAME_EXCHANGE) != 0)
+      fprintf(stderr, "kvfsim: exchange %s %s: %s\n", rule->text.c_str(), rule->with.c_str(), strerror(errno));
+  }
   std::string reply = !rule || rule->apply ? c.handler.execute(*request) : "";
   int status = 0;
   if (rule) {
@@ -325,6 +345,22 @@ int simUnlink(const char* path) {
   return status;
 }
 
+// Renames inside one volume's tree of a fixture (and exchanges with
+// RENAME_EXCHANGE): what a user does to their own files while a run goes on.
+int simRename(const char* from, const char* to, unsigned int flags) {
+  Where a = locate(from), b = locate(to);
+  if (a.node != Node::kVolumeFile || b.node != Node::kVolumeFile) return a.node == Node::kNone ? -ENOENT : -EACCES;
+  if (a.volume != b.volume) return -EXDEV;
+  if (flags & ~unsigned(RENAME_EXCHANGE | RENAME_NOREPLACE)) return -EINVAL;
+  SimContext& c = context();
+  std::unique_lock lock(c.model.mutex);
+  Volume* v = c.model.findVolume(a.volume);
+  int status = v ? v->rename(a.fullName, b.fullName, flags & RENAME_EXCHANGE) : -ENOENT;
+  lock.unlock();
+  c.log.append("volumes/" + a.volume, "rename " + a.fullName + " " + b.fullName, std::to_string(-status), "");
+  return status;
+}
+
 void* simInit(fuse_conn_info*, fuse_config* cfg) {
   // Names and attributes stay cached for a second, which spares a scan two
   // lookups per exchange. The tree changes by unlink, which the kernel sees,
@@ -332,13 +368,15 @@ void* simInit(fuse_conn_info*, fuse_config* cfg) {
   cfg->entry_timeout = 1;
   cfg->attr_timeout = 1;
   cfg->negative_timeout = 0;
-  cfg->use_ino = 0;
-  return fuse_get_context()->private_data;
+  SimContext& c = *static_cast<SimContext*>(fuse_get_context()->private_data);
+  cfg->use_ino = c.zidInodes;
+  return &c;
 }
 
 }  // namespace
 
 int serve(SimContext& context, const std::string& mountDir) {
+  context.mountDir = mountDir;
   fuse_operations ops{};
   ops.init = simInit;
   ops.getattr = simGetattr;
@@ -349,6 +387,7 @@ int serve(SimContext& context, const std::string& mountDir) {
   ops.write = simWrite;
   ops.truncate = simTruncate;
   ops.unlink = simUnlink;
+  ops.rename = simRename;
 
   std::vector<std::string> args = {"kvfsim", "-o", "fsname=kvfsim,subtype=kvfsim,auto_unmount"};
   if (geteuid() == 0) args.back() += ",allow_other";

@@ -16,6 +16,11 @@ struct SimContext {
   RequestHandler& handler;
   Faults& faults;
   RequestLog& log;
+  // The name tree's inode numbers are the beasts' zids (the volume root's:
+  // its rootZid), as on a file system that numbers its inodes by zid; when
+  // false, FUSE numbers them itself.
+  bool zidInodes = true;
+  std::string mountDir;  // set by serve()
 };
 
 // Mounts at mountDir and serves until unmounted or SIGINT/SIGTERM; returns

@@ -17,7 +17,7 @@ namespace {
 
 const char kUsage[] =
     "usage: kvfsim [--fixture FILE.json | --generate N [--seed S] [--expect FILE.json]]\n"
-    "              [--pretty] [--write-fixture FILE.json] [--no-request-log] MOUNTDIR\n"
+    "              [--pretty] [--write-fixture FILE.json] [--no-request-log] [--no-zid-inodes] MOUNTDIR\n"
     "  MOUNTDIR may be left out when only files are to be written.\n";
 
 int usage(const std::string& complaint) {
@@ -44,7 +44,7 @@ bool writeText(const std::string& path, const std::string& text) {
 struct Options {
   std::string fixture, expect, writeFixture, mountDir;
   unsigned long long generate = 0, seed = 1;
-  bool generating = false, pretty = false, requestLog = true;
+  bool generating = false, pretty = false, requestLog = true, zidInodes = true;
 };
 
 // Reads the command line into `o`. Returns -1 to go on, or the exit status
@@ -74,6 +74,8 @@ int parseArgs(int argc, char** argv, Options& o) {
       o.pretty = true;
     } else if (a == "--no-request-log") {
       o.requestLog = false;
+    } else if (a == "--no-zid-inodes") {
+      o.zidInodes = false;
     } else if (a == "-h" || a == "--help") {
       std::cout << kUsage;
       return 0;
@@ -128,7 +130,7 @@ int serveVolume(const Options& o, kvfsim::Model& model) {
     kvfsim::RequestLog log(o.requestLog ? std::string(dirTemplate) + "/requests.jsonl" : "");
     kvfsim::RequestHandler handler(model, o.pretty);
     kvfsim::Faults faults;
-    kvfsim::SimContext context{model, handler, faults, log};
+    kvfsim::SimContext context{model, handler, faults, log, o.zidInodes, o.mountDir};
     status = kvfsim::serve(context, o.mountDir);
   }
   if (o.requestLog) rmdir(dirTemplate);

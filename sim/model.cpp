@@ -1,6 +1,7 @@
 #include "model.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <ctime>
 
 namespace kvfsim {
@@ -228,6 +229,34 @@ void Volume::index() {
     ++liveBeasts;
     if (beasts[i].named()) names.emplace(beasts[i].fullName, i);  // the first of a name wins
   }
+}
+
+int Volume::rename(std::string_view from, std::string_view to, bool exchange) {
+  if (generated) return -EOPNOTSUPP;
+  auto exists = [&](std::string_view name) { return names.count(name) || isImplicitDirectory(name); };
+  auto below = [](std::string_view name, std::string_view dir) {
+    return name.size() > dir.size() && name.substr(0, dir.size()) == dir && name[dir.size()] == '/';
+  };
+  if (!exists(from) || (exchange && !exists(to))) return -ENOENT;
+  if (from == to) return 0;
+  if (below(to, from) || below(from, to)) return -EINVAL;
+  if (!exchange && exists(to)) return -EEXIST;
+  // The names that move: each keyed by its index, with its new name.
+  std::vector<std::pair<size_t, std::string>> moves;
+  auto collect = [&](std::string_view oldPrefix, std::string_view newPrefix) {
+    for (auto it = names.lower_bound(oldPrefix); it != names.end() && it->first.substr(0, oldPrefix.size()) == oldPrefix; ++it)
+      if (it->first.size() == oldPrefix.size() || it->first[oldPrefix.size()] == '/')
+        moves.emplace_back(it->second, std::string(newPrefix) + std::string(it->first.substr(oldPrefix.size())));
+  };
+  collect(from, to);
+  if (exchange) collect(to, from);
+  // The index's keys are views of the names: out first, renamed, back in.
+  for (const auto& move : moves) names.erase(beasts[move.first].fullName);
+  for (auto& move : moves) {
+    beasts[move.first].fullName = std::move(move.second);
+    names.emplace(beasts[move.first].fullName, move.first);
+  }
+  return 0;
 }
 
 VolumeStats Volume::recount() const {

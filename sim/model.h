@@ -103,6 +103,9 @@ struct VolumeStats {
 
 struct Volume {
   std::string name, state = "active", mountPoint, id = "1";
+  // The zid of the volume's root directory: what getFileInfo answers for the
+  // mount point itself, and the root's inode number in the name tree.
+  uint64_t rootZid = 2;
   bool compression = true;
   uint32_t blockSize = 4096;
   std::vector<std::string> enabledAttributes{"salvage"};
@@ -140,6 +143,11 @@ struct Volume {
   void forEachCompBeast(const std::function<void(const CompBeast&)>& f) const;
   // Removes the beast and the compressed-data beast it names.
   void removeBeast(Beast& beast);
+  // Gives the file or directory `from` (with everything below it) the name
+  // `to`; with `exchange` the two swap names. 0 or a negative errno: a
+  // generated volume's names follow from its objects and cannot change
+  // (EOPNOTSUPP); without `exchange` an existing `to` is not replaced (EEXIST).
+  int rename(std::string_view from, std::string_view to, bool exchange);
   // Sorts a fixture's objects and builds the name index; call once after filling.
   void index();
   // The statistics recounted from the objects.

@@ -388,6 +388,11 @@ int64_t getFileInfo(pugi::xml_node req, Model& model, XmlOut& x) {
   std::string path = normalPath(req.child("fileName").child_value());
   for (auto& v : model.volumes) {
     const std::string& mp = v->mountPoint;
+    if (path == mp) {
+      x.result(kOk).open("standardInfo").cdata("id", std::to_string(v->rootZid)).cdata("volumeName", v->name);
+      x.cdata("name", "").number("dataStreamSize", 0).close();
+      return kOk;
+    }
     if (path.compare(0, mp.size() + 1, mp + "/") != 0) continue;
     Beast scratch;
     const Beast* b = v->beastByName(std::string_view(path).substr(mp.size()), scratch);

@@ -71,6 +71,7 @@ Simulator::Simulator(const Options& options) : dir_(std::make_unique<TempDir>())
   }
   if (options.pretty) argv.push_back("--pretty");
   if (!options.requestLog) argv.push_back("--no-request-log");
+  if (!options.zidInodes) argv.push_back("--no-zid-inodes");
   argv.push_back(mount_);
 
   std::string output = dir_->file("kvfsim.out");

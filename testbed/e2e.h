@@ -27,6 +27,7 @@ class Simulator {
     uint64_t seed = 1;
     bool pretty = false;       // pretty-printed replies
     bool requestLog = true;
+    bool zidInodes = true;     // the name tree's inode numbers are zids
   };
   explicit Simulator(const Options& options);  // throws std::runtime_error when it does not come up
   static Simulator withFixture(const std::string& json);

@@ -1,6 +1,9 @@
 // The per-file check against a mounted simulator: problem detection, repair
 // and deletion, one metadata field changed at a time.
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,17 +24,25 @@ using nlohmann::json;
 
 namespace {
 
+// The bind mounts below live in a mount namespace of this test process's
+// own (each test runs in a process of its own), gone when it ends.
+const bool kPrivateMounts =
+    unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+
 // A mounted simulator with the program's management-file globals pointed at
 // it, for calling the program's routines in-process against a real mount;
-// the volume's mount point in its fixture is a link to the mounted tree.
+// the volume's tree is bound at the mount point its fixture names, as a
+// volume is mounted there.
 struct MountedVolume {
-  explicit MountedVolume(json fixture)
+  explicit MountedVolume(json fixture, testsupport::Simulator::Options options = {})
       : mountPoint(linkDir.path() + "/VOL1"),
-        sim(testsupport::Simulator::withFixture(withMountPoint(std::move(fixture), mountPoint).dump())),
+        sim(withMountPoint(std::move(fixture), mountPoint, options)),
         manageFile(sim.adminDir() + "/manage.cmd"),
         filesFile(sim.adminDir() + "/files.cmd"),
         stats(nullptr) {
-    if (symlink(sim.volumeDir("VOL1").c_str(), mountPoint.c_str()) != 0) throw std::runtime_error("symlink failed");
+    if (!kPrivateMounts || mkdir(mountPoint.c_str(), 0755) != 0 ||
+        mount(sim.volumeDir("VOL1").c_str(), mountPoint.c_str(), nullptr, MS_BIND, nullptr) != 0)
+      throw std::runtime_error("cannot bind the volume's tree at its mount point");
     managecmd = manageFile.c_str();
     filecmd = filesFile.c_str();
     velkor::getVolumeInfo(volume, &stats.volumeInfo);
@@ -39,10 +50,13 @@ struct MountedVolume {
   ~MountedVolume() {
     managecmd = "/_admin/Manage_KVF/manage.cmd";
     filecmd = "/_admin/Manage_KVF/files.cmd";
+    umount2(mountPoint.c_str(), MNT_DETACH);
   }
-  static json withMountPoint(json fixture, const std::string& mountPoint) {
+  static testsupport::Simulator withMountPoint(json fixture, const std::string& mountPoint,
+                                               testsupport::Simulator::Options options) {
     fixture["volumes"][0]["mountPoint"] = mountPoint;
-    return fixture;
+    options.fixture = fixture.dump();
+    return testsupport::Simulator(options);
   }
 
   // Runs the per-file check on one zid with fresh counters and problem word;

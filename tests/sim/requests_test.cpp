@@ -2,6 +2,8 @@
 // tests do not pin: path resolution, the old-value rule, deletion and
 // malformed requests. (The records' layouts are pinned by the per-file
 // check's sweep, which reads them through the program.)
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -27,10 +29,13 @@ TEST_F(Requests, NamesAndPaths) {
   // The program joins a relative name to the working directory as it is.
   ASSERT_TRUE(sim.exchange("files.cmd", getFileInfo("/media/kvf/VOL1/docs/./..//docs/b.txt"), &reply));
   EXPECT_EQ(first(reply, "id", "<standardInfo>"), "103");
-  for (const char* path : {"/media/kvf/VOL1/docs/none", "/media/kvf/VOL1/old.txt", "/elsewhere/x", "/media/kvf/VOL1"}) {
+  for (const char* path : {"/media/kvf/VOL1/docs/none", "/media/kvf/VOL1/old.txt", "/elsewhere/x", "/media/kvf/VOL"}) {
     ASSERT_TRUE(sim.exchange("files.cmd", getFileInfo(path), &reply));
     EXPECT_NE(resultOf(reply, "getFileInfo"), 0) << path;
   }
+  // The mount point itself is the volume's root directory.
+  ASSERT_TRUE(sim.exchange("files.cmd", getFileInfo("/media/kvf/VOL1"), &reply));
+  EXPECT_EQ(first(reply, "id", "<standardInfo>"), "2") << reply;
   // A file request sent to the other management file is refused.
   ASSERT_TRUE(sim.exchange("manage.cmd", getFileInfo("/media/kvf/VOL1/docs/b.txt"), &reply));
   EXPECT_EQ(resultOf(reply, "getFileInfo"), 21702);
@@ -130,3 +135,37 @@ TEST_F(Requests, MalformedRequestsGetAnErrorResult) {
 }
 
 }  // namespace
+
+// The name tree: inode numbers are zids unless switched off, and names move
+// by rename and exchange as a user moves their files, which the requests see.
+TEST_F(Requests, NameTreeRenamesAndNumbersItsInodesByZid) {
+  const std::string tree = sim.volumeDir("VOL1");
+  struct stat st;
+  ASSERT_EQ(0, stat((tree + "/docs/a.txt").c_str(), &st));
+  EXPECT_EQ(101u, st.st_ino);
+  ASSERT_EQ(0, stat(tree.c_str(), &st));
+  EXPECT_EQ(2u, st.st_ino);
+
+  ASSERT_EQ(0, rename((tree + "/docs").c_str(), (tree + "/papers").c_str()));
+  EXPECT_EQ(first(sim.manage(getBeastFullName("VOL1", "101")), "name"), "/papers/a.txt");
+  ASSERT_EQ(0, renameat2(AT_FDCWD, (tree + "/papers").c_str(), AT_FDCWD, (tree + "/top.txt").c_str(), RENAME_EXCHANGE));
+  EXPECT_EQ(first(sim.manage(getBeastFullName("VOL1", "101")), "name"), "/top.txt/a.txt");
+  EXPECT_EQ(first(sim.manage(getBeastFullName("VOL1", "107")), "name"), "/papers");
+  std::string reply;
+  ASSERT_TRUE(sim.exchange("files.cmd", getFileInfo("/media/kvf/VOL1/top.txt/b.txt"), &reply));
+  EXPECT_EQ(first(reply, "id", "<standardInfo>"), "103");
+  // No replacing, no moving into itself, none across volumes.
+  EXPECT_NE(0, rename((tree + "/papers").c_str(), (tree + "/far.txt").c_str()));
+  EXPECT_EQ(EEXIST, errno);
+  EXPECT_NE(0, rename((tree + "/top.txt").c_str(), (tree + "/top.txt/sub").c_str()));
+  EXPECT_EQ(EINVAL, errno);
+  EXPECT_NE(0, rename((tree + "/far.txt").c_str(), (sim.volumeDir("VOL2") + "/far.txt").c_str()));
+  EXPECT_EQ(EXDEV, errno);
+
+  testsupport::Simulator::Options options;
+  options.fixture = kFixture;
+  options.zidInodes = false;
+  testsupport::Simulator numbered(options);
+  ASSERT_EQ(0, stat((numbered.volumeDir("VOL1") + "/docs/a.txt").c_str(), &st));
+  EXPECT_NE(101u, st.st_ino);
+}

@@ -91,6 +91,16 @@ class CompStats {
   // none was asked): the object's log entry carries it.
   std::string actionRefused;
   VolumeInfo_s volumeInfo;
+
+  // Set by a volume scan: a file whose removal by path fails on this machine
+  // (its name gone, a read-only volume, a denied call) is left, with the
+  // reason in its entry, and the scan goes on with the next object. A single
+  // file's deletion reports such a failure as the run's error.
+  bool scanning = false;
+  // How a removal by path makes sure it unlinks the object judged, found out
+  // at the run's first one (see unlinkCorruptedFile).
+  enum class DeletionGuard { kUnknown, kInodeIsZid, kPathRechecked };
+  DeletionGuard deletionGuard = DeletionGuard::kUnknown;
 };
 
 }  // namespace velkor

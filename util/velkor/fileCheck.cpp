@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/openat2.h>
+#include <linux/limits.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -14,6 +15,7 @@
 #include <string>
 
 #include "velkor/beastQueries.h"
+#include "common/lbString.h"
 #include "common_cpp/kvfError.h"
 #include "velkor/requests.h"
 #include "velkor/runLog.h"
@@ -221,23 +223,63 @@ struct Descriptor {
   int fd;
 };
 
-[[noreturn]] void throwErrno(int line) {
+// A system call of the removal failed (errno says why): in a volume scan the
+// file is left with the reason, in a single file's deletion it is the run's
+// error.
+std::string failedCall(const CompStats* stats, const char* what, int line) {
   const int error = errno;
-  throw KVFError(strerror(error), error, KVF_Location(kKvfSource, line));
+  if (!stats->scanning) throw KVFError(strerror(error), error, KVF_Location(kKvfSource, line));
+  return std::string("not deleted: ") + what + ": " + strerror(error);
 }
 
 // The directory that holds `relative` beneath the volume's mount point, the
-// whole way resolved inside the volume and through no symbolic link: a user
+// whole way resolved inside the mount and through no symbolic link: a user
 // who replaced a directory on the volume with a link to /etc cannot lead a
 // deletion out of the volume. -1 with errno set when it cannot be had.
 int openParentBeneath(int mountFd, const std::string& directory) {
   struct open_how how = {};
   how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
-  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS | RESOLVE_NO_XDEV;
   return static_cast<int>(syscall(SYS_openat2, mountFd, directory.empty() ? "." : directory.c_str(), &how, sizeof how));
 }
 
 bool sameObject(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
+
+// The mount a descriptor's object lies on, and whether it is that mount's
+// root; false with errno set when the kernel cannot tell.
+bool mountOf(int fd, uint64_t* mountId, bool* isRoot) {
+  struct statx sx;
+  if (statx(fd, "", AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW, STATX_MNT_ID, &sx) != 0) return false;
+  if (!(sx.stx_mask & STATX_MNT_ID) || !(sx.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT)) {
+    errno = ENOSYS;
+    return false;
+  }
+  *mountId = sx.stx_mnt_id;
+  *isRoot = sx.stx_attributes & STATX_ATTR_MOUNT_ROOT;
+  return true;
+}
+
+// Whether the volume numbers its inodes by zid: the file system's zid for
+// the mount point itself against the mount point's inode number. Said once
+// in the run log. A mount point the file system does not know is guarded by
+// the path check.
+CompStats::DeletionGuard findDeletionGuard(const char* volume, const std::string& mountPoint, int mountFd) {
+  struct stat root;
+  char foundVolume[64], foundZid[104];
+  bool inodeIsZid = false;
+  try {
+    std::string path = mountPoint;
+    getFileZidByPath(&path[0], foundVolume, foundZid, sizeof foundVolume, sizeof foundZid);
+    inodeIsZid = fstat(mountFd, &root) == 0 && strcmp(foundVolume, volume) == 0 &&
+                 KVF::LB_fitsDecimal(foundZid, UINT64_MAX) && KVF::LB_strtouq(foundZid, nullptr, 10) == root.st_ino;
+  } catch (const KVFError&) {
+  }
+  LogMessage(inodeIsZid ? "deletion by path: this volume numbers its inodes by zid; a file is unlinked only "
+                          "when its inode is the zid judged"
+                        : "deletion by path: this volume's inode numbers are not its zids; a file is unlinked "
+                          "only when the file system confirms its path and the path still leads to the same file");
+  return inodeIsZid ? CompStats::DeletionGuard::kInodeIsZid : CompStats::DeletionGuard::kPathRechecked;
+}
 
 }  // namespace
 
@@ -250,33 +292,58 @@ std::string unlinkCorruptedFile(char* volume, UncompBeastInfo* file, CompStats* 
   const std::string base = slash == std::string::npos ? name : name.substr(slash + 1);
   if (name.empty() || name[0] != '/' || base.empty() || base == "." || base == "..")
     return "not deleted: its name is not the path of a file";
+  if (name.size() + mountPoint.size() >= PATH_MAX) {
+    errno = ENAMETOOLONG;
+    return failedCall(stats, "its path", __LINE__);
+  }
   const std::string directory = name.substr(1, slash == 0 ? 0 : slash - 1);
 
+  // The volume's mount: the mount point must be the root of one, and the
+  // file's directory must lie on it.
   Descriptor mount(open(mountPoint.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (mount.fd < 0) throwErrno(__LINE__);
+  if (mount.fd < 0) return failedCall(stats, "its volume's mount point", __LINE__);
+  uint64_t mountId = 0, parentMountId = 0;
+  bool mountRoot = false, parentRoot = false;
+  if (!mountOf(mount.fd, &mountId, &mountRoot)) return failedCall(stats, "its volume's mount point", __LINE__);
+  if (!mountRoot) return "not deleted: the volume's mount point " + mountPoint + " is not the root of a mounted file system";
+  if (stats->deletionGuard == CompStats::DeletionGuard::kUnknown)
+    stats->deletionGuard = findDeletionGuard(volume, mountPoint, mount.fd);
+
   Descriptor parent(openParentBeneath(mount.fd, directory));
   if (parent.fd < 0) {
     if (errno == ELOOP) return "not deleted: a directory on its path is a symbolic link";
     if (errno == EXDEV) return "not deleted: its path leads out of the volume";
-    throwErrno(__LINE__);
+    return failedCall(stats, "its directory", __LINE__);
   }
-  struct stat before, after;
-  if (fstatat(parent.fd, base.c_str(), &before, AT_SYMLINK_NOFOLLOW) != 0) throwErrno(__LINE__);
+  if (!mountOf(parent.fd, &parentMountId, &parentRoot)) return failedCall(stats, "its directory", __LINE__);
+  if (parentMountId != mountId) return "not deleted: its directory is not on the volume's mount";
+  struct stat before;
+  if (fstatat(parent.fd, base.c_str(), &before, AT_SYMLINK_NOFOLLOW) != 0) return failedCall(stats, "its name", __LINE__);
   if (!S_ISREG(before.st_mode)) return "not deleted: its name is not a regular file";
 
-  // The name must still lead to the object judged corrupted.
-  char foundVolume[64], foundZid[104];
-  try {
-    std::string path = mountPoint + name;
-    getFileZidByPath(&path[0], foundVolume, foundZid, sizeof foundVolume, sizeof foundZid);
-  } catch (const KVFError& e) {
-    return std::string("not deleted: its path could not be confirmed: ") + e.what();
+  if (stats->deletionGuard == CompStats::DeletionGuard::kInodeIsZid) {
+    if (std::to_string(before.st_ino) != file->zid)
+      return "not deleted: its name now leads to zid " + std::to_string(before.st_ino);
+  } else {
+    // The name must still lead to the object judged, and a fresh resolution
+    // after the question to the same directory and file.
+    char foundVolume[64], foundZid[104];
+    try {
+      std::string path = mountPoint + name;
+      getFileZidByPath(&path[0], foundVolume, foundZid, sizeof foundVolume, sizeof foundZid);
+    } catch (const KVFError& e) {
+      return std::string("not deleted: its path could not be confirmed: ") + e.what();
+    }
+    if (strcmp(foundZid, file->zid) != 0 || strcmp(foundVolume, volume) != 0)
+      return std::string("not deleted: its path now leads to zid ") + foundZid + " of volume " + foundVolume;
+    Descriptor again(openParentBeneath(mount.fd, directory));
+    struct stat held, found, after;
+    if (again.fd < 0 || fstat(parent.fd, &held) != 0 || fstat(again.fd, &found) != 0 || !sameObject(held, found))
+      return "not deleted: its directory changed while it was checked";
+    if (fstatat(again.fd, base.c_str(), &after, AT_SYMLINK_NOFOLLOW) != 0 || !sameObject(before, after))
+      return "not deleted: its name changed while it was checked";
   }
-  if (strcmp(foundZid, file->zid) != 0 || strcmp(foundVolume, volume) != 0)
-    return std::string("not deleted: its path now leads to zid ") + foundZid + " of volume " + foundVolume;
-  if (fstatat(parent.fd, base.c_str(), &after, AT_SYMLINK_NOFOLLOW) != 0) throwErrno(__LINE__);
-  if (!sameObject(before, after)) return "not deleted: its name changed while it was checked";
-  if (unlinkat(parent.fd, base.c_str(), 0) != 0) throwErrno(__LINE__);
+  if (unlinkat(parent.fd, base.c_str(), 0) != 0) return failedCall(stats, "unlink", __LINE__);
   return "";
 }
 

@@ -19,11 +19,6 @@ constexpr KvfSource kKvfSource = KvfSource::velkorHelper;
 
 namespace velkor {
 
-namespace {
-
-
-}  // namespace
-
 int getSomeZids(char* volumeName, bool onlineOnly, int criteria, int numRequested, int scanSequence, char* zids) {
   ReplyBuf reply;
   OpenCmdFile channel(managecmd);
@@ -76,6 +71,7 @@ void scanVolume(char* volumeName, ObjectRoutine routine, OpArgs_s* args, CompSta
     view->showCompressionOff();
     return;
   }
+  stats->scanning = true;
   view->watchForAbort(true);
   view->drawAt(6, 2, kAttrText, "Summary:\n");
   view->showCounters(true);
