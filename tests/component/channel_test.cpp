@@ -66,6 +66,21 @@ TEST_F(Channel, RepliesFillingTheirBlocksExactlyAndPastThem) {
   }
 }
 
+// A reply past the channel's bound is an error once the bound is reached,
+// whatever more the file system would send.
+TEST_F(Channel, ReplyPastTheBoundIsAnError) {
+  fault({{"action", "pad"}, {"bytes", (64 << 20) + 1}});
+  ReplyBuf reply;
+  try {
+    exchange(&reply);
+    ADD_FAILURE() << "a reply of more than 64 MiB was taken";
+  } catch (const KVFError& e) {
+    EXPECT_STREQ("The reply is larger than 64 MiB", e.what());
+    EXPECT_EQ(zERR_BUFFER_TOO_SMALL, e.code);
+  }
+  EXPECT_LE(reply.used, 64 << 20);
+}
+
 // A buffer that enters full gets one byte for the NUL, and reads nothing.
 TEST_F(Channel, FullBufferGrowsByOneForTheTerminator) {
   ReplyBuf reply;

@@ -52,9 +52,9 @@ json plainFiles(int n, uint64_t first) {
   return beasts;
 }
 
-std::string fileInfoReply(const std::string& id) {
+std::string fileInfoReply(const std::string& id, const std::string& volume) {
   return "<fileReply><fileInfo><getFileInfo><result value=\"0\"/><standardInfo><id>" + id +
-         "</id><volumeName><![CDATA[VOL1]]></volumeName></standardInfo></getFileInfo></fileInfo></fileReply>";
+         "</id><volumeName><![CDATA[" + volume + "]]></volumeName></standardInfo></getFileInfo></fileInfo></fileReply>";
 }
 
 std::string fileInfoFault(const std::string& zid, int count) {

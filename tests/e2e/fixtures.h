@@ -25,9 +25,9 @@ json fixableVolume(uint64_t first, int n);
 // ... each named /f<zid>.
 json plainFiles(int n, uint64_t first = 1000);
 
-// A path lookup's reply (getFileInfo) on VOL1 whose id element holds `id`
-// as it is (CDATA, or whatever a test spoils it with).
-std::string fileInfoReply(const std::string& id);
+// A path lookup's reply (getFileInfo) on `volume` whose id element holds
+// `id` as it is (CDATA, or whatever a test spoils it with).
+std::string fileInfoReply(const std::string& id, const std::string& volume = "VOL1");
 // A fault rule answering `count` path lookups (getFileInfo; 0: every one)
 // with zid `zid` of VOL1, for objects the simulator's lookup does not find.
 std::string fileInfoFault(const std::string& zid, int count = 1);

@@ -104,16 +104,25 @@ TEST(HostileNames, DeleteRunNeverUnlinksAnotherFileThanTheOneJudged) {
 // bound at the mount point, where a user has replaced a directory by a link
 // to a directory outside the volume. The file outside survives.
 TEST(HostileNames, DeletionByPathFollowsNoLinkAndChecksTheZidFirst) {
-  Simulator sim = Simulator::withFixture(
-      e2efixtures::volume({corruptedFile(120, "/dir/victim.dat"), corruptedFile(130, "/renamed.dat")}, json::array()).dump());
+  Simulator sim = Simulator::withFixture(e2efixtures::volume({corruptedFile(120, "/dir/victim.dat"),
+                                                              corruptedFile(130, "/renamed.dat"),
+                                                              corruptedFile(140, "/other.dat")},
+                                                             json::array())
+                                             .dump());
   TempDir cwd, tree;
   ASSERT_EQ(0, mkdir(cwd.file("outside").c_str(), 0755));
   testsupport::writeFile(cwd.file("outside/victim.dat"), "keep me\n");
   ASSERT_EQ(0, symlink(cwd.file("outside").c_str(), tree.file("dir").c_str()));
   testsupport::writeFile(tree.file("renamed.dat"), "someone else's file\n");
-  // The path of /renamed.dat now leads to another object: the file system
-  // says zid 999 when asked.
-  sim.setFaults(e2efixtures::fileInfoFault("999", 0));
+  testsupport::writeFile(tree.file("other.dat"), "a third file\n");
+  // The tree's inode numbers are not zids. The paths now lead to other
+  // objects: the file system says zid 130 of another volume (for the probe
+  // of the mount point and for /renamed.dat), then zid 999 (/other.dat).
+  sim.setFaults(json::array({{{"request", "getFileInfo"}, {"action", "raw"}, {"count", 2},
+                              {"text", e2efixtures::fileInfoReply("<![CDATA[130]]>", "VOL2")}},
+                             {{"request", "getFileInfo"}, {"action", "raw"}, {"nth", 3},
+                              {"text", e2efixtures::fileInfoReply("<![CDATA[999]]>")}}})
+                    .dump());
 
   VelkorTerminal::Options options;
   options.cwd = cwd.path();
@@ -124,13 +133,16 @@ TEST(HostileNames, DeletionByPathFollowsNoLinkAndChecksTheZidFirst) {
 
   EXPECT_EQ("keep me\n", testsupport::readFile(cwd.file("outside/victim.dat")));
   EXPECT_EQ("someone else's file\n", testsupport::readFile(tree.file("renamed.dat")));
+  EXPECT_EQ("a third file\n", testsupport::readFile(tree.file("other.dat")));
   std::vector<std::string> entries = run.entries();
-  ASSERT_EQ(2u, entries.size());
+  ASSERT_EQ(3u, entries.size());
   EXPECT_NE(std::string::npos, entries[0].find("<error>not deleted: a directory on its path is a symbolic link</error>"))
       << entries[0];
-  EXPECT_NE(std::string::npos, entries[1].find("<error>not deleted: its path now leads to zid 999 of volume VOL1</error>"))
+  EXPECT_NE(std::string::npos, entries[1].find("<error>not deleted: its path now leads to zid 130 of volume VOL2</error>"))
       << entries[1];
-  EXPECT_EQ(2u, testsupport::counters(run.screen)[5]) << "corrupted";
+  EXPECT_NE(std::string::npos, entries[2].find("<error>not deleted: its path now leads to zid 999 of volume VOL1</error>"))
+      << entries[2];
+  EXPECT_EQ(3u, testsupport::counters(run.screen)[5]) << "corrupted";
   EXPECT_EQ(0u, testsupport::counters(run.screen)[7]) << "deleted";
 }
 

@@ -494,6 +494,8 @@ std::string message256(const char* format, const char* text, const char* locatio
 
 bool fitsIn32Bits(int64_t value) { return static_cast<int64_t>(static_cast<int32_t>(value)) == value; }
 
+const char* const kRefusedLocations[] = {"util/common_cpp/qXML[1254]", "util/common_cpp/qXML[1169]"};
+
 // A status read from a reply: returns when it is 0, else throws it.
 void throwUnlessZero(int64_t value, const char* overflowLocation, const char* refusedLocation) {
   if (!fitsIn32Bits(value)) throw KVFError("Value overflow", zERR_QUAD_TOO_BIG_FOR_LONG, overflowLocation);
@@ -527,7 +529,7 @@ void GetReplyResultValueForTag(const char* reply, const char* tag, XML_ElementIn
     throw AdminError(message256("Unable to parse XML tag %s", tag, "util/common_cpp/qXML[1244]"),
                      code, "util/common_cpp/qXML[1244]");
 
-  throwUnlessZero(value, "util/common_cpp/qXML[1250]", "util/common_cpp/qXML[1254]");
+  throwUnlessZero(value, "util/common_cpp/qXML[1250]", kRefusedLocations[0]);
 }
 
 void GetReplyResultValueT(const char* reply, const char* rootPath) {
@@ -536,7 +538,13 @@ void GetReplyResultValueT(const char* reply, const char* rootPath) {
   if (result != zOK)
     throw KVFError(message256("Unable to parse XML tag %s", rootPath, "util/common_cpp/qXML[1159]"),
                    result, "util/common_cpp/qXML[1159]");
-  throwUnlessZero(value, "util/common_cpp/qXML[1165]", "util/common_cpp/qXML[1169]");
+  throwUnlessZero(value, "util/common_cpp/qXML[1165]", kRefusedLocations[1]);
+}
+
+bool IsRefusal(const KVFError& error) {
+  for (const char* location : kRefusedLocations)
+    if (error.location == location) return true;
+  return false;
 }
 
 void GetKVFReplyResultValueT(const char* reply) { GetReplyResultValueT(reply, "<kvfReply>"); }

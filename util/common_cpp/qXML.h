@@ -7,6 +7,8 @@
 // reply's status into an exception. Every read stays within [start, end].
 #pragma once
 
+#include "common_cpp/kvfError.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -138,6 +140,11 @@ int XML_UTF8ToSQUAD(const char* start, const char* end, int64_t* number, const c
 void GetReplyResultValueForTag(const char* reply, const char* tag);
 // The same, handing back the element `tag` that it found (when it returns).
 void GetReplyResultValueForTag(const char* reply, const char* tag, XML_ElementInfo_s* element);
+// Whether `error`, thrown by one of the status checks here, is the file
+// system's own answer that it did not do the request: its status read whole
+// and not 0. Any other failure of an exchange (its reply lost, cut or
+// unreadable) leaves open whether the request was carried out.
+bool IsRefusal(const KVFError& error);
 // The same for the result under a template path (KVFError only).
 void GetReplyResultValueT(const char* reply, const char* rootPath);
 void GetKVFReplyResultValueT(const char* reply);

@@ -19,6 +19,10 @@ namespace velkor {
 namespace {
 
 constexpr int32_t kReplyStep = 4096;
+// Far above any reply the file system gives (a full browse batch or record
+// is a few KiB): a reply that keeps coming past it is an error, not memory
+// taken until the 32-bit count runs out.
+constexpr int32_t kMaxReply = 64 << 20;
 const char* const kOutOfMemoryLocation = "util/velkor/velkorClass[133]";
 
 }  // namespace
@@ -90,6 +94,8 @@ void CmdFile::transfer(const char* request, ReplyBuf* reply) {
     ssize_t n = read(fd, reply->data + reply->used, static_cast<size_t>(reply->free));
     if (n == 0) break;
     if (n < 0) throw KVFError("Failed to read file", "util/velkor/velkorClass[185]", errno);
+    if (n > kMaxReply - reply->used)
+      throw KVFError("The reply is larger than 64 MiB", zERR_BUFFER_TOO_SMALL, "util/velkor/velkorClass[186]");
     reply->used += static_cast<int32_t>(n);
     reply->free -= static_cast<int32_t>(n);
     if (reply->free == 0) reply->grow(kReplyStep);

@@ -62,6 +62,7 @@ void CompStats::resetForNextObject() {
   fileName.reset();
   fileNameWhole = false;
   actionRefused.clear();
+  changeSent = false;
 }
 
 uint64_t CompStats::counter(int index) const {

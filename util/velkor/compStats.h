@@ -90,6 +90,9 @@ class CompStats {
   // Why the change this object asked for was not made (empty when it was, or
   // none was asked): the object's log entry carries it.
   std::string actionRefused;
+  // A change request was written for this object: should its exchange fail
+  // other than by the file system's refusal, the change may have been made.
+  bool changeSent = false;
   VolumeInfo_s volumeInfo;
 
   // Set by a volume scan: a file whose removal by path fails on this machine

@@ -45,22 +45,24 @@ struct TagText {
   char text[512];
 };
 
-void sendSet(OpenCmdFile& channel, ReplyBuf& reply, RequestText& request) {
+// One change request: from its writing on, a lost reply leaves its outcome open.
+void sendChange(OpenCmdFile& channel, ReplyBuf& reply, RequestText& request, const char* tag, CompStats* stats) {
   reply.clear();
-  channel.file.readWrite(request.text(), "setBeastInfo", &reply);
+  stats->changeSent = true;
+  channel.file.readWrite(request.text(), tag, &reply);
 }
 
 // The set requests go through one open command file, one exchange each.
 class Repair {
  public:
-  Repair(char* volume, char* zid) : volume_(volume), zid_(zid), channel_(managecmd) {}
+  Repair(char* volume, char* zid, CompStats* stats) : volume_(volume), zid_(zid), stats_(stats), channel_(managecmd) {}
 
   void status(uint32_t oldStatus, uint32_t newStatus, bool setCPrecious) {
     TagText before(oldStatus, compStatusBitsToCheck, compStatusTags, __LINE__);
     TagText after(newStatus, compStatusBitsToCheck, compStatusTags, __LINE__);
     RequestText request;
     statusSetRequest(request, volume_, zid_, before.text, after.text, setCPrecious);
-    sendSet(channel_, reply_, request);
+    sendChange(channel_, reply_, request, "setBeastInfo", stats_);
   }
 
   // Attributes and action in one request; either part only when asked for.
@@ -79,18 +81,19 @@ class Repair {
     attributesAndActionSetRequest(request, volume_, zid_, withAttributes ? attributesBefore->text : nullptr,
                                   withAttributes ? attributesAfter->text : nullptr,
                                   withAction ? actionBefore->text : nullptr, withAction ? actionAfter->text : nullptr);
-    sendSet(channel_, reply_, request);
+    sendChange(channel_, reply_, request, "setBeastInfo", stats_);
   }
 
   void deletedFlag(bool oldValue, bool newValue) {
     RequestText request;
     deletedFlagSetRequest(request, volume_, zid_, oldValue, newValue);
-    sendSet(channel_, reply_, request);
+    sendChange(channel_, reply_, request, "setBeastInfo", stats_);
   }
 
  private:
   char* volume_;
   char* zid_;
+  CompStats* stats_;
   ReplyBuf reply_;
   OpenCmdFile channel_;
 };
@@ -171,7 +174,7 @@ int fixProblem(char* volume, char* zid, UncompBeastInfo* file, CompBeastInfo* co
   const uint64_t attributes = file->attributes;
   const bool streamCompressed = attributes & attrDataStreamCompress;
   const bool addCompLog = info->action & actionAddCompLog;
-  Repair repair(volume, zid);
+  Repair repair(volume, zid, stats);
 
   if (info->ucPrecious == 1 && info->cPrecious == 1) {
     repair.status(info->status, info->status & ~statusClean, false);
@@ -207,7 +210,7 @@ void deleteCorruptedFile(char* volume, char* zid, UncompBeastInfo* file, CompBea
   }
   RequestText request;
   deleteRequest(request, volume, zid);
-  channel.file.readWrite(request.text(), "deleteBeast", &reply);
+  sendChange(channel, reply, request, "deleteBeast", stats);
 }
 
 namespace {
@@ -347,6 +350,20 @@ std::string unlinkCorruptedFile(char* volume, UncompBeastInfo* file, CompStats* 
   return "";
 }
 
+namespace {
+
+// A change's exchange that ended the run without the file system's answer
+// (its reply lost, cut or unreadable) may have made the change: the object's
+// entry is written all the same, before the run's error, saying so.
+void recordUnknownOutcome(const KVFError& e, UncompBeastInfo* file, CompBeastInfo* compData, unsigned long flags,
+                          CompStats* stats) {
+  if (!stats->changeSent || QXML::IsRefusal(e)) return;
+  stats->actionRefused = std::string("a change was sent and its outcome is unknown: ") + e.what();
+  stats->msgReady(file, compData, flags, 0, 0);
+}
+
+}  // namespace
+
 void checkCompressionStatus(char* volume, char* zid, OpArgs_s* args, CompStats* stats) {
   for (int attempt = 0;; ++attempt) {
     try {
@@ -365,7 +382,12 @@ void checkCompressionStatus(char* volume, char* zid, OpArgs_s* args, CompStats* 
         ++stats->corrupted;
         if (args->delete_) {
           LogRequireRoom(stats->fileName ? strlen(stats->fileName.get()) : 0);
-          deleteCorruptedFile(volume, zid, file.get(), compData.get(), stats);
+          try {
+            deleteCorruptedFile(volume, zid, file.get(), compData.get(), stats);
+          } catch (const KVFError& e) {
+            recordUnknownOutcome(e, file.get(), compData.get(), args->flags, stats);
+            throw;
+          }
           if (stats->actionRefused.empty()) {
             ++stats->deleted;
             deleted = 1;
@@ -374,7 +396,14 @@ void checkCompressionStatus(char* volume, char* zid, OpArgs_s* args, CompStats* 
       } else if (problems & kFixableProblems) {
         if (args->fix) {
           LogRequireRoom(stats->fileName ? strlen(stats->fileName.get()) : 0);
-          if (fixProblem(volume, zid, file.get(), compData.get(), stats)) {
+          int repaired;
+          try {
+            repaired = fixProblem(volume, zid, file.get(), compData.get(), stats);
+          } catch (const KVFError& e) {
+            recordUnknownOutcome(e, file.get(), compData.get(), args->flags, stats);
+            throw;
+          }
+          if (repaired) {
             ++stats->fixable;
             ++stats->fixed;
             fixed = 1;
@@ -394,6 +423,7 @@ void checkCompressionStatus(char* volume, char* zid, OpArgs_s* args, CompStats* 
       if (!(e.isKvfCode && e.code == zERR_VALUE_CHANGED) || attempt >= kValueChangedRetries) throw KVFError(e);
       // The file changed between the read and the set: check it afresh.
       stats->problemFlags = good;
+      stats->changeSent = false;
     }
   }
 }

@@ -1,0 +1,225 @@
+// Deletion by path as root among other users' files: a user who can rename
+// directories on the volume, a file system whose replies name the wrong
+// place, files whose names go away during a delete run. Each case runs the
+// real binary in the sandbox against the simulator's name tree.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <iostream>
+#include <string>
+#include <thread>
+
+#include "e2e.h"
+#include "fixtures.h"
+
+using nlohmann::json;
+using testsupport::Simulator;
+using testsupport::TempDir;
+using testsupport::VelkorTerminal;
+using e2efixtures::kVol;
+using e2efixtures::plainFile;
+
+namespace {
+
+// A compressed file whose compressed data is gone: corrupted.
+json corruptedFile(uint64_t zid, const std::string& name) {
+  json f = e2efixtures::compressedFile(zid, name);
+  f["comp"]["compZid"] = 0;
+  return f;
+}
+
+Simulator simulatorOf(const json& fixture, bool zidInodes) {
+  Simulator::Options options;
+  options.fixture = fixture.dump();
+  options.zidInodes = zidInodes;
+  return Simulator(options);
+}
+
+// A fault rule: before the nth path lookup is answered, the two
+// directories of the volume's tree swap places.
+std::string exchangeAtLookup(int nth, const std::string& a, const std::string& b) {
+  return json({{"request", "getFileInfo"}, {"nth", nth}, {"action", "exchange"}, {"text", "volumes/VOL1" + a},
+               {"with", "volumes/VOL1" + b}})
+      .dump();
+}
+
+// The shared project tree: mallory owns /proj/mallory and may rename in
+// /proj, where alice's directory also stands. Mallory's files are corrupted;
+// alice's files of the same names are sound.
+json projectTree(int files) {
+  json beasts = json::array();
+  for (int i = 0; i < files; ++i) {
+    const std::string name = "/f" + std::to_string(i) + ".dat";
+    beasts.push_back(plainFile(10000 + i, "/proj/alice" + name));
+    beasts.push_back(corruptedFile(20000 + 2 * i, "/proj/mallory" + name));
+  }
+  return e2efixtures::volume(beasts, json::array());
+}
+
+}  // namespace
+
+class RenameRace : public ::testing::TestWithParam<bool> {};
+INSTANTIATE_TEST_SUITE_P(InodesAreZids, RenameRace, ::testing::Values(true, false),
+                         [](const auto& info) { return info.param ? "Yes" : "No"; });
+
+// Mallory swaps the two directories between the moments root's deletion
+// looks at the path: after the name was read, so that the held directory is
+// alice's, and (without zids as inode numbers) back again before the file
+// system confirms the path. Alice's file survives either way, and mallory's
+// entry says why it was not deleted.
+TEST_P(RenameRace, DirectorySwappedUnderTheHeldPathIsNeverUnlinkedFrom) {
+  const bool inodesAreZids = GetParam();
+  Simulator sim = simulatorOf(projectTree(1), inodesAreZids);
+  // Lookups: the command line's path, the volume's probe, the confirmation.
+  std::string faults = "[" + exchangeAtLookup(2, "/proj/alice", "/proj/mallory");
+  if (!inodesAreZids) faults += "," + exchangeAtLookup(3, "/proj/alice", "/proj/mallory");
+  sim.setFaults(faults + "]");
+  e2efixtures::FinishedRun run(sim, {"-d", kVol + "/proj/mallory/f0.dat"});
+  ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
+
+  EXPECT_FALSE(sim.beast(10000).is_null()) << "alice's file was deleted";
+  EXPECT_FALSE(sim.beast(20000).is_null());
+  const std::string log = run.terminal.runLog();
+  const std::string why = inodesAreZids ? "<error>not deleted: its name now leads to zid 10000</error>"
+                                        : "<error>not deleted: its directory changed while it was checked</error>";
+  EXPECT_NE(std::string::npos, log.find(why)) << log;
+  EXPECT_NE(std::string::npos, log.find(inodesAreZids ? "<msg>deletion by path: this volume numbers its inodes by zid"
+                                                      : "<msg>deletion by path: this volume's inode numbers are not"))
+      << log;
+}
+
+// A real renamer swaps the two directories as fast as it can through a whole
+// delete run over a thousand of mallory's files: with zids as inode numbers
+// not one of alice's files is unlinked, and each of mallory's is either
+// deleted or left with its reason.
+TEST(RenameRaceLoop, ThousandDeletionsUnderARacingRenamerUnlinkOnlyTheFilesJudged) {
+  const int files = 1000;
+  Simulator sim = simulatorOf(projectTree(files), true);
+  std::atomic<bool> stop(false);
+  std::atomic<long> swaps(0);
+  const std::string a = sim.volumeDir("VOL1") + "/proj/alice", b = sim.volumeDir("VOL1") + "/proj/mallory";
+  std::thread renamer([&] {
+    while (!stop)
+      if (renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE) == 0) ++swaps;
+  });
+  e2efixtures::FinishedRun run(sim, {"-D", "VOL1"});
+  stop = true;
+  renamer.join();
+  ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
+
+  const json state = sim.state();
+  int aliceLeft = 0, malloryLeft = 0;
+  for (const json& beast : state["volumes"][0]["beasts"]) (beast["zid"].get<uint64_t>() < 20000 ? aliceLeft : malloryLeft)++;
+  EXPECT_EQ(files, aliceLeft) << "alice's files unlinked";
+  const std::string log = run.terminal.runLog();
+  size_t refused = 0;
+  for (size_t at = log.find("<error>not deleted: "); at != std::string::npos; at = log.find("<error>not deleted: ", at + 1))
+    ++refused;
+  EXPECT_EQ(size_t(malloryLeft), refused) << "a file of mallory's left without its reason";
+  EXPECT_GT(swaps.load(), 0);
+  std::cout << "attempts " << files << ", swaps " << swaps << ", refused " << refused << ", deleted "
+            << files - malloryLeft << ", wrong unlinks " << files - aliceLeft << "\n";
+}
+
+// The file system names a plain directory, or a path inside another mount,
+// as where the volume's files lie: no host file is unlinked there. The
+// confirmations answer for every path (as a file system naming these places
+// would), so only the mount checks stand between root and the host files.
+TEST(DeletionPlaces, MountPointMustBeAMountsRootAndTheFileOnIt) {
+  TempDir cwd, other;
+  ASSERT_EQ(0, mkdir(cwd.file("plain").c_str(), 0755));
+  testsupport::writeFile(cwd.file("plain/host.dat"), "host\n");
+  testsupport::writeFile(other.file("host.dat"), "other mount\n");
+  json unmounted = e2efixtures::volume(json::array({corruptedFile(120, "/host.dat")}), json::array());
+  unmounted["volumes"][0]["mountPoint"] = cwd.file("plain");
+  json inner = plainFile(125, "/inner");
+  inner["attributes"] = {"subdirectory"};
+  json nested = e2efixtures::volume(json::array({inner, corruptedFile(130, "/inner/host.dat")}), json::array());
+  struct Case {
+    json fixture;
+    std::vector<std::string> volumes, sandbox;
+    std::string zid, why;
+  } cases[] = {{unmounted, {}, {}, "120",
+                "not deleted: the volume's mount point " + cwd.file("plain") + " is not the root of a mounted file system"},
+               {nested, {"VOL1"}, {"--volume", kVol + "/inner=" + other.path()}, "130",
+                "not deleted: its path leads out of the volume"}};
+  for (const Case& c : cases) {
+    Simulator sim = Simulator::withFixture(c.fixture.dump());
+    sim.setFaults(json({{"request", "getFileInfo"}, {"action", "raw"}, {"count", 0},
+                        {"text", e2efixtures::fileInfoReply("<![CDATA[" + c.zid + "]]>")}})
+                      .dump());
+    VelkorTerminal::Options options;
+    options.cwd = cwd.path();
+    options.volumes = c.volumes;
+    options.sandbox = c.sandbox;
+    e2efixtures::FinishedRun run(sim, {"-D", "VOL1"}, options);
+    ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
+    const std::string log = run.terminal.runLog();
+    EXPECT_NE(std::string::npos, log.find("<error>" + c.why + "</error><zid>" + c.zid + "</zid>")) << log;
+  }
+  EXPECT_EQ("host\n", testsupport::readFile(cwd.file("plain/host.dat")));
+  EXPECT_EQ("other mount\n", testsupport::readFile(other.file("host.dat")));
+}
+
+// In a delete run, a file whose local unlink fails (its name gone, a path
+// too long, a denied unlink) is left with the reason in its entry, and the
+// run goes on to delete the next corrupted file.
+TEST(DeletionPlaces, FailedLocalUnlinkLeavesTheFileAndTheRunGoesOn) {
+  Simulator sim = Simulator::withFixture(e2efixtures::volume(json::array({corruptedFile(100, "/gone.dat"),
+                                                                          corruptedFile(110, "/long.dat"),
+                                                                          corruptedFile(120, "/denied.dat"),
+                                                                          corruptedFile(130, "/last.dat")}),
+                                                             json::array())
+                                             .dump());
+  auto nameFault = [](const std::string& zid, const std::string& name) {
+    return json({{"request", "getBeastFullName"}, {"zid", zid}, {"action", "raw"},
+                 {"text", "<kvfReply><beast><getBeastFullName><result value=\"0\"/><name><![CDATA[" + name +
+                              "]]></name></getBeastFullName></beast></kvfReply>"}})
+        .dump();
+  };
+  sim.setFaults("[" + nameFault("100", "/renamed-by-its-owner.dat") + "," +
+                nameFault("110", "/" + std::string(200, 'd') + std::string(4000, 'x')) + "," +
+                R"({"request":"unlink","zid":"120","action":"result","value":13}])");
+  e2efixtures::FinishedRun run(sim, {"-D", "VOL1"});
+  ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
+  EXPECT_EQ(0, run.terminal.exitStatus());
+  const std::vector<std::string> entries = run.entries();
+  ASSERT_EQ(4u, entries.size()) << run.terminal.runLog();
+  EXPECT_NE(std::string::npos, entries[0].find("<error>not deleted: its name: No such file or directory</error>"));
+  EXPECT_NE(std::string::npos, entries[1].find("<error>not deleted: its path: File name too long</error>"));
+  EXPECT_NE(std::string::npos, entries[2].find("<error>not deleted: unlink: Permission denied</error>"));
+  EXPECT_NE(std::string::npos, entries[3].find("<actionTaken><deleted/></actionTaken>"));
+  EXPECT_TRUE(sim.beast(130).is_null());
+  EXPECT_EQ(4u, testsupport::counters(run.screen)[5]) << "corrupted";
+  EXPECT_EQ(1u, testsupport::counters(run.screen)[7]) << "deleted";
+  EXPECT_EQ(std::string::npos, run.terminal.runLog().find("<error>util/velkor/"));
+}
+
+// A change whose reply is lost may have been made: the object's entry is
+// written before the run's error, saying so, for a repair and a deletion.
+TEST(DeletionPlaces, ChangeWhoseReplyIsLostIsOnRecord) {
+  json fixture = e2efixtures::fixableVolume(100, 1);
+  json deleted = corruptedFile(200, "/was.dat");
+  deleted["parents"] = {"DeletedFile"};
+  fixture["volumes"][0]["beasts"].push_back(deleted);
+  struct Case {
+    std::string op, request, zid;
+  } cases[] = {{"-F", "setBeastInfo", "100"}, {"-D", "deleteBeast", "200"}};
+  for (const Case& c : cases) {
+    Simulator sim = Simulator::withFixture(fixture.dump());
+    sim.setFaults(json({{"request", c.request}, {"action", "cut"}, {"bytes", 20}}).dump());
+    e2efixtures::FinishedRun run(sim, {c.op, "VOL1"});
+    ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
+    const std::string log = run.terminal.runLog();
+    const size_t entry = log.find("<zid>" + c.zid + "</zid>");
+    const size_t unknown = log.find("<error>a change was sent and its outcome is unknown: ");
+    const size_t runError = log.find("<error>util/");
+    EXPECT_NE(std::string::npos, entry) << log;
+    EXPECT_LT(unknown, entry) << c.op << log;
+    EXPECT_LT(entry, runError) << c.op << log;
+  }
+}
