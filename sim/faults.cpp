@@ -9,7 +9,7 @@ using nlohmann::json;
 
 namespace {
 
-const char* const kActions[] = {"result", "raw", "empty", "cut", "pad", "repeat", "eio_write", "eio_read", "delay", "exchange"};
+const char* const kActions[] = {"result", "raw", "empty", "cut", "pad", "repeat", "eio_write", "eio_read", "delay", "exchange", "hang"};
 
 FaultRule readRule(const json& j) {
   if (!j.is_object()) throw std::runtime_error("a fault rule must be a JSON object");
@@ -32,7 +32,7 @@ FaultRule readRule(const json& j) {
   if (r.action == "exchange" && (r.text.empty() || r.with.empty()))
     throw std::runtime_error("fault rule: exchange needs the two names, text and with");
   r.apply = j.value("apply", r.action == "cut" || r.action == "pad" || r.action == "eio_read" || r.action == "delay" ||
-                                 r.action == "exchange");
+                                 r.action == "exchange" || r.action == "hang");
   if (r.nth == 0) throw std::runtime_error("fault rule: nth counts from 1");
   return r;
 }

@@ -17,11 +17,11 @@ struct FaultRule {
   std::optional<std::string> file, volume, zid;
   uint64_t nth = 1;    // first matching occurrence the rule applies to (1-based)
   uint64_t count = 1;  // occurrences it applies to; 0: every one from nth on
-  std::string action;  // result, raw, empty, cut, pad, repeat, eio_write, eio_read, delay, exchange
+  std::string action;  // result, raw, empty, cut, pad, repeat, eio_write, eio_read, delay, exchange, hang
   int64_t value = 0;   // result: the reply's result value (open, unlink: the errno)
   std::string text;    // raw: the reply
   uint64_t bytes = 0;  // cut: bytes kept; pad: size reached
-  uint64_t ms = 0;     // delay
+  uint64_t ms = 0;     // delay, hang
   std::string with;    // exchange: the name `text` swaps places with
   bool apply = false;  // run the request all the same
   uint64_t seen = 0;   // matching occurrences so far

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <fuse3/fuse.h>
+#include <signal.h>
 #include <stdio.h>
 #include <unistd.h>
 
@@ -263,6 +264,17 @@ int exchange(SimContext& c, Handle& h) REQUIRES(h.mutex) {
   std::optional<FaultRule> rule = c.faults.match(key.kind, cmdFileName(h.cmd), key.volume, key.zid);
   h.eioRead = false;
   if (rule && rule->action == "delay") std::this_thread::sleep_for(std::chrono::milliseconds(rule->ms));
+  if (rule && rule->action == "hang") {
+    // No answer until the caller gives up (a fatal signal interrupts the
+    // request) or `ms` have passed: a hung file system.
+    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(rule->ms);
+    while (!fuse_interrupted() && std::chrono::steady_clock::now() < until)
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    if (fuse_interrupted()) {
+      c.log.append(cmdFileName(h.cmd), h.request, "", "hang");
+      return -EINTR;
+    }
+  }
   if (rule && rule->action == "exchange") {
     // Through the kernel, so that its cached names follow: another worker
     // thread serves the rename this call makes.
@@ -370,6 +382,10 @@ void* simInit(fuse_conn_info*, fuse_config* cfg) {
   cfg->negative_timeout = 0;
   SimContext& c = *static_cast<SimContext*>(fuse_get_context()->private_data);
   cfg->use_ino = c.zidInodes;
+  // An interrupted request is told to its handler (fuse_interrupted), for
+  // the hang fault; the handler's thread gets SIGUSR1, which serve() catches.
+  cfg->intr = 1;
+  cfg->intr_signal = SIGUSR1;
   return &c;
 }
 
@@ -377,6 +393,9 @@ void* simInit(fuse_conn_info*, fuse_config* cfg) {
 
 int serve(SimContext& context, const std::string& mountDir) {
   context.mountDir = mountDir;
+  struct sigaction wake = {};
+  wake.sa_handler = [](int) {};
+  sigaction(SIGUSR1, &wake, nullptr);
   fuse_operations ops{};
   ops.init = simInit;
   ops.getattr = simGetattr;

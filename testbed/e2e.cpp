@@ -196,7 +196,7 @@ void Simulator::setFaults(const std::string& json) const {
   int fd = open((mount_ + "/control/faults").c_str(), O_WRONLY | O_TRUNC);
   bool ok = fd >= 0 && write(fd, json.data(), json.size()) == ssize_t(json.size());
   ok = fd >= 0 && close(fd) == 0 && ok;
-  if (!ok) throw std::runtime_error("control/faults refused: " + json);
+  if (!ok) throw std::runtime_error("control/faults refused (" + std::string(strerror(errno)) + "): " + json);
 }
 
 std::string Simulator::daemonOutput() const { return readFile(dir_->file("kvfsim.out")); }

@@ -176,6 +176,40 @@ TEST(Batch, SignalMidFixFinishesTheObjectInHandAndEndsTheLog) {
       << run.screenText();
 }
 
+// A file system that never answers: the first signal asks for the stop
+// after the object in hand, the second ends the run at once, while the reply
+// is still awaited. A reader that goes away does not kill a run either: its
+// log is ended.
+TEST(Batch, SecondSignalEndsARunWaitingForAReplyAndAClosedPipeKillsNone) {
+  Simulator sim = Simulator::withFixture(fixableVolume(100, 10).dump());
+  sim.setFaults(R"({"request":"getBeastInfo","nth":3,"action":"hang","ms":600000})");
+  TempDir dir;
+  VelkorTerminal run(sim, {"-L", "VOL1"}, batch(dir.path()));
+  ASSERT_TRUE(run.waitUntil([&] {
+    return nlohmann::json::parse(testsupport::readFile(sim.mount() + "/control/faults"))[0]["seen"] == 3;
+  }));
+  ASSERT_TRUE(run.signalProgram(SIGTERM));
+  ASSERT_TRUE(run.waitFor("velkor-batch: stopping after the object in hand; a second signal stops at once"));
+  ASSERT_TRUE(run.signalProgram(SIGTERM));
+  run.finish();
+  EXPECT_EQ(32, run.exitStatus()) << run.screenText();
+  EXPECT_NE(std::string::npos, run.screenText().find("velkor-batch: a second signal: stopped at once"));
+  const std::string stopped = testsupport::readFile(dir.file("velkor.log"));
+  EXPECT_EQ(std::string::npos, stopped.find("<finishStatus>")) << "the run waited for the reply";
+
+  sim.setFaults("[]");
+  const std::string loop = testsupport::binaryPath("util/velkor/velkor-batch") +
+                           " --progress=1 -L VOL1 2>&1 | true; echo ${PIPESTATUS[0]} > status";
+  testsupport::ProcessResult piped = testsupport::runProcess(
+      {testsupport::sourcePath("scripts/kvf-sandbox"), "--admin", sim.adminDir(), "--cwd", dir.path(), "--ro",
+       testsupport::binaryPath("util"), "--", "/bin/bash", "-c", loop},
+      "", dir.path());
+  EXPECT_EQ(0, piped.exitStatus) << piped.err;
+  EXPECT_EQ("4\n", testsupport::readFile(dir.file("status"))) << "problems left, not killed by SIGPIPE";
+  const std::string log = testsupport::readFile(dir.file("velkor.log")).substr(stopped.size());
+  EXPECT_EQ(log.size() - 13, log.find("</velkor>\n\n\n\n")) << log;
+}
+
 // A velkor run holds the volume: velkor-batch is refused before any request
 // (exit 8), and the other way round.
 TEST(Batch, NeverOnAVolumeAVelkorRunHolds) {

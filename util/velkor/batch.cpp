@@ -1,5 +1,6 @@
 #include "velkor/batch.h"
 
+#include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 #include <iostream>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "common_cpp/kvfError.h"
 #include "velkor/beastRecords.h"
@@ -31,23 +33,33 @@ namespace {
 std::atomic<int> stopSignal{0};
 static_assert(std::atomic<int>::is_always_lock_free, "the signal handler writes it");
 
-void onStopSignal(int sig) {
-  if (stopSignal.exchange(sig) != 0) {
-    // A second signal: end now, without the end of the log.
-    static const char kText[] = "velkor-batch: a second signal: stopped at once\n";
-    ssize_t ignored = write(STDERR_FILENO, kText, sizeof kText - 1);
-    (void)ignored;
-    _exit(kBatchStopped);
-  }
-}
-
+// The stop signals are blocked in every thread and taken by one of their
+// own. A caught signal would wait for its handler until the exchange in hand
+// ends, which a hung file system never ends; this thread ends the process at
+// the second signal even then. The first only asks the scan to stop: the
+// object in hand is finished, its exchanges untouched.
 void catchStopSignals() {
-  struct sigaction action = {};
-  action.sa_handler = onStopSignal;
-  sigemptyset(&action.sa_mask);
-  // Exchanges go on where a signal came: the object in hand is finished.
-  action.sa_flags = SA_RESTART;
-  for (int sig : {SIGINT, SIGTERM, SIGHUP}) sigaction(sig, &action, nullptr);
+  sigset_t stops;
+  sigemptyset(&stops);
+  for (int sig : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stops, sig);
+  pthread_sigmask(SIG_BLOCK, &stops, nullptr);
+  std::thread([stops] {
+    for (;;) {
+      int sig = 0;
+      if (sigwait(&stops, &sig) != 0) continue;
+      const bool second = stopSignal.exchange(sig) != 0;
+      // A second signal: end now, without the end of the log.
+      static const char kFirst[] = "velkor-batch: stopping after the object in hand; a second signal stops at once\n";
+      static const char kSecond[] = "velkor-batch: a second signal: stopped at once\n";
+      ssize_t ignored = second ? write(STDERR_FILENO, kSecond, sizeof kSecond - 1)
+                               : write(STDERR_FILENO, kFirst, sizeof kFirst - 1);
+      (void)ignored;
+      if (second) _exit(kBatchStopped);
+    }
+  }).detach();
+  // A reader that went away (velkor-batch ... | head) fails the writes to
+  // it; the run and its log go on.
+  signal(SIGPIPE, SIG_IGN);
 }
 
 double secondsSince(const struct timespec& start, const struct timespec& now) {
