@@ -184,7 +184,7 @@ TEST(Batch, NeverOnAVolumeAVelkorRunHolds) {
   TempDir first, second, locks;
   auto sharedLocks = [&](VelkorTerminal::Options options, const std::string& cwd) {
     options.cwd = cwd;
-    options.sandbox = {"--volume", "/run/lock=" + locks.path()};
+    options.sandbox = {"--lock-dir", locks.path()};
     return options;
   };
   {

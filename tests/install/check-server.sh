@@ -3,7 +3,8 @@
 # read it, on a staging root (DESTDIR, prefix /usr):
 # - the systemd units pass systemd-analyze verify, and the enablement of the
 #   example, run offline, enables the timer;
-# - systemd-tmpfiles makes the log directory 0750;
+# - systemd-tmpfiles makes the log directory 0750 and the lock directory
+#   root's alone;
 # - logrotate reads the rotation (-d), then rotates a log in the directory;
 # - bash-completion finds the completion of each program, which completes
 #   options (velkor's: those of its option table), volumes and values;
@@ -54,6 +55,8 @@ done
 # ---- the log directory and its rotation ----
 systemd-tmpfiles --create --root="$stage" velkor.conf
 [ "$(stat -c '%a %U' "$stage/var/log/velkor")" = "750 root" ] || fail "/var/log/velkor: $(stat -c '%a %U' "$stage/var/log/velkor")"
+[ "$(stat -c '%a %U' "$stage/run/lock/velkor")" = "700 root" ] ||
+  fail "/run/lock/velkor: $(stat -c '%a %U' "$stage/run/lock/velkor" 2>&1)"
 rotate="$etc/logrotate.d/velkor"
 logrotate -d -s "$work/logrotate.state" "$rotate" > "$work/logrotate.out" 2>&1 ||
   fail "logrotate -d: $(cat "$work/logrotate.out")"
@@ -133,7 +136,8 @@ mkdir "$work/mnt"
 sim=$!
 for _ in $(seq 100); do [ -e "$work/mnt/control/state.json" ] && break; sleep 0.1; done
 status=0
-"$source/scripts/kvf-sandbox" --admin "$work/mnt/Manage_KVF" --volume "/media/kvf/VOL1=$work/mnt/volumes/VOL1" \
+mkdir -m 0700 "$work/locks"
+"$source/scripts/kvf-sandbox" --lock-dir "$work/locks" --admin "$work/mnt/Manage_KVF" --volume "/media/kvf/VOL1=$work/mnt/volumes/VOL1" \
   --ro "$stage/usr/sbin" --cwd "$stage/var/log/velkor" -- \
   /bin/sh -c "$(staged "$command")" < /dev/null || status=$?
 # The generated volume has problem files: found, none repaired.
