@@ -45,6 +45,7 @@ std::string notOwnDirectory(const struct stat& st) {
   if (!S_ISDIR(st.st_mode))
     return dirName + " is not a directory but " + (S_ISLNK(st.st_mode) ? "a symbolic link" : "another kind of file") +
            " of " + ownerText(st.st_uid) + remedy;
+  if (st.st_uid == 0 && geteuid() != 0) return dirName + " is root's: run this as root";
   if (st.st_uid != geteuid())
     return dirName + " is owned by " + ownerText(st.st_uid) + ", not by " + ownerText(geteuid()) + " who runs this" +
            remedy;
