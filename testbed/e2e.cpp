@@ -292,7 +292,8 @@ VelkorTerminal::VelkorTerminal(const std::vector<std::string>& args, const Optio
     cwd_ = options.cwd;
   }
   std::vector<std::string> argv = options.wrapper;
-  argv.push_back(sourcePath("scripts/kvf-sandbox"));
+  const std::vector<std::string> sandbox = sandboxCommand();
+  argv.insert(argv.end(), sandbox.begin(), sandbox.end());
   argv.insert(argv.end(), options.sandbox.begin(), options.sandbox.end());
   if (!options.cfg.empty()) {
     writeFile(cwd_ + "/kvfstart.cfg", options.cfg);

@@ -119,6 +119,13 @@ std::string binaryPath(const std::string& relative) { return std::string(VELKOR_
 
 std::string velkorBinary() { return binaryPath("util/velkor/velkor"); }
 
+std::vector<std::string> sandboxCommand(const std::vector<std::string>& args) {
+  static const TempDir locks;
+  std::vector<std::string> command = {sourcePath("scripts/kvf-sandbox"), "--lock-dir", locks.path()};
+  command.insert(command.end(), args.begin(), args.end());
+  return command;
+}
+
 TempDir::TempDir() {
   char tmpl[] = "/tmp/velkor-test-XXXXXX";
   if (!mkdtemp(tmpl)) throw std::runtime_error("mkdtemp failed");

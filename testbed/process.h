@@ -37,6 +37,10 @@ std::string sourcePath(const std::string& relative);
 std::string binaryPath(const std::string& relative);
 // The velkor program of this build.
 std::string velkorBinary();
+// kvf-sandbox with a lock directory of this test process's own in place of
+// the host's: runs of tests that go on at once never refuse each other.
+// `args` follow it.
+std::vector<std::string> sandboxCommand(const std::vector<std::string>& args = {});
 
 // A fresh directory under /tmp, removed with its contents when destroyed.
 class TempDir {

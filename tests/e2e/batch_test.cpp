@@ -128,7 +128,24 @@ TEST(Batch, FileOperationsQuestionAndErrors) {
   EXPECT_EQ(0, candidate.exitStatus()) << candidate.screenText();
   EXPECT_NE(std::string::npos, candidate.screenText().find("a background compression candidate at this moment"))
       << candidate.screenText();
-  EXPECT_EQ(8, runBatch(sim, {"-b", "/media/kvf/VOL1/good"}, dir.path(), &out)) << "no configuration file\n" << out;
+  // The configuration file's errors are named as such.
+  const std::pair<std::string, std::string> configErrors[] = {
+      {"", "it cannot be read (No such file or directory)"},
+      {"#" + std::string(300, 'x') + "\n", "a line longer than 255 characters"},
+      {"/DeletedFilesCompressionOption=0\n", "no line sets DaysUntouchedBeforeCompression"},
+  };
+  for (const auto& [text, problem] : configErrors) {
+    VelkorTerminal::Options options = batch(dir.path());
+    options.cfg = text;
+    options.cols = 300;
+    VelkorTerminal badConfig(sim, {"-b", "/media/kvf/VOL1/good"}, options);
+    badConfig.finish();
+    EXPECT_EQ(8, badConfig.exitStatus()) << problem;
+    EXPECT_NE(std::string::npos,
+              badConfig.screenText().find("velkor-batch: the configuration file /etc/opt/quorlen/kvf/kvfstart.cfg: " +
+                                          problem + " ("))
+        << badConfig.screenText();
+  }
 
   EXPECT_EQ(32, runBatch(sim, {"-S", "VOL1"}, dir.path(), &out)) << out;
   EXPECT_NE(std::string::npos, out.find("the question was not answered (no --yes)")) << out;
@@ -218,7 +235,7 @@ TEST(Batch, NeverOnAVolumeAVelkorRunHolds) {
   TempDir first, second, locks;
   auto sharedLocks = [&](VelkorTerminal::Options options, const std::string& cwd) {
     options.cwd = cwd;
-    options.sandbox = {"--volume", "/run/lock=" + locks.path()};
+    options.sandbox = {"--lock-dir", locks.path()};
     return options;
   };
   {

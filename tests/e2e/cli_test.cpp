@@ -19,7 +19,7 @@ class CommandLine : public ::testing::Test {
   // Runs velkor in the sandbox with a plain file as the management file (or
   // none), in the test's own directory.
   ProcessResult velkor(std::vector<std::string> args, bool withAdmin = true) {
-    std::vector<std::string> command = {testsupport::sourcePath("scripts/kvf-sandbox"), "--cwd", dir.path()};
+    std::vector<std::string> command = testsupport::sandboxCommand({"--cwd", dir.path()});
     if (withAdmin) {
       command.push_back("--manage-file");
       command.push_back(dir.file("manage.cmd"));
@@ -162,10 +162,9 @@ TEST_F(CommandLine, RunLogDocumentsAppend) {
 // Without a terminal the interface cannot be made: the log says why and the
 // document stays open (no final status, no end time).
 TEST_F(CommandLine, NoScreenEndsTheRunWithTheReason) {
-  std::vector<std::string> command = {testsupport::sourcePath("scripts/kvf-sandbox"), "--cwd", dir.path(),
-                                      "--manage-file", dir.file("manage.cmd"), "--ro", testsupport::binaryPath("util"),
-                                      "--", "/usr/bin/env", "-u", "TERM",
-                                      testsupport::velkorBinary(), "-L", "VOL1"};
+  std::vector<std::string> command = testsupport::sandboxCommand(
+      {"--cwd", dir.path(), "--manage-file", dir.file("manage.cmd"), "--ro", testsupport::binaryPath("util"), "--",
+       "/usr/bin/env", "-u", "TERM", testsupport::velkorBinary(), "-L", "VOL1"});
   ProcessResult r = testsupport::runProcess(command, "", dir.path());
   EXPECT_EQ(1, r.exitStatus);
   std::string text = log();
@@ -179,8 +178,10 @@ TEST_F(CommandLine, NoScreenEndsTheRunWithTheReason) {
 }
 
 // Run as root in another user's directory, the log is not appended through a
-// symbolic link that user planted; a link of the user's own is followed.
-TEST_F(CommandLine, LogThroughAnotherUsersLinkIsRefused) {
+// symbolic link that user planted, nor to a file of theirs (they would read
+// the run's findings, or write a run of their own into it); a link of the
+// user's own is followed.
+TEST_F(CommandLine, LogOfAnotherUserOrThroughTheirLinkIsRefused) {
   testsupport::writeFile(dir.file("target"), "precious\n");
   ASSERT_EQ(0, symlink(dir.file("target").c_str(), dir.file("velkor.log").c_str()));
   ASSERT_EQ(0, lchown(dir.file("velkor.log").c_str(), 4242, 4242));
@@ -190,6 +191,13 @@ TEST_F(CommandLine, LogThroughAnotherUsersLinkIsRefused) {
             "written through it.\n",
             r.err);
   EXPECT_EQ("precious\n", log("target"));
+  testsupport::writeFile(dir.file("theirs.log"), "their own\n");
+  ASSERT_EQ(0, chmod(dir.file("theirs.log").c_str(), 0666));
+  ASSERT_EQ(0, chown(dir.file("theirs.log").c_str(), 4242, 4242));
+  r = velkor({"-p", "theirs.log", "-L", "VOL1"});
+  EXPECT_EQ(1, r.exitStatus);
+  EXPECT_EQ("velkor: theirs.log is a file owned by another user (uid 4242); the run log is not written to it.\n", r.err);
+  EXPECT_EQ("their own\n", log("theirs.log"));
 
   ASSERT_EQ(0, lchown(dir.file("velkor.log").c_str(), geteuid(), getegid()));
   EXPECT_EQ(0, velkorRun({"-L", "VOL1"}));

@@ -1,6 +1,7 @@
 // velkor run as root among files that another user names: each case is an
 // attack such a user can make, run against the real binary in the sandbox.
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -36,9 +37,11 @@ json corruptedFile(uint64_t zid, const std::string& name) {
 
 // velkor in the sandbox without a terminal: what it prints before a screen
 // would start, and its exit status.
-ProcessResult velkorPlain(const Simulator& sim, const std::string& cwd, std::vector<std::string> args) {
-  std::vector<std::string> command = {testsupport::sourcePath("scripts/kvf-sandbox"), "--admin", sim.adminDir(),
-                                      "--cwd", cwd, "--", testsupport::velkorBinary()};
+// `sandbox`: more sandbox arguments; `binary`: another program of the build.
+ProcessResult velkorPlain(const Simulator& sim, const std::string& cwd, std::vector<std::string> args,
+                          std::vector<std::string> sandbox = {}, const std::string& binary = testsupport::velkorBinary()) {
+  sandbox.insert(sandbox.end(), {"--admin", sim.adminDir(), "--cwd", cwd, "--", binary});
+  std::vector<std::string> command = testsupport::sandboxCommand(sandbox);
   command.insert(command.end(), args.begin(), args.end());
   return testsupport::runProcess(command, "", cwd);
 }
@@ -174,9 +177,9 @@ ProcessResult velkorLoop(const std::string& cwd, int runs, const std::vector<std
   for (const std::string& a : args) loop += " '" + a + "'";
   loop += " >/dev/null 2>&1 </dev/null; done; true";
   testsupport::writeFile(cwd + "/manage.cmd", "");
-  return testsupport::runProcess({testsupport::sourcePath("scripts/kvf-sandbox"), "--cwd", cwd, "--manage-file",
-                                  cwd + "/manage.cmd", "--ro", testsupport::binaryPath("util"), "--",
-                                  "/usr/bin/env", "-u", "TERM", "/bin/sh", "-c", loop},
+  return testsupport::runProcess(testsupport::sandboxCommand({"--cwd", cwd, "--manage-file", cwd + "/manage.cmd",
+                                                              "--ro", testsupport::binaryPath("util"), "--",
+                                                              "/usr/bin/env", "-u", "TERM", "/bin/sh", "-c", loop}),
                                  "", cwd);
 }
 
@@ -279,7 +282,7 @@ TEST(HostileLogPlaces, SecondRunOnTheSameVolumeOrLogIsRefused) {
   auto sharedLocks = [&](const std::string& cwd) {
     VelkorTerminal::Options options;
     options.cwd = cwd;
-    options.sandbox = {"--volume", "/run/lock=" + locks.path()};
+    options.sandbox = {"--lock-dir", locks.path()};
     return options;
   };
   VelkorTerminal running(sim, {"-F", "VOL1"}, sharedLocks(first.path()));
@@ -308,4 +311,49 @@ TEST(HostileLogPlaces, SecondRunOnTheSameVolumeOrLogIsRefused) {
   EXPECT_EQ(log.size() - 13, log.find("</velkor>\n\n\n\n"));
   EXPECT_EQ(1u, sim.requestsOf("browseBeasts").size()) << "a second scan began";
   EXPECT_EQ("", testsupport::readFile(second.file("velkor.log")));
+}
+
+// /run/lock is open to all: a user who makes /run/lock/velkor first, or an
+// administrator who leaves it open to others, would let that user hold every
+// run's locks. Such a directory is refused before any request, saying whose
+// it is and what to do; each program ends as at its other refusals.
+TEST(HostileLogPlaces, LockDirectoryNotTheAdministratorsOwnIsRefused) {
+  Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(100, 2).dump());
+  TempDir dir, locks;
+  const std::string remedy =
+      ": another user could hold or replace the locks in it; remove it (rm -r /run/lock/velkor) and run again.\n";
+  ASSERT_EQ(0, chown(locks.path().c_str(), 4242, 4242));
+  const std::pair<std::string, int> programs[] = {{"velkor", 1}, {"velkor-batch", 8}};
+  for (const auto& [program, status] : programs) {
+    ProcessResult r = velkorPlain(sim, dir.path(), {"-L", "VOL1"}, {"--lock-dir", locks.path()},
+                                  testsupport::binaryPath("util/velkor/" + program));
+    EXPECT_EQ(status, r.exitStatus) << program;
+    EXPECT_EQ(program + ": /run/lock/velkor is owned by uid 4242, not by root (uid 0) who runs this" + remedy, r.err);
+  }
+  ASSERT_EQ(0, chown(locks.path().c_str(), 0, 0));
+  ASSERT_EQ(0, chmod(locks.path().c_str(), 0777));
+  ProcessResult open = velkorPlain(sim, dir.path(), {"-L", "VOL1"}, {"--lock-dir", locks.path()});
+  EXPECT_EQ(1, open.exitStatus);
+  EXPECT_EQ("velkor: /run/lock/velkor may be written by other users (mode 0777)" + remedy, open.err);
+  EXPECT_TRUE(sim.requestsOf("browseBeasts").empty());
+}
+
+// Any user who may read a 0644 log may lock it too: the run's own lock is
+// taken elsewhere, so a reader's lock keeps no run out.
+TEST(HostileLogPlaces, AReaderOfTheLogCannotLockTheRunOut) {
+  Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(100, 2).dump());
+  TempDir dir;
+  testsupport::writeFile(dir.file("velkor.log"), "");
+  const int reader = ::open(dir.file("velkor.log").c_str(), O_RDONLY | O_CLOEXEC);
+  struct flock lock = {};
+  lock.l_type = F_RDLCK;
+  lock.l_whence = SEEK_SET;
+  ASSERT_EQ(0, fcntl(reader, F_SETLK, &lock));
+  VelkorTerminal::Options options;
+  options.cwd = dir.path();
+  e2efixtures::FinishedRun run(sim, {"-L", "VOL1"}, options);
+  close(reader);
+  EXPECT_TRUE(run.finalScreen) << run.terminal.screenText();
+  EXPECT_EQ(0, run.terminal.exitStatus());
+  EXPECT_EQ(0u, run.terminal.runLog().find("<velkor>\n"));
 }

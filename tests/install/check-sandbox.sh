@@ -3,7 +3,9 @@
 # has no capabilities, sees the sandbox's own /usr read-only whatever the
 # working directory, and a read-only bind below the working directory stays
 # read-only; a working directory of / is refused, from --cwd or from where it
-# is run; --help prints the script's header comment and nothing else.
+# is run, and one below /usr or /etc; the host's /run/lock/velkor is the
+# sandbox's (or --lock-dir's); --help prints the script's header comment and
+# nothing else.
 #
 #   check-sandbox.sh SOURCE_DIR
 set -euo pipefail
@@ -58,6 +60,24 @@ refused() {
 check "--cwd / is refused" refused "$dir" --cwd /
 check "a working directory / taken from where it runs is refused" refused /
 check "--cwd /etc is refused" eval '! "$sandbox" --cwd /etc -- /bin/true 2> /dev/null'
+below() {
+  local err
+  if err="$("$sandbox" --cwd "$1" -- /bin/true 2>&1)"; then return 1; fi
+  echo "$err" | grep -q "the working directory $1 (--cwd) would be bound read-write below the sandbox's own $2"
+}
+check "--cwd below /usr is refused" below /usr/share /usr
+check "--cwd below /etc is refused" below "$(find /etc -mindepth 1 -maxdepth 1 -type d | head -1)" /etc
+
+# Runs in sandboxes meet runs on the host at the host's lock directory (made
+# when missing, as velkor makes it); --lock-dir puts another in its place.
+same_lock_dir() {
+  local inside
+  inside="$("$sandbox" --cwd "$dir" "${@:2}" -- /usr/bin/stat -c '%d:%i %a' /run/lock/velkor)" &&
+    [ "$inside" = "$(stat -c '%d:%i %a' "$1")" ]
+}
+check "the host's /run/lock/velkor is the sandbox's" same_lock_dir /run/lock/velkor
+mkdir -m 0700 "$dir/locks"
+check "--lock-dir binds another lock directory" same_lock_dir "$dir/locks" --lock-dir "$dir/locks"
 
 # --help: the header comment (from line 2 to the first line that is not a
 # comment), without its comment marks.

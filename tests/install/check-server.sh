@@ -1,15 +1,20 @@
 #!/usr/bin/env bash
 # What a server gets from the component "velkor", checked with the tools that
 # read it, on a staging root (DESTDIR, prefix /usr):
-# - the systemd units pass systemd-analyze verify, and the enablement of the
-#   example, run offline, enables the timer;
-# - systemd-tmpfiles makes the log directory 0750;
+# - the systemd units pass systemd-analyze verify (the service also with the
+#   repair drop-in of the examples), the service's exposure is 2.5 or below
+#   (systemd-analyze security), and the enablement of the example, run
+#   offline, enables the timer;
+# - systemd-tmpfiles makes the log directory 0750 and the lock directory
+#   root's alone;
 # - logrotate reads the rotation (-d), then rotates a log in the directory;
 # - bash-completion finds the completion of each program, which completes
 #   options (velkor's: those of its option table), volumes and values;
 # - the cron line of the example is valid and runs (velkor-batch on a
 #   simulated volume), and velkor-report judges its log;
-# - the unit's metrics command writes what promtool reads.
+# - the unit's metrics command writes what promtool reads;
+# - the unit's command lines, run with the unit's restrictions that a
+#   sandbox can apply, list, and with the repair drop-in fix and delete.
 #
 #   check-server.sh BUILD_DIR SOURCE_DIR SYSCONFDIR
 set -euo pipefail
@@ -42,9 +47,16 @@ timer="${words[3]}"
 # Starting needs the running systemd; enabling is done offline in the root.
 systemctl --root="$stage" --quiet enable "$timer"
 [ -L "$stage/etc/systemd/system/timers.target.wants/$timer" ] || fail "$timer was not enabled"
+dropins="$stage/etc/systemd/system/${timer%.timer}.service.d"
+mkdir -p "$dropins"
+cp "$examples/velkor-check-repair.conf" "$dropins/"
 verify=$(systemd-analyze verify --man=no --root="$stage" "$timer" "${timer%.timer}.service" 2>&1) ||
   fail "systemd-analyze verify: $verify"
 [ -z "$verify" ] || fail "systemd-analyze verify: $verify"
+exposure=$(systemd-analyze security --offline=true "$units/velkor-check@.service" 2>&1 |
+  sed -n 's/.*Overall exposure level for [^:]*: \([0-9.]*\) .*/\1/p')
+[ -n "$exposure" ] && awk -v e="$exposure" 'BEGIN { exit !(e <= 2.5) }' ||
+  fail "systemd-analyze security: exposure ${exposure:-unknown}, more than 2.5"
 for page in $(sed -n 's/^Documentation=//p' "$units"/velkor-check@.*); do
   name="${page#man:}" section="${page##*(}"
   name="${name%(*}" section="${section%)}"
@@ -54,6 +66,8 @@ done
 # ---- the log directory and its rotation ----
 systemd-tmpfiles --create --root="$stage" velkor.conf
 [ "$(stat -c '%a %U' "$stage/var/log/velkor")" = "750 root" ] || fail "/var/log/velkor: $(stat -c '%a %U' "$stage/var/log/velkor")"
+[ "$(stat -c '%a %U' "$stage/run/lock/velkor")" = "700 root" ] ||
+  fail "/run/lock/velkor: $(stat -c '%a %U' "$stage/run/lock/velkor" 2>&1)"
 rotate="$etc/logrotate.d/velkor"
 logrotate -d -s "$work/logrotate.state" "$rotate" > "$work/logrotate.out" 2>&1 ||
   fail "logrotate -d: $(cat "$work/logrotate.out")"
@@ -133,7 +147,8 @@ mkdir "$work/mnt"
 sim=$!
 for _ in $(seq 100); do [ -e "$work/mnt/control/state.json" ] && break; sleep 0.1; done
 status=0
-"$source/scripts/kvf-sandbox" --admin "$work/mnt/Manage_KVF" --volume "/media/kvf/VOL1=$work/mnt/volumes/VOL1" \
+mkdir -m 0700 "$work/locks"
+"$source/scripts/kvf-sandbox" --lock-dir "$work/locks" --admin "$work/mnt/Manage_KVF" --volume "/media/kvf/VOL1=$work/mnt/volumes/VOL1" \
   --ro "$stage/usr/sbin" --cwd "$stage/var/log/velkor" -- \
   /bin/sh -c "$(staged "$command")" < /dev/null || status=$?
 # The generated volume has problem files: found, none repaired.
@@ -148,4 +163,58 @@ mkdir -p "$stage/var/lib/prometheus/node-exporter"
 (PATH=/usr/bin:/bin; eval "$(staged "$metrics")")
 promtool check metrics < "$stage/var/lib/prometheus/node-exporter/velkor-VOL1.prom" ||
   fail "promtool: $(cat "$stage/var/lib/prometheus/node-exporter/velkor-VOL1.prom")"
-echo "server: units, log directory, rotation, completion, cron line and metrics checked"
+
+# ---- the unit's command lines under its restrictions ----
+# No service manager runs here: bwrap applies what matters of the unit (and
+# its drop-ins) to its ExecStart lines: every directory read-only but those
+# ReadWritePaths and LogsDirectory declare, a private /tmp, no capabilities
+# but the bounding set, no new privileges (bwrap sets it always). The places
+# the unit names are the simulator's and the staging root's.
+declare -A place=(
+  [/_admin/Manage_KVF]="$work/mnt/Manage_KVF" [/media/kvf/VOL1]="$work/mnt/volumes/VOL1"
+  [/run/lock]="$work/unit-lock" [/var/log/velkor]="$stage/var/log/velkor"
+)
+mkdir -m 1777 "$work/unit-lock"
+# unit_runs FILE... : runs the ExecStart lines of the unit files given (the
+# unit, then its drop-ins), printing each one's exit status; their output
+# goes to unit.out.
+unit_runs() {
+  local writable=() caps=() lines=() line path args
+  writable+=("/var/log/$(sed -n 's/^LogsDirectory=//p' "$@")")
+  for path in $(sed -n 's/^ReadWritePaths=//p' "$@"); do writable+=("${path#-}"); done
+  for cap in $(sed -n 's/^CapabilityBoundingSet=//p' "$@"); do caps+=(--cap-add "$cap"); done
+  while IFS= read -r line; do
+    if [ -z "$line" ]; then lines=(); else lines+=("$line"); fi
+  done < <(sed -n 's/^ExecStart=//p' "$@")
+  : > "$work/unit.out"
+  args=(--unshare-pid --die-with-parent --cap-drop ALL "${caps[@]}")
+  for path in /usr /etc /var /opt /srv; do [ -d "$path" ] && args+=(--ro-bind "$path" "$path"); done
+  args+=(--symlink usr/bin /bin --symlink usr/lib /lib --symlink usr/lib64 /lib64 --symlink usr/sbin /sbin)
+  args+=(--dev /dev --proc /proc --tmpfs /tmp --tmpfs /run --tmpfs /media --tmpfs /var/log)
+  args+=(--ro-bind "$stage/usr" "$stage/usr")
+  for path in "${!place[@]}"; do
+    local bind=--ro-bind
+    for w in "${writable[@]}"; do
+      w="${w//%i/VOL1}"
+      [[ "$path/" == "$w/"* ]] && bind=--bind
+    done
+    args+=("$bind" "${place[$path]}" "$path")
+  done
+  for line in "${lines[@]}"; do
+    line="${line//%i/VOL1}"
+    local status=0
+    # The program from the staging root; its arguments as the unit has them.
+    bwrap "${args[@]}" -- /bin/sh -c "exec $stage${line#-}" < /dev/null >> "$work/unit.out" 2>&1 || status=$?
+    echo "$status"
+  done
+}
+volume_files() { find "$work/mnt/volumes/VOL1" -type f | wc -l; }
+[ "$(unit_runs "$units/velkor-check@.service")" = 4 ] || fail "the unit's list: $(cat "$work/unit.out")"
+before=$(volume_files)
+# The fix leaves the corrupted files, the delete the fixable files the fix
+# did not take (open ones): 4 both; what matters is what they did.
+statuses=$(unit_runs "$units/velkor-check@.service" "$dropins/velkor-check-repair.conf" | tr '\n' ' ')
+[ "$statuses" = "4 4 " ] || fail "the repair drop-in's fix and delete exited $statuses: $(cat "$work/unit.out")"
+grep -Eq -- '--fix-all VOL1: .*\(([1-9][0-9]*) fixed' "$work/unit.out" || fail "the fix fixed nothing: $(cat "$work/unit.out")"
+[ "$(volume_files)" -lt "$before" ] || fail "the delete unlinked no file: $(cat "$work/unit.out")"
+echo "server: units, log directory, rotation, completion, cron line, metrics and the unit's runs checked"

@@ -370,9 +370,9 @@ TEST(ReportEndToEnd, TheManualsUnattendedRecipe) {
   for (auto [sim, status] : {std::pair<const Simulator*, int>{&problems, 1}, {&clean, 0}}) {
     testsupport::TempDir dir;
     ProcessResult r = testsupport::runProcess(
-        {testsupport::sourcePath("scripts/kvf-sandbox"), "--admin", sim->adminDir(), "--volume",
-         kVol + "=" + sim->volumeDir("VOL1"), "--ro", velkorDir, "--ro", reportDir, "--cwd", dir.path(), "--",
-         "/bin/sh", "-c", "unset TERM; PATH=" + velkorDir + ":" + reportDir + ":$PATH\n" + recipe},
+        testsupport::sandboxCommand({"--admin", sim->adminDir(), "--volume", kVol + "=" + sim->volumeDir("VOL1"),
+                                     "--ro", velkorDir, "--ro", reportDir, "--cwd", dir.path(), "--", "/bin/sh", "-c",
+                                     "unset TERM; PATH=" + velkorDir + ":" + reportDir + ":$PATH\n" + recipe}),
         "", dir.path());
     EXPECT_EQ(status, r.exitStatus) << r.out << r.err;
     EXPECT_NE(std::string::npos, r.out.find("run 1 (list-all VOL1")) << r.out;

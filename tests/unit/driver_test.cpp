@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -8,6 +9,7 @@
 #include "e2e.h"
 #include "velkor/commandLine.h"
 #include "velkor/velkor.h"
+#include "velkor/volumeLock.h"
 
 TEST(ObjectPath, VolumeNamesAndAbsolutePathsAreKeptRelativePathsJoined) {
   char* cwd = getcwd(nullptr, 0);
@@ -50,4 +52,41 @@ TEST(ManualPage, NamesEveryOptionOfTheParserAndTheHelpText) {
   for (auto it = std::sregex_iterator(text.begin(), text.end(), option); it != std::sregex_iterator(); ++it, ++found)
     EXPECT_NE(std::string::npos, page.find(roff((*it)[2]))) << (*it)[2];
   EXPECT_GT(found, 20);
+}
+
+// No volume name leads out of the lock directory or onto another volume's
+// lock file, nor onto a run log's.
+TEST(RunLocks, VolumeLockNamesStayInTheirDirectory) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"VOL1", "VOL1.lock"},   {"..", "%2E..lock"},        {"a/b", "a%2Fb.lock"}, {".x", "%2Ex.lock"},
+      {"%", "%25.lock"},       {"\xff", "%FF.lock"},       {"", ".lock"},         {"x.y-z_0", "x.y-z_0.lock"},
+      {"log@8:1-5", "log%408%3A1-5.lock"},
+  };
+  for (const auto& [volume, expected] : cases) {
+    const std::string name = velkor::volumeLockName(volume);
+    EXPECT_EQ(expected, name) << volume;
+    EXPECT_EQ(std::string::npos, name.find('/')) << volume;
+  }
+}
+
+// The lock directory's parent, when missing, is made as every system has
+// /run/lock (open to all, sticky), whatever the umask; the directory itself
+// is the run's user's alone.
+TEST(RunLocks, MissingParentIsMadeStickyAndOpenToAllWhateverTheUmask) {
+  testsupport::TempDir dir;
+  const std::string locks = dir.file("lock/velkor");
+  const char* saved = velkor::runLockDir;
+  velkor::runLockDir = locks.c_str();
+  const mode_t mask = umask(027);
+  std::string why;
+  const int fd = velkor::takeRunLock("probe", "the probe", &why);
+  umask(mask);
+  velkor::runLockDir = saved;
+  ASSERT_GE(fd, 0) << why;
+  velkor::releaseRunLock(fd);
+  struct stat parent, own;
+  ASSERT_EQ(0, stat(dir.file("lock").c_str(), &parent));
+  ASSERT_EQ(0, stat(locks.c_str(), &own));
+  EXPECT_EQ(01777u, parent.st_mode & 07777);
+  EXPECT_EQ(0700u, own.st_mode & 07777);
 }

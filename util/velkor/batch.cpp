@@ -18,6 +18,7 @@
 #include "velkor/beastRecords.h"
 #include "velkor/channel.h"
 #include "velkor/commandLine.h"
+#include "velkor/compCandidate.h"
 #include "velkor/logElements.h"
 #include "velkor/operations.h"
 #include "velkor/runLog.h"
@@ -95,7 +96,9 @@ std::string problemNames(unsigned long problems) {
 std::string errorWords(const KVFError& e, unsigned int operation, const char* target, bool beforeAnyObject) {
   std::string words;
   const bool refused = e.isKvfCode && std::string(e.what()) == "Reply results";
-  if (refused && e.code == zERR_GENERIC_KVF_ERROR && beforeAnyObject)
+  if (const auto* config = dynamic_cast<const ConfigFileError*>(&e))
+    words = config->operatorWords();
+  else if (refused && e.code == zERR_GENERIC_KVF_ERROR && beforeAnyObject)
     words = isVolumeOperation(operation) ? "volume " + std::string(target) + " not found on this server"
                                          : std::string(target) + " is not a file on a KVF volume of this server";
   else if (e.isKvfCode && e.code == zERR_VALUE_CHANGED)

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "velkor/beastQueries.h"
 #include "common_cpp/kvfError.h"
@@ -27,20 +28,41 @@ namespace {
 
 const unsigned int kNoSetting = 4294967295u;
 
+// A setting the rule needs that the file has no line for; the log and the
+// screen show the program's documented error for it.
+ConfigFileError missingSetting(const char* name, const char* location) {
+  return ConfigFileError(KVFError("Error getting set parameter value", location, -1),
+                         std::string("no line sets ") + name);
+}
+
 }  // namespace
+
+ConfigFileError::ConfigFileError(const KVFError& error, std::string problem)
+    : KVFError(error), problem(std::move(problem)) {}
+
+ConfigFileError::~ConfigFileError() = default;
+
+std::string ConfigFileError::operatorWords() const {
+  return std::string("the configuration file ") + kvfStartConfigPath + ": " + problem;
+}
 
 unsigned int getSetParameterValue(const char* name) {
   // Only a regular file is read: a directory would read as one long line, and
   // opening a FIFO would wait for a writer.
   struct stat status;
-  if (stat(kvfStartConfigPath, &status) == 0 && !S_ISREG(status.st_mode))
-    throw KVFError(std::string("The start-up configuration file ") + kvfStartConfigPath + " is " +
-                       (S_ISDIR(status.st_mode) ? "a directory" : "not a regular file"),
-                   KVF_HERE, S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
+  if (stat(kvfStartConfigPath, &status) == 0 && !S_ISREG(status.st_mode)) {
+    const char* kind = S_ISDIR(status.st_mode) ? "a directory" : "not a regular file";
+    throw ConfigFileError(KVFError(std::string("The start-up configuration file ") + kvfStartConfigPath + " is " + kind,
+                                   KVF_HERE, S_ISDIR(status.st_mode) ? EISDIR : EINVAL),
+                          std::string("it is ") + kind);
+  }
   std::ifstream config(kvfStartConfigPath);
-  if (!config.is_open())
-    throw KVFError(std::string("Unable to read the start-up configuration file ") + kvfStartConfigPath, KVF_HERE,
-                   errno);
+  if (!config.is_open()) {
+    const int error = errno;
+    throw ConfigFileError(
+        KVFError(std::string("Unable to read the start-up configuration file ") + kvfStartConfigPath, KVF_HERE, error),
+        std::string("it cannot be read (") + strerror(error) + ")");
+  }
   char line[256];
   const size_t nameLength = strlen(name);
   for (;;) {
@@ -48,8 +70,9 @@ unsigned int getSetParameterValue(const char* name) {
     if (config.fail()) {
       if (config.eof() && config.gcount() == 0) return kNoSetting;
       if (!config.eof())
-        throw KVFError(std::string("A line longer than 255 characters in ") + kvfStartConfigPath,
-                       zERR_BUFFER_TOO_SMALL, KVF_HERE);
+        throw ConfigFileError(KVFError(std::string("A line longer than 255 characters in ") + kvfStartConfigPath,
+                                       zERR_BUFFER_TOO_SMALL, KVF_HERE),
+                              "a line longer than 255 characters");
     }
     // The last line may end without a newline.
     if (line[0] != '#' && line[0] != '\0' && strstr(line + 1, name)) {
@@ -76,11 +99,11 @@ bool checkCompCandidate(char* volumeName, char* zid) {
   if (!file->allNamesDeleted) {
     if (file->beastType != beastFile) return true;
     unsigned int days = getSetParameterValue("DaysUntouchedBeforeCompression");
-    if (days == kNoSetting) throw KVFError("Error getting set parameter value", "util/velkor/velkorHelper[1508]", -1);
+    if (days == kNoSetting) throw missingSetting("DaysUntouchedBeforeCompression", "util/velkor/velkorHelper[1508]");
     return static_cast<uint32_t>(days * 86400u + file->accessedTime) <= now;
   }
   unsigned int option = getSetParameterValue("DeletedFilesCompressionOption");
-  if (option == kNoSetting) throw KVFError("Error getting set parameter value", "util/velkor/velkorHelper[1475]", -1);
+  if (option == kNoSetting) throw missingSetting("DeletedFilesCompressionOption", "util/velkor/velkorHelper[1475]");
   if (option == 0) return false;
   if (option == 1) return file->beastType == beastFile ? static_cast<uint32_t>(file->accessedTime + 86400u) < now : true;
   return true;

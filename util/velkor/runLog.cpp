@@ -19,6 +19,7 @@
 #include "velkor/logEscape.h"
 #include "velkor/velkor.h"
 #include "velkor/velkorTypes.h"
+#include "velkor/volumeLock.h"
 
 namespace {
 
@@ -147,6 +148,14 @@ bool isDevNull(const struct stat& st) {
 const int kLogFlags = O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
 const mode_t kNewLogMode = 0666;  // less the umask, as for any new file
 
+// Another user's file or link: that user could read what the run logs, or
+// write a run of their own into it. Always -1.
+int refuseOwner(const char* path, const char* kind, uid_t owner, const char* preposition) {
+  fprintf(stderr, "%s: %s is %s owned by another user (uid %lu); the run log is not written %s it.\n", appName, path,
+          kind, static_cast<unsigned long>(owner), preposition);
+  return -1;
+}
+
 int refuseKind(const char* path, mode_t mode) {
   fprintf(stderr, "%s: %s is %s; the run log must be a regular file.\n", appName, path, kindOf(mode));
   return -1;
@@ -176,9 +185,7 @@ int openThroughOwnLink(const char* path) {
   if (fstat(link, &st) == 0 && S_ISLNK(st.st_mode)) {
     if (st.st_uid != geteuid()) {
       ::close(link);
-      fprintf(stderr, "%s: %s is a symbolic link owned by another user (uid %lu); the run log is not written through it.\n",
-              appName, path, static_cast<unsigned long>(st.st_uid));
-      return -1;
+      return refuseOwner(path, "a symbolic link", st.st_uid, "through");
     }
     length = readlinkat(link, "", target, sizeof target - 1);
   }
@@ -215,23 +222,12 @@ int openLogDescriptor(const char* path) {
     ::close(fd);
     return refuseKind(path, st.st_mode);
   }
+  if (S_ISREG(st.st_mode) && st.st_uid != geteuid()) {
+    ::close(fd);
+    return refuseOwner(path, "a file", st.st_uid, "to");
+  }
   fcntl(fd, F_SETFL, O_WRONLY | O_APPEND);  // writes wait again, as for any file
   return fd;
-}
-
-// One run at a time per log: a second run's document would be interleaved
-// with the first's. False (after printing why) when another run holds it.
-bool lockLog(int fd, const char* path) {
-  struct flock lock = {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  if (fcntl(fd, F_SETLK, &lock) == 0) return true;
-  if (errno != EACCES && errno != EAGAIN) return true;  // a file that cannot be locked is written unlocked
-  struct flock holder = lock;
-  long pid = fcntl(fd, F_GETLK, &holder) == 0 && holder.l_type != F_UNLCK ? static_cast<long>(holder.l_pid) : 0;
-  fprintf(stderr, "%s: the run log %s is in use by another run (pid %ld); try again when it has ended.\n", appName,
-          path, pid);
-  return false;
 }
 
 std::string failureMessage() { return std::string("the run log could not be written: ") + LogFailure(); }
@@ -245,10 +241,18 @@ RunLog::~RunLog() { close(); }
 bool RunLog::open(const char* path) {
   int fd = openLogDescriptor(path);
   if (fd < 0) return false;
+  // One run at a time per log: a second run's document would be
+  // interleaved with the first's. The lock is not taken on the log itself,
+  // which others may be allowed to open (and so to lock).
   struct stat st;
-  if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && !lockLog(fd, path)) {
-    ::close(fd);
-    return false;
+  if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
+    std::string why;
+    lockFd_ = velkor::takeRunLock(velkor::logLockName(st), std::string("the run log ") + path, &why);
+    if (lockFd_ < 0) {
+      fprintf(stderr, "%s: %s.\n", appName, why.c_str());
+      ::close(fd);
+      return false;
+    }
   }
   // The signal handler writes its messages straight to the log's descriptor.
   signalFd_ = fcntl(fd, F_DUPFD_CLOEXEC, 0);
@@ -271,6 +275,8 @@ void RunLog::close() {
   savedErr_ = nullptr;
   openLog = nullptr;
   buffer_.reset();  // writes what it still holds
+  velkor::releaseRunLock(lockFd_);
+  lockFd_ = -1;
 }
 
 const char* LogFailure() { return runLogError ? strerror(runLogError) : nullptr; }

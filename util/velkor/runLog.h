@@ -39,8 +39,10 @@ class RunLog {
   // Opens `path` for appending: a regular file (created with the permissions
   // of a new file), or /dev/null. A symbolic link that another user owns is
   // refused (another user could point it at any file the administrator can
-  // write), and so is a link to a link, a directory, a FIFO, a socket or a
-  // device. A log another run holds is refused too. False after printing why.
+  // write), and so is a file another user owns (they could read the run's
+  // findings or write a run of their own into it), a link to a link, a
+  // directory, a FIFO, a socket or a device. A log another run holds is
+  // refused too. False after printing why.
   bool open(const char* path);
   void close();
 
@@ -51,6 +53,7 @@ class RunLog {
   std::unique_ptr<Buffer> buffer_;
   std::streambuf* savedErr_ = nullptr;
   int signalFd_ = -1;
+  int lockFd_ = -1;  // the log's lock, under the lock directory
 };
 
 // Why the run log could not be written ("No space left on device"), or null

@@ -1,7 +1,8 @@
 #include "velkor/volumeLock.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <pwd.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,7 +11,7 @@
 
 namespace velkor {
 
-const char* const kVolumeLockDir = "/run/lock/velkor";
+const char* runLockDir = "/run/lock/velkor";
 
 namespace {
 
@@ -18,32 +19,101 @@ int heldFd = -1;            // the lock file of the volume the run holds
 std::string heldVolume;
 bool refused = false;
 
-std::string systemReason(const char* what) { return std::string(what) + ": " + strerror(errno); }
+std::string systemReason(const std::string& what) { return what + ": " + strerror(errno); }
 
-// The lock directory, made when missing; refused unless the effective user
-// owns it and nobody else may write it (another user could otherwise hold
-// or replace the lock files).
-int openLockDir(std::string* why) {
-  mkdir("/run/lock", 01777);
-  if (mkdir(kVolumeLockDir, 0700) != 0 && errno != EEXIST) {
-    *why = systemReason(kVolumeLockDir);
-    return -1;
+std::string ownerText(uid_t uid) {
+  struct passwd* user = getpwuid(uid);
+  std::string number = "uid " + std::to_string(uid);
+  return user ? std::string(user->pw_name) + " (" + number + ")" : number;
+}
+
+// The directory's parent (/run/lock) is made only as every system has it:
+// open to all with the sticky bit, whatever the umask.
+void makeParent() {
+  std::string parent(runLockDir);
+  parent.erase(parent.find_last_of('/'));
+  if (!parent.empty() && mkdir(parent.c_str(), 01777) == 0) chmod(parent.c_str(), 01777);
+}
+
+// Why the lock directory, as `st` describes it, is not the effective user's
+// own alone (another user could hold or replace the lock files in it); empty
+// when it is.
+std::string notOwnDirectory(const struct stat& st) {
+  const std::string dirName(runLockDir);
+  const std::string remedy = ": another user could hold or replace the locks in it; remove it (rm -r " + dirName +
+                             ") and run again";
+  if (!S_ISDIR(st.st_mode))
+    return dirName + " is not a directory but " + (S_ISLNK(st.st_mode) ? "a symbolic link" : "another kind of file") +
+           " of " + ownerText(st.st_uid) + remedy;
+  if (st.st_uid == 0 && geteuid() != 0) return dirName + " is root's: run this as root";
+  if (st.st_uid != geteuid())
+    return dirName + " is owned by " + ownerText(st.st_uid) + ", not by " + ownerText(geteuid()) + " who runs this" +
+           remedy;
+  if (st.st_mode & (S_IWGRP | S_IWOTH)) {
+    char mode[8];
+    snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(st.st_mode & 07777));
+    return dirName + " may be written by other users (mode " + mode + ")" + remedy;
   }
-  int dir = open(kVolumeLockDir, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (dir < 0) {
-    *why = systemReason(kVolumeLockDir);
+  return "";
+}
+
+// The lock directory, made when missing; refused unless it is the effective
+// user's own alone.
+int openLockDir(std::string* why) {
+  makeParent();
+  if (mkdir(runLockDir, 0700) != 0 && errno != EEXIST) {
+    *why = systemReason(runLockDir);
     return -1;
   }
   struct stat st;
-  if (fstat(dir, &st) != 0 || st.st_uid != geteuid() || (st.st_mode & (S_IWGRP | S_IWOTH))) {
-    close(dir);
-    *why = std::string(kVolumeLockDir) + " is not the administrator's own directory; no volume lock is taken there";
+  int dir = open(runLockDir, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (dir < 0) {
+    // Another user's directory or link may not even open: it is named as
+    // what it is all the same.
+    const int error = errno;
+    if (lstat(runLockDir, &st) != 0 || (*why = notOwnDirectory(st)).empty()) {
+      errno = error;
+      *why = systemReason(runLockDir);
+    }
     return -1;
   }
-  return dir;
+  if (fstat(dir, &st) != 0)
+    *why = systemReason(runLockDir);
+  else if ((*why = notOwnDirectory(st)).empty())
+    return dir;
+  close(dir);
+  return -1;
 }
 
 }  // namespace
+
+int takeRunLock(const std::string& name, const std::string& what, std::string* why) {
+  int dir = openLockDir(why);
+  if (dir < 0) return -1;
+  int fd = openat(dir, name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+  close(dir);
+  if (fd < 0) {
+    *why = systemReason(std::string(runLockDir) + "/" + name);
+    return -1;
+  }
+  struct flock lock = {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  if (fcntl(fd, F_SETLK, &lock) == 0) return fd;
+  const int error = errno;
+  struct flock holder = lock;
+  long pid = fcntl(fd, F_GETLK, &holder) == 0 && holder.l_type != F_UNLCK ? static_cast<long>(holder.l_pid) : 0;
+  close(fd);
+  errno = error;
+  *why = error == EACCES || error == EAGAIN
+             ? what + " is in use by another run (pid " + std::to_string(pid) + "); try again when it has ended"
+             : systemReason(std::string(runLockDir) + "/" + name);
+  return -1;
+}
+
+void releaseRunLock(int fd) {
+  if (fd >= 0) close(fd);
+}
 
 std::string volumeLockName(const std::string& volume) {
   std::string name;
@@ -62,30 +132,15 @@ std::string volumeLockName(const std::string& volume) {
   return name + ".lock";
 }
 
+std::string logLockName(const struct stat& log) {
+  return "log@" + std::to_string(major(log.st_dev)) + ":" + std::to_string(minor(log.st_dev)) + "-" +
+         std::to_string(log.st_ino);
+}
+
 bool lockVolume(const char* volume, std::string* why) {
   if (heldFd >= 0 && heldVolume == volume) return true;
-  int dir = openLockDir(why);
-  if (dir < 0) {
-    refused = true;
-    return false;
-  }
-  const std::string name = volumeLockName(volume);
-  int fd = openat(dir, name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
-  close(dir);
+  int fd = takeRunLock(volumeLockName(volume), std::string("volume ") + volume, why);
   if (fd < 0) {
-    *why = systemReason((std::string(kVolumeLockDir) + "/" + name).c_str());
-    refused = true;
-    return false;
-  }
-  struct flock lock = {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  if (fcntl(fd, F_SETLK, &lock) != 0) {
-    struct flock holder = lock;
-    long pid = fcntl(fd, F_GETLK, &holder) == 0 && holder.l_type != F_UNLCK ? static_cast<long>(holder.l_pid) : 0;
-    close(fd);
-    *why = std::string("volume ") + volume + " is in use by another run (pid " + std::to_string(pid) +
-           "); try again when it has ended";
     refused = true;
     return false;
   }

@@ -1,20 +1,35 @@
-// One run at a time per volume: two runs that repair one volume at once
-// would both change the same objects. The run holds an exclusive lock on a
-// file named after its volume, in a directory only the administrator can
-// write, for the rest of its life (the process's end lets it go).
+// One run at a time per volume and per run log: two runs that repair one
+// volume at once would both change the same objects, and two documents
+// written into one log at once would be interleaved. A run holds an
+// exclusive lock on a file named after what it uses, in a directory only
+// the administrator can write, for the rest of its life (the process's end
+// lets it go). No other user can open these files, so no other user can
+// hold their locks.
 #pragma once
+
+#include <sys/stat.h>
 
 #include <string>
 
 namespace velkor {
 
-// The directory of the volumes' lock files.
-extern const char* const kVolumeLockDir;
+// The directory of the lock files (/run/lock/velkor); a plain global so that
+// tests can point it elsewhere. Made when missing, and its parent too (with
+// the mode every system gives /run/lock, 1777, whatever the umask).
+extern const char* runLockDir;
+
+// Takes the lock file `name` of the lock directory and keeps its descriptor
+// (the lock) until releaseRunLock or the end of the process. -1, with `why`
+// set to a sentence for the operator, when another run holds it (naming
+// that run's process id after `what`, "volume VOL1") or when the lock
+// directory is not the administrator's own (saying whose it is and what to
+// do).
+int takeRunLock(const std::string& name, const std::string& what, std::string* why);
+void releaseRunLock(int fd);
 
 // Takes the lock of `volume` for the rest of the run. False, with `why` set
-// to a sentence for the operator, when another run holds it (naming that
-// run's process id) or the lock cannot be had. Taking the lock of the volume
-// the run already holds succeeds.
+// as by takeRunLock. Taking the lock of the volume the run already holds
+// succeeds.
 bool lockVolume(const char* volume, std::string* why);
 
 // Whether the run was refused a volume's lock (it then ends with exit status 1).
@@ -24,5 +39,10 @@ bool volumeLockRefused();
 // they are (not a leading '.'), every other byte as %XX, so that no volume
 // name leads out of the directory.
 std::string volumeLockName(const std::string& volume);
+
+// The lock file's name for a run log, after the log file's device and inode
+// (so that every path to one file shares its lock): "log@MAJOR:MINOR-INODE",
+// which no volume's name becomes ('@' and ':' are escaped there).
+std::string logLockName(const struct stat& log);
 
 }  // namespace velkor
