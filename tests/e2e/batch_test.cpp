@@ -218,8 +218,8 @@ TEST(Batch, SecondSignalEndsARunWaitingForAReplyAndAClosedPipeKillsNone) {
   const std::string loop = testsupport::binaryPath("util/velkor/velkor-batch") +
                            " --progress=1 -L VOL1 2>&1 | true; echo ${PIPESTATUS[0]} > status";
   testsupport::ProcessResult piped = testsupport::runProcess(
-      {testsupport::sourcePath("scripts/kvf-sandbox"), "--admin", sim.adminDir(), "--cwd", dir.path(), "--ro",
-       testsupport::binaryPath("util"), "--", "/bin/bash", "-c", loop},
+      testsupport::sandboxCommand({"--admin", sim.adminDir(), "--cwd", dir.path(), "--ro", testsupport::binaryPath("util"),
+                                   "--", "/bin/bash", "-c", loop}),
       "", dir.path());
   EXPECT_EQ(0, piped.exitStatus) << piped.err;
   EXPECT_EQ("4\n", testsupport::readFile(dir.file("status"))) << "problems left, not killed by SIGPIPE";
