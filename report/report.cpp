@@ -387,6 +387,23 @@ int report(const Options& options, std::ostream& out, std::ostream& err, bool* l
   return status;
 }
 
+namespace {
+
+// What a file that is not a regular file is, for the refusal.
+const char* fileKind(mode_t mode) {
+  switch (mode & S_IFMT) {
+    case S_IFDIR: return "a directory";
+    case S_IFLNK: return "a symbolic link";
+    case S_IFIFO: return "a FIFO";
+    case S_IFSOCK: return "a socket";
+    case S_IFCHR: return "a character device";
+    case S_IFBLK: return "a block device";
+    default: return "not a regular file";
+  }
+}
+
+}  // namespace
+
 int reportToFile(const Options& options, std::ostream& err) {
   const std::string& path = options.output;
   size_t slash = path.rfind('/');
@@ -394,9 +411,8 @@ int reportToFile(const Options& options, std::ostream& err) {
   std::string temp = (slash == std::string::npos ? "" : dir) + "." +
                      path.substr(slash == std::string::npos ? 0 : slash + 1) + ".XXXXXX";
   int fd = mkostemp(temp.data(), O_CLOEXEC);
-  // Readable by the collector that reads the directory, as a file written
-  // under the usual umask would be.
-  if (fd < 0 || fchmod(fd, 0644) != 0) {
+  int kept = fd < 0 ? -1 : dup(fd);  // for the mode, after the buffer has closed fd
+  if (fd < 0 || kept < 0) {
     err << kName << ": " << printable(path) << ": cannot write a temporary file in " << printable(dir) << ": "
         << strerror(errno) << "\n";
     if (fd >= 0) {
@@ -415,10 +431,26 @@ int reportToFile(const Options& options, std::ostream& err) {
     out.flush();
     written = out.good() && fsync(fd) == 0;
   }  // the buffer closes fd
-  if (written && logsRead && rename(temp.c_str(), path.c_str()) == 0) return status;
+  // Only a regular file is replaced, keeping its mode; a new one is readable
+  // by the collector that reads the directory, as a file written under the
+  // usual umask would be. Looked at last, just before the rename.
+  struct stat target;
+  bool exists = logsRead && written && lstat(path.c_str(), &target) == 0;
   int error = errno;
+  if (exists && !S_ISREG(target.st_mode)) {
+    err << kName << ": " << printable(path) << " is " << fileKind(target.st_mode)
+        << ", not a regular file: it is not replaced\n";
+    written = false;
+    error = 0;
+  } else if (written && logsRead && fchmod(kept, exists ? target.st_mode & 07777 : 0644) != 0) {
+    error = errno;
+    written = false;
+  }
+  close(kept);
+  if (written && logsRead && rename(temp.c_str(), path.c_str()) == 0) return status;
+  if (written && logsRead) error = errno;
   unlink(temp.c_str());
-  if (!logsRead) return kNoAnswer;  // the reason is written; the file is left as it was
+  if (!logsRead || error == 0) return kNoAnswer;  // the reason is written; the file is left as it was
   err << kName << ": " << printable(path) << ": " << strerror(error) << "\n";
   return kNoAnswer;
 }

@@ -316,6 +316,50 @@ TEST(ReportOutputs, RunsOfTheBatchProgramNameIt) {
   EXPECT_EQ(velkorreport::kRunFailed, reportOn(log, checking("VOL1")).status);
 }
 
+// A volume's verdict comes from its last list, fix or delete run: a single
+// file's run, a recount, a Cc clear or a background run after a list that
+// found problem files are listed but never turn the volume clean, in
+// --check --volume and in the metrics alike.
+TEST(ReportOutputs, OnlyVolumeWideRunsDecideAVolumesVerdict) {
+  std::ostringstream others;
+  LogText text(others);
+  text.start({"velkor", "-l", "/media/kvf/VOL1/ok"}).entry(file("/ok", velkor::good), velkor::opList);
+  others << "<finishStatus>finished successfully</finishStatus>\n";
+  text.end();
+  for (const char* op : {"-S", "-C"}) {
+    text.start({"velkor", op, "VOL1"});
+    others << "<finishStatus>finished successfully</finishStatus>\n";
+    text.end();
+  }
+  text.start({"velkor", "-b", "/media/kvf/VOL1/ok"}).end();
+  const std::string found = endedRun({"velkor", "-L", "VOL1"}, "finished with problem files found");
+  velkorreport::Options metrics;
+  metrics.format = velkorreport::Format::prometheus;
+  struct Case {
+    std::string log;
+    int verdict;
+    std::string why;
+  } cases[] = {
+      {found + others.str(), velkorreport::kProblemsRemain, "run 1 (list-all VOL1"},
+      {found + others.str() + oldListRun("/z", kFound, true) + others.str(), velkorreport::kClean,
+       "run 6 (fix-all VOL1"},
+      {others.str(), velkorreport::kNoAnswer, "no list, fix or delete run on volume VOL1 in the log"},
+  };
+  for (const Case& c : cases) {
+    Reported r = reportOn(c.log, checking("VOL1"));
+    EXPECT_EQ(c.verdict, r.status) << r.out;
+    EXPECT_NE(std::string::npos, r.out.find(c.why)) << r.out;
+    std::string prom = reportOn(c.log, metrics).out;
+    bool series = c.verdict != velkorreport::kNoAnswer;
+    EXPECT_EQ(series, prom.find("velkor_last_run_verdict{volume=\"VOL1\"} " + std::to_string(c.verdict) + "\n") !=
+                          std::string::npos)
+        << prom;
+  }
+  // The other runs are still listed.
+  const std::string table = reportOn(found + others.str(), velkorreport::Options()).out;
+  EXPECT_EQ(6, std::count(table.begin(), table.end(), '\n')) << table;
+}
+
 // The metrics of volumes whose names hold what would end a label value or a
 // line: one sample per volume and metric, the names escaped as the text
 // format wants, which promtool reads.
@@ -329,10 +373,10 @@ TEST(ReportOutputs, MetricsOfAnyVolumeName) {
   ASSERT_EQ(0, r.status) << r.err;
   ProcessResult promtool = testsupport::runProcess({"promtool", "check", "metrics"}, r.out);
   EXPECT_EQ(0, promtool.exitStatus) << promtool.out << promtool.err << r.out;
-  const std::string label = "volume=\"V\\\"1\\\\x\\n} 1\\nvelkor_forged{a=\\\"b\\\"} 2 \xef\xbf\xbd\"";
+  const std::string label = "volume=\"V\\\"1\\\\\\\\x\\n} 1\\nvelkor_forged{a=\\\"b\\\"} 2 \\\\xff\"";
   EXPECT_NE(std::string::npos, r.out.find("velkor_last_run_verdict{" + label + "} 1\n")) << r.out;
   EXPECT_NE(std::string::npos, r.out.find("velkor_problem_files{" + label + ",problem=\"invalidState\"} 1\n"));
-  // The fix run's entry names VOL1: it is VOL1's last run, and it fixed nothing.
+  // The fix run of VOL1 fixed nothing.
   EXPECT_NE(std::string::npos, r.out.find("velkor_last_run_verdict{volume=\"VOL1\"} 1\n")) << r.out;
   std::istringstream lines(r.out);
   std::string line;
@@ -345,6 +389,20 @@ TEST(ReportOutputs, MetricsOfAnyVolumeName) {
   }
   // Per volume: time, duration, verdict, fixed, deleted and one per problem name.
   EXPECT_EQ(2 * (5 + velkor::kNamedProblemBits - 2), samples) << r.out;
+
+  // Names that are not UTF-8 stay apart from each other and from the valid
+  // names that look like them: a byte that is not UTF-8 is written as \xHH,
+  // a name's own backslash as two.
+  const std::vector<std::pair<std::string, std::string>> names = {
+      {"V\xff", "V\\\\xff"}, {"V\xfe", "V\\\\xfe"}, {"V\\xff", "V\\\\\\\\xff"},
+      {"V\xef\xbf\xbd", "V\xef\xbf\xbd"}, {"V\xc3", "V\\\\xc3"}};
+  std::string several;
+  for (const auto& [name, label] : names) several += endedRun({"velkor", "-L", name}, "finished");
+  r = reportOn(several, metrics);
+  promtool = testsupport::runProcess({"promtool", "check", "metrics"}, r.out);
+  EXPECT_EQ(0, promtool.exitStatus) << promtool.out << promtool.err << r.out;
+  for (const auto& [name, label] : names)
+    EXPECT_NE(std::string::npos, r.out.find("velkor_last_run_verdict{volume=\"" + label + "\"} 1\n")) << r.out;
 }
 
 // --output replaces the file only when the report is whole: a log that cannot
@@ -375,7 +433,7 @@ TEST(ReportOutputs, OutputFileIsReplacedWhole) {
   ASSERT_EQ(0, mkdir(dir.file("taken.prom").c_str(), 0755));
   options.output = dir.file("taken.prom");
   EXPECT_EQ(velkorreport::kNoAnswer, velkorreport::reportToFile(options, err));
-  EXPECT_NE(std::string::npos, err.str().find("taken.prom: Is a directory")) << err.str();
+  EXPECT_NE(std::string::npos, err.str().find("taken.prom is a directory, not a regular file")) << err.str();
   EXPECT_EQ("taken.prom\nvelkor.log\nvelkor.prom\n", files());
 
   options.output = target;
@@ -385,4 +443,29 @@ TEST(ReportOutputs, OutputFileIsReplacedWhole) {
   struct stat st;
   ASSERT_EQ(0, stat(target.c_str(), &st));
   EXPECT_EQ(0644u, st.st_mode & 07777);
+  // An existing file keeps its mode.
+  ASSERT_EQ(0, chmod(target.c_str(), 0640));
+  EXPECT_EQ(0, velkorreport::reportToFile(options, err)) << err.str();
+  ASSERT_EQ(0, stat(target.c_str(), &st));
+  EXPECT_EQ(0640u, st.st_mode & 07777);
+
+  // Only a regular file is replaced: a link, a FIFO or a socket at the
+  // target is left as it was, with the reason.
+  ASSERT_EQ(0, symlink("velkor.prom", dir.file("link.prom").c_str()));
+  ASSERT_EQ(0, mkfifo(dir.file("fifo.prom").c_str(), 0644));
+  testsupport::runProcess({"python3", "-c", "import socket,sys; socket.socket(socket.AF_UNIX).bind(sys.argv[1])",
+                           dir.file("socket.prom")});
+  const std::string before = files();
+  for (const auto& [name, kind] : {std::pair<std::string, std::string>{"link.prom", "a symbolic link"},
+                                   {"fifo.prom", "a FIFO"}, {"socket.prom", "a socket"}, {"taken.prom", "a directory"}}) {
+    std::ostringstream refused;
+    options.output = dir.file(name);
+    EXPECT_EQ(velkorreport::kNoAnswer, velkorreport::reportToFile(options, refused)) << name;
+    EXPECT_NE(std::string::npos, refused.str().find(name + " is " + kind + ", not a regular file: it is not replaced"))
+        << refused.str();
+    EXPECT_EQ(before, files());
+  }
+  struct stat link;
+  ASSERT_EQ(0, lstat(dir.file("link.prom").c_str(), &link));
+  EXPECT_TRUE(S_ISLNK(link.st_mode));
 }
