@@ -12,6 +12,7 @@
 
 #include "e2e.h"
 #include "fixtures.h"
+#include "logText.h"
 
 using e2efixtures::FinishedRun;
 using e2efixtures::json;
@@ -381,4 +382,75 @@ TEST(ReportEndToEnd, TheManualsUnattendedRecipe) {
     ASSERT_EQ(1u, report["runs"].size());
     EXPECT_TRUE(report["runs"][0]["complete"].get<bool>());
   }
+}
+
+// A run that spans a rotation by the shipped logrotate configuration (real
+// logrotate, forced) stays whole in the rotated log, and --check --volume and
+// the metrics on the log's path find it there, naming the files they read:
+// the day after the rotation the log itself holds no run (or does not
+// exist), and after the next rotation the run lies compressed in .2.gz.
+TEST(ReportEndToEnd, ARunThatSpansALogRotationIsFound) {
+  Simulator::Options generated;
+  generated.generate = 300;
+  Simulator sim(generated);
+  OneLog log;
+  const std::string path = log.log();
+  testsupport::TempDir state;
+  std::string config = testsupport::readFile(testsupport::sourcePath("server/velkor.logrotate"));
+  config = std::regex_replace(config, std::regex("/var/log/velkor/"), path.substr(0, path.rfind('/') + 1));
+  testsupport::writeFile(state.file("velkor.logrotate"), config);
+  auto rotate = [&] {
+    ProcessResult r = testsupport::runProcess(
+        {"logrotate", "-f", "-s", state.file("state"), state.file("velkor.logrotate")});
+    EXPECT_EQ(0, r.exitStatus) << r.out << r.err;
+  };
+  {
+    // Rotated while the slowed list run is between its entries; it goes on
+    // at full speed once the log is rotated.
+    sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":50,"count":0})");
+    VelkorTerminal terminal(sim, {"-L", "VOL1"}, log.options());
+    ASSERT_TRUE(terminal.waitUntil([&] { return testsupport::readFile(path).find("<entry>") != std::string::npos; }));
+    ASSERT_EQ(std::string::npos, testsupport::readFile(path).find("<endTime>"));
+    rotate();
+    sim.setFaults("[]");
+    ASSERT_TRUE(terminal.waitFor("Press any key"));
+    terminal.send("x");
+    terminal.finish();
+  }
+  ProcessResult whole = velkorReport({"--format", "json", path + ".1"});
+  ASSERT_EQ(0, whole.exitStatus) << whole.err;
+  json runs = json::parse(whole.out)["runs"];
+  ASSERT_EQ(1u, runs.size());
+  EXPECT_TRUE(runs[0]["complete"].get<bool>());
+  const uint64_t remaining = runs[0]["remaining"].get<uint64_t>();
+  ASSERT_GT(remaining, 0u);
+
+  auto judged = [&](const std::string& read) {
+    ProcessResult check = velkorReport({"--check", "--max-age", "8d", "--volume", "VOL1", path});
+    EXPECT_EQ(1, check.exitStatus) << check.out << check.err;
+    EXPECT_NE(std::string::npos, check.out.find("run 1 (list-all VOL1")) << check.out;
+    EXPECT_NE(std::string::npos, check.out.find("logs read: " + read + "\n")) << check.out;
+    EXPECT_EQ("", check.err);
+    ProcessResult metrics = velkorReport({"--format", "prometheus", path});
+    EXPECT_NE(std::string::npos, metrics.out.find("velkor_last_run_verdict{volume=\"VOL1\"} 1\n")) << metrics.out;
+    EXPECT_NE(std::string::npos, metrics.out.find("# logs read: " + read + "\n")) << metrics.out;
+    EXPECT_EQ("", metrics.err);
+  };
+  // The day after: no log yet, then an empty one.
+  judged(path + ".1");
+  testsupport::writeFile(path, "");
+  judged(path + ".1, " + path);
+  // A recount follows (it does not decide the verdict); the next rotation
+  // compresses the list run.
+  std::ostringstream recount;
+  testsupport::LogText(recount).start({"velkor", "-S", "VOL1"}).end();
+  testsupport::writeFile(path, recount.str());
+  rotate();
+  ASSERT_TRUE(std::ifstream(path + ".2.gz").good());
+  judged(path + ".2.gz, " + path + ".1");
+  // A compressed log named on its own is read as the log it holds.
+  ProcessResult table = velkorReport({path + ".2.gz"});
+  EXPECT_EQ(0, table.exitStatus);
+  EXPECT_EQ("", table.err);
+  EXPECT_TRUE(std::regex_search(table.out, std::regex("list-all +VOL1"))) << table.out;
 }
