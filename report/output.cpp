@@ -6,6 +6,7 @@
 #include <ostream>
 #include <set>
 
+#include "velkor/errorWords.h"
 #include "velkor/logElements.h"
 #include "velkor/terminalText.h"
 
@@ -53,6 +54,14 @@ std::string runTitle(const Run& run) {
   return "run " + std::to_string(run.index) + " (" + what + ", " + localTime(run.start) + ")";
 }
 
+// An error element of the run: in the operator's words first, as
+// velkor-batch says it, then as the log has it.
+std::string errorText(const Run& r, const std::string& logged) {
+  std::string words;
+  if (!velkor::loggedErrorWords(logged, r.operationCode, r.target, r.entries == 0, &words)) return printable(logged);
+  return printable(words) + " (" + printable(logged) + ")";
+}
+
 // "3d 4h", "5h 12m", "40m 3s", "12s".
 std::string ageText(int64_t seconds) {
   static const struct {
@@ -86,7 +95,7 @@ Verdict judge(const Run& r, const Options& options) {
   if (r.stopped())
     return {kRunFailed, title + " was stopped before its end (" + printable(r.finishStatus) +
                             "): it covered part of its target"};
-  if (!r.errors.empty()) return {kRunFailed, title + " ended with an error: " + printable(r.errors.front())};
+  if (!r.errors.empty()) return {kRunFailed, title + " ended with an error: " + errorText(r, r.errors.front())};
   uint64_t remaining = r.remaining;
   std::string which = "problem files remain";
   if (!options.problem.empty()) {
@@ -164,7 +173,7 @@ class DetailOutput : public Output {
          << "  Started:     " << localTime(r.start) << "\n"
          << "  Ended:       " << localTime(r.end) << "\n"
          << "  Status:      " << printable(r.statusText()) << "\n";
-    for (const std::string& e : r.errors) out_ << "  Error:       " << printable(e) << "\n";
+    for (const std::string& e : r.errors) out_ << "  Error:       " << errorText(r, e) << "\n";
     for (const std::string& m : r.messages) out_ << "  Message:     " << printable(m) << "\n";
     out_ << "  Entries:     " << r.entries << " (skipped " << r.skipped << ", fixed " << countOf(r.actions, "fixed")
          << ", deleted " << countOf(r.actions, "deleted") << ", remaining problems " << r.remaining << ": fixable "

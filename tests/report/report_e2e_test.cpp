@@ -454,3 +454,28 @@ TEST(ReportEndToEnd, ARunThatSpansALogRotationIsFound) {
   EXPECT_EQ("", table.err);
   EXPECT_TRUE(std::regex_search(table.out, std::regex("list-all +VOL1"))) << table.out;
 }
+
+// A run's error is shown in the operator's words first, as velkor-batch says
+// it on standard error, then as the log records it: in --check's line and in
+// the run in detail.
+TEST(ReportEndToEnd, ErrorsAreShownInTheOperatorsWordsFirst) {
+  Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(1000, 3).dump());
+  OneLog log;
+  VelkorTerminal::Options batch = log.options();
+  batch.binary = testsupport::binaryPath("util/velkor/velkor-batch");
+  VelkorTerminal run(sim, {"-L", "VOL2"}, batch);
+  run.finish();
+  ASSERT_EQ(8, run.exitStatus()) << run.screenText();
+  std::smatch shown;
+  const std::string said = run.screenText();
+  ASSERT_TRUE(std::regex_search(said, shown, std::regex("velkor-batch: (volume VOL2 not found on this server) \\(")))
+      << said;
+  ProcessResult check = velkorReport({"--check", "--volume", "VOL2", log.log()});
+  EXPECT_EQ(2, check.exitStatus);
+  EXPECT_NE(std::string::npos,
+            check.out.find("ended with an error: " + shown[1].str() + " (util/velkor/velkorUI[994] originated from"))
+      << check.out;
+  ProcessResult detail = velkorReport({"--run", "last", log.log()});
+  EXPECT_NE(std::string::npos, detail.out.find("  Error:       " + shown[1].str() + " (util/velkor/velkorUI[994]"))
+      << detail.out;
+}

@@ -16,6 +16,7 @@
 #include "velkor/beastRecords.h"
 #include "velkor/channel.h"
 #include "velkor/commandLine.h"
+#include "velkor/errorWords.h"
 #include "velkor/logElements.h"
 #include "velkor/operations.h"
 #include "velkor/runLog.h"
@@ -81,25 +82,8 @@ std::string problemNames(unsigned long problems) {
 // What went wrong, in the operator's words first; then the error as the log
 // has it.
 std::string errorWords(const KVFError& e, unsigned int operation, const char* target, bool beforeAnyObject) {
-  std::string words;
-  const bool refused = e.isKvfCode && std::string(e.what()) == "Reply results";
-  if (refused && e.code == zERR_GENERIC_KVF_ERROR && beforeAnyObject)
-    words = isVolumeOperation(operation) ? "volume " + std::string(target) + " not found on this server"
-                                         : std::string(target) + " is not a file on a KVF volume of this server";
-  else if (e.isKvfCode && e.code == zERR_VALUE_CHANGED)
-    words = "an object kept changing while it was repaired";
-  else if (e.isKvfCode && e.code == zERR_COMPRESSION_NOT_ENABLED)
-    words = "compression is not enabled on this volume";
-  else if (e.isKvfCode && (e.code == zERR_XML_IS_BAD || e.code == zERR_XML_IS_INCOMPLETE))
-    words = "a reply of the file system could not be read";
-  else if (e.isKvfCode && e.code == zERR_BUFFER_TOO_SMALL)
-    words = "a name or a reply is too long to handle";
-  else if (!e.isKvfCode)
-    words = "the management interface failed";
-  else
-    words = "the file system refused a request";
-  return words + " (" + e.what() + ", error " + std::to_string(e.number()) + " " + e.numberName() + " at " +
-         e.location + ")";
+  return velkor::errorWords(e.isKvfCode, e.number(), e.what(), operation, target, beforeAnyObject) + " (" +
+         e.what() + ", error " + std::to_string(e.number()) + " " + e.numberName() + " at " + e.location + ")";
 }
 
 bool parseSeconds(const char* text, unsigned* seconds) {
