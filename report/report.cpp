@@ -9,6 +9,7 @@
 #include <zlib.h>
 
 #include <cerrno>
+#include <clocale>
 #include <cstring>
 #include <iostream>
 #include <map>
@@ -501,6 +502,10 @@ int reportToFile(const Options& options, std::ostream& err) {
 }
 
 int reportMain(int argc, char** argv) {
+  // Texts on the terminal are shown as characters of the operator's
+  // character set, as on velkor's screen (common/shownText.h); only the
+  // character handling follows the environment.
+  setlocale(LC_CTYPE, "");
   Options options;
   int status = kClean;
   if (!parseOptions(argc, argv, &options, std::cout, std::cerr, &status)) return status;

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <clocale>
 #include <ctime>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -16,6 +17,7 @@
 #include "output.h"
 #include "process.h"
 #include "report.h"
+#include "screen/displayText.h"
 #include "velkor/logElements.h"
 #include "velkor/velkorTypes.h"
 
@@ -151,30 +153,62 @@ TEST(ReportOutputs, EscapedTextsAreShownDecoded) {
   EXPECT_NE(std::string::npos, one.out.find("Error:       reply: <bad>\\tx")) << one.out;
 }
 
-// Text for a terminal: what would act on it or reorder the text around it is
-// shown as an escape, other text as it is.
-TEST(ReportOutputs, TerminalTextEscapesWhatActsOnTheTerminal) {
+namespace {
+
+// The process's character handling set to `name` while it lives.
+class CharacterSet {
+ public:
+  explicit CharacterSet(const char* name) : before_(setlocale(LC_CTYPE, nullptr)) { setlocale(LC_CTYPE, name); }
+  ~CharacterSet() { setlocale(LC_CTYPE, before_.c_str()); }
+
+ private:
+  std::string before_;
+};
+
+}  // namespace
+
+// One rule for untrusted text on a terminal, the same on velkor's screen
+// (DisplayText) and on velkor-batch's and velkor-report's terminal
+// (printable): what would act on the terminal, take no column of its own or
+// reorder the text around it is shown as an escape, other characters of the
+// operator's character set as they are.
+TEST(ReportOutputs, TerminalTextFollowsTheScreensRule) {
   struct Case {
+    const char* locale;
     std::string text, shown;
   } cases[] = {
-      {"plain /a b", "plain /a b"},
-      {"\xc3\xa9t\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x98\x80", "\xc3\xa9t\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x98\x80"},
-      {"C0 \x1b[2J\x7f\\", "C0 \\x1b[2J\\x7f\\\\"},
-      {"C1 \xc2\x9b" "2J \xc2\x80 \xc2\x9f \xc2\xa0", "C1 \\u009b2J \\u0080 \\u009f \xc2\xa0"},
-      {"/evil\xe2\x80\xaetxt.exe", "/evil\\u202etxt.exe"},
-      {"\xe2\x80\xaa\xe2\x80\xab\xe2\x80\xac\xe2\x80\xad", "\\u202a\\u202b\\u202c\\u202d"},
-      {"\xe2\x81\xa6\xe2\x81\xa7\xe2\x81\xa8\xe2\x81\xa9", "\\u2066\\u2067\\u2068\\u2069"},
-      {"\xe2\x80\x8e\xe2\x80\x8f \xe2\x80\x8d \xe2\x81\xaa", "\\u200e\\u200f \xe2\x80\x8d \xe2\x81\xaa"},
+      {"C.UTF-8", "plain /a b", "plain /a b"},
+      {"C.UTF-8", "\xc3\xa9t\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x98\x80 e\xcc\x81",
+       "\xc3\xa9t\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x98\x80 e\xcc\x81"},
+      {"C.UTF-8", "C0 \x1b[2J\x7f\\ \r\n\t", "C0 \\x1b[2J\\x7f\\\\ \\r\\n\\t"},
+      {"C.UTF-8", "C1 \xc2\x9b" "2J \xc2\x80 \xc2\x9f \xc2\xa0", "C1 \\u009b2J \\u0080 \\u009f \xc2\xa0"},
+      {"C.UTF-8", "/evil\xe2\x80\xaetxt.exe", "/evil\\u202etxt.exe"},
+      {"C.UTF-8", "\xe2\x80\xaa\xe2\x80\xab\xe2\x80\xac\xe2\x80\xad", "\\u202a\\u202b\\u202c\\u202d"},
+      {"C.UTF-8", "\xe2\x81\xa6\xe2\x81\xa7\xe2\x81\xa8\xe2\x81\xa9", "\\u2066\\u2067\\u2068\\u2069"},
+      {"C.UTF-8", "\xe2\x80\x8e\xe2\x80\x8f \xd8\x9c", "\\u200e\\u200f \\u061c"},
+      // Characters that take no column: "/a" and "/a" + U+200B look alike raw.
+      {"C.UTF-8", "/a\xe2\x80\x8b \xef\xbb\xbf \xe2\x80\x8d \xe2\x81\xaa", "/a\\u200b \\ufeff \\u200d \\u206a"},
+      {"C.UTF-8", "line\xe2\x80\xa8para\xe2\x80\xa9", "line\\u2028para\\u2029"},
+      {"C.UTF-8", "\xf3\xa0\x80\x81tag", "\\U000e0001tag"},
       // Bytes that are not UTF-8, alone, cut short or overlong.
-      {"\x9b" "2J \xff \xe2\x80 \xc0\xaf \xed\xa0\x80", "\\x9b2J \\xff \\xe2\\x80 \\xc0\\xaf \\xed\\xa0\\x80"},
+      {"C.UTF-8", "\x9b" "2J \xff \xe2\x80 \xc0\xaf \xed\xa0\x80", "\\x9b2J \\xff \\xe2\\x80 \\xc0\\xaf \\xed\\xa0\\x80"},
+      // An ASCII character set: every byte above it is escaped.
+      {"C", "\xc3\xa9t\xc3\xa9 /a\xe2\x80\x8b", "\\xc3\\xa9t\\xc3\\xa9 /a\\xe2\\x80\\x8b"},
   };
-  for (const Case& c : cases) EXPECT_EQ(c.shown, velkorreport::printable(c.text)) << c.text;
+  for (const Case& c : cases) {
+    CharacterSet set(c.locale);
+    EXPECT_EQ(c.shown, velkorreport::printable(c.text)) << c.locale << " " << c.text;
+    std::wstring wide(c.shown.size(), L'\0');
+    wide.resize(mbstowcs(wide.data(), c.shown.c_str(), wide.size()));
+    EXPECT_TRUE(wide == DisplayText(c.text)) << c.locale << " " << c.text;
+  }
 
   // In the table of runs, a file run's target is its path.
+  CharacterSet set("C.UTF-8");
   std::ostringstream log;
-  LogText(log).start({"velkor", "-l", "/media/kvf/VOL1/evil\xe2\x80\xaetxt.exe\xc2\x9b"}).end();
+  LogText(log).start({"velkor", "-l", "/media/kvf/VOL1/evil\xe2\x80\xaetxt.exe\xc2\x9b\xe2\x80\x8b"}).end();
   Reported table = reportOn(log.str(), velkorreport::Options());
-  EXPECT_NE(std::string::npos, table.out.find("/media/kvf/VOL1/evil\\u202etxt.exe\\u009b")) << table.out;
+  EXPECT_NE(std::string::npos, table.out.find("/media/kvf/VOL1/evil\\u202etxt.exe\\u009b\\u200b")) << table.out;
 }
 
 // With --files, a run's files are written as they are read, before the run

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <clocale>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -251,6 +252,10 @@ int readCommandLine(int argc, char** argv, CommandLine* line, BatchSettings* set
 
 int batchMain(int argc, char** argv) {
   appName = "velkor-batch";
+  // Names are shown as characters of the operator's character set, as on
+  // velkor's screen (common/shownText.h); only the character handling
+  // follows the environment.
+  setlocale(LC_CTYPE, "");
   CommandLine line;
   BatchSettings settings;
   if (int status = readCommandLine(argc, argv, &line, &settings); status >= 0) return status;
