@@ -187,10 +187,18 @@ bool readLog(const std::string& path, int fd, LogReader& reader, std::ostream& e
   bool ok = true;
   for (;;) {
     int n = gzread(gz, block.get(), kBlock);
-    if (n < 0 || (n > 0 && copy >= 0 && !writeAll(copy, block.get(), static_cast<size_t>(n)))) {
-      int code = Z_OK;
-      const char* why = n < 0 ? gzerror(gz, &code) : strerror(errno);
-      err << kName << ": " << printable(path) << ": " << (code == Z_ERRNO ? strerror(errno) : why) << "\n";
+    int code = Z_OK;
+    // zlib's text names the descriptor ("<fd:4>: "); the log's name is said instead.
+    std::string why = n <= 0 ? gzerror(gz, &code) : "";
+    if (code == Z_ERRNO) why = strerror(errno);
+    else if (why.rfind("<fd:", 0) == 0 && why.find(": ") != std::string::npos) why.erase(0, why.find(": ") + 2);
+    if (n > 0 && copy >= 0 && !writeAll(copy, block.get(), static_cast<size_t>(n))) {
+      code = Z_ERRNO;
+      why = strerror(errno);
+    }
+    // A compressed log cut short ends (n == 0) with an error too.
+    if (n < 0 || code != Z_OK) {
+      err << kName << ": " << printable(path) << ": " << why << "\n";
       ok = false;
       break;
     }

@@ -453,6 +453,12 @@ TEST(ReportEndToEnd, ARunThatSpansALogRotationIsFound) {
   EXPECT_EQ(0, table.exitStatus);
   EXPECT_EQ("", table.err);
   EXPECT_TRUE(std::regex_search(table.out, std::regex("list-all +VOL1"))) << table.out;
+  // One cut short cannot be read to its end.
+  const std::string compressed = testsupport::readFile(path + ".2.gz");
+  testsupport::writeFile(path + ".2.gz", compressed.substr(0, compressed.size() / 2));
+  ProcessResult cut = velkorReport({"--check", "--volume", "VOL1", path});
+  EXPECT_EQ(3, cut.exitStatus) << cut.out;
+  EXPECT_EQ(0u, cut.err.find("velkor-report: " + path + ".2.gz: unexpected end of file\n")) << cut.err;
 }
 
 // A run's error is shown in the operator's words first, as velkor-batch says
