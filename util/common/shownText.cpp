@@ -14,13 +14,14 @@ void appendEscape(std::wstring& out, wchar_t letter, unsigned long value, int di
 }
 
 // Whether `c` is shown as itself: printable, and taking columns of its own
-// unless it is a combining mark (the locale's "combining" class, where it
-// has one).
+// unless it is a combining mark (the "combining" class of the locale in
+// force, where it has one).
 bool shownAsItself(wchar_t c) {
-  static const wctype_t combining = wctype("combining");
   if (!iswprint(c)) return false;
   int width = wcwidth(c);
-  return width > 0 || (width == 0 && combining != 0 && iswctype(c, combining));
+  if (width != 0) return width > 0;
+  const wctype_t combining = wctype("combining");
+  return combining != 0 && iswctype(c, combining);
 }
 
 }  // namespace
