@@ -161,8 +161,7 @@ void LogReader::feed(const char* data, size_t size) {
     if (!newline) break;
     if (partialTooLong_) {
       ++lineNumber_;
-      dropPending();
-      skip(tooLongStart_, 1, partial_);
+      skipLongLine();
       partialTooLong_ = false;
     } else if (partial_.empty()) {
       line(std::string_view(p, length));
@@ -177,8 +176,7 @@ void LogReader::feed(const char* data, size_t size) {
 void LogReader::finish() {
   if (partialTooLong_) {
     ++lineNumber_;
-    dropPending();
-    skip(tooLongStart_, 1, partial_);
+    skipLongLine();
   } else if (!partial_.empty()) {
     std::string last;
     last.swap(partial_);
@@ -317,7 +315,9 @@ uint64_t LogReader::unfinishedElement() const {
 
 bool LogReader::continuePending(std::string_view text) {
   if (pendingText_.size() + text.size() + 1 > kMaxElement) {
-    dropPending();
+    skipTooLong(pendingLine_, pendingLines_, pendingText_);
+    pending_ = Pending::none;
+    pendingText_.clear();
     return false;
   }
   pendingText_ += '\n';
@@ -360,6 +360,23 @@ void LogReader::dropPending() {
   skip(pendingLine_, pendingLines_, pendingText_);
   pending_ = Pending::none;
   pendingText_.clear();
+}
+
+void LogReader::skipLongLine() {
+  if (pending_ == Pending::none || pending_ == Pending::argv) {
+    dropPending();
+    skipTooLong(tooLongStart_, 1, partial_);
+    return;
+  }
+  // The line continues the element spread over lines: that element is too long.
+  skipTooLong(pendingLine_, pendingLines_ + 1, pendingText_);
+  pending_ = Pending::none;
+  pendingText_.clear();
+}
+
+void LogReader::skipTooLong(uint64_t line, uint64_t lines, std::string_view text) {
+  if (state_ != State::outside && run_.tooLong == 0) run_.tooLong = line;
+  skip(line, lines, text);
 }
 
 void LogReader::skip(uint64_t line, uint64_t lines, std::string_view text) {

@@ -35,9 +35,7 @@ class RunSink {
 
 class LogReader {
  public:
-  // Longest line, and longest element spread over several lines, that is read;
-  // longer ones are skipped.
-  static constexpr size_t kMaxElement = 1 << 20;
+  static constexpr size_t kMaxElement = velkorreport::kMaxElement;
 
   // `listSkipped`: each run keeps the names of its skipped files (memory
   // that grows with them), else only their count.
@@ -72,6 +70,11 @@ class LogReader {
   void completePending();
   void dropPending();
   void skip(uint64_t line, uint64_t lines, std::string_view text);
+  // An element from `line` is longer than kMaxElement: skipped, and the run
+  // it belongs to is incomplete.
+  void skipTooLong(uint64_t line, uint64_t lines, std::string_view text);
+  // The line just ended (partial_) is longer than kMaxElement.
+  void skipLongLine();
 
   RunSink& sink_;
   const bool listSkipped_;

@@ -6,6 +6,7 @@
 #include <ostream>
 #include <set>
 
+#include "velkor/errorWords.h"
 #include "velkor/logElements.h"
 #include "velkor/terminalText.h"
 
@@ -53,6 +54,14 @@ std::string runTitle(const Run& run) {
   return "run " + std::to_string(run.index) + " (" + what + ", " + localTime(run.start) + ")";
 }
 
+// An error element of the run: in the operator's words first, as
+// velkor-batch says it, then as the log has it.
+std::string errorText(const Run& r, const std::string& logged) {
+  std::string words;
+  if (!velkor::loggedErrorWords(logged, r.operationCode, r.target, r.entries == 0, &words)) return printable(logged);
+  return printable(words) + " (" + printable(logged) + ")";
+}
+
 // "3d 4h", "5h 12m", "40m 3s", "12s".
 std::string ageText(int64_t seconds) {
   static const struct {
@@ -86,7 +95,7 @@ Verdict judge(const Run& r, const Options& options) {
   if (r.stopped())
     return {kRunFailed, title + " was stopped before its end (" + printable(r.finishStatus) +
                             "): it covered part of its target"};
-  if (!r.errors.empty()) return {kRunFailed, title + " ended with an error: " + printable(r.errors.front())};
+  if (!r.errors.empty()) return {kRunFailed, title + " ended with an error: " + errorText(r, r.errors.front())};
   uint64_t remaining = r.remaining;
   std::string which = "problem files remain";
   if (!options.problem.empty()) {
@@ -164,7 +173,7 @@ class DetailOutput : public Output {
          << "  Started:     " << localTime(r.start) << "\n"
          << "  Ended:       " << localTime(r.end) << "\n"
          << "  Status:      " << printable(r.statusText()) << "\n";
-    for (const std::string& e : r.errors) out_ << "  Error:       " << printable(e) << "\n";
+    for (const std::string& e : r.errors) out_ << "  Error:       " << errorText(r, e) << "\n";
     for (const std::string& m : r.messages) out_ << "  Message:     " << printable(m) << "\n";
     out_ << "  Entries:     " << r.entries << " (skipped " << r.skipped << ", fixed " << countOf(r.actions, "fixed")
          << ", deleted " << countOf(r.actions, "deleted") << ", remaining problems " << r.remaining << ": fixable "
@@ -367,12 +376,15 @@ class CheckOutput : public Output {
  public:
   CheckOutput(std::ostream& out, const Options& options) : out_(out), options_(options) {}
   void run(const Run& run, const std::vector<Entry>&) override {
+    // A volume's verdict: its last run that decides it, unless a run is named.
+    if (volumeVerdict() && !run.decidesVolume()) return;
     last_ = run;
     found_ = true;
   }
   int finish(uint64_t) override {
     if (!found_) {
-      out_ << "no run" << (options_.volume.empty() ? "" : " on volume " + printable(options_.volume))
+      out_ << "no " << (volumeVerdict() ? "list, fix or delete run" : "run")
+           << (options_.volume.empty() ? "" : " on volume " + printable(options_.volume))
            << (options_.run ? " with index " + std::to_string(options_.run) : "") << " in the log\n";
       return kNoAnswer;
     }
@@ -382,6 +394,8 @@ class CheckOutput : public Output {
   }
 
  private:
+  bool volumeVerdict() const { return !options_.volume.empty() && options_.run == 0; }
+
   std::ostream& out_;
   const Options& options_;
   Run last_;
@@ -390,8 +404,10 @@ class CheckOutput : public Output {
 
 // ---- Prometheus ----
 
-// A label value of the text format: backslash, double quote and line feed
-// escaped, bytes that are not UTF-8 replaced by U+FFFD.
+// A label value of the text format. A label value is UTF-8: a byte that is
+// not is written as the four characters \xHH, and the name's own backslash as
+// two, so that different names never share a value. Then the format's own
+// escapes: backslash, double quote and line feed.
 std::string labelValue(std::string_view text) {
   std::string value;
   for (size_t i = 0; i < text.size();) {
@@ -399,11 +415,12 @@ std::string labelValue(std::string_view text) {
     uint32_t code;
     size_t length = u < 0x80 ? 1 : utf8Sequence(text.substr(i), &code);
     if (length == 0) {
-      value += "\xef\xbf\xbd";
+      value += "\\\\x";
+      appendHex(value, u);
       ++i;
       continue;
     }
-    if (u == '\\') value += "\\\\";
+    if (u == '\\') value += "\\\\\\\\";
     else if (u == '"') value += "\\\"";
     else if (u == '\n') value += "\\n";
     else value.append(text.substr(i, length));
@@ -412,20 +429,17 @@ std::string labelValue(std::string_view text) {
   return value;
 }
 
-// The node exporter's textfile format: for each volume, gauges of the last
-// run that concerns it (the run --check --volume judges).
+// The node exporter's textfile format: for each volume, gauges of its last
+// run that decides its verdict (the run --check --volume judges).
 class PrometheusOutput : public Output {
  public:
   PrometheusOutput(std::ostream& out, const Options& options) : out_(out), options_(options) {}
   void run(const Run& run, const std::vector<Entry>&) override {
-    std::set<std::string> volumes = run.volumes;
-    if (!run.operation.empty() && !run.fileTarget) volumes.insert(run.target);
-    for (const std::string& volume : volumes)
-      if (options_.volume.empty() || volume == options_.volume) last_[volume] = run;
+    if (run.decidesVolume() && (options_.volume.empty() || run.target == options_.volume)) last_[run.target] = run;
   }
   int finish(uint64_t) override {
     gauge("velkor_last_run_timestamp_seconds",
-          "When the last run on the volume ended (or started, when it has no end), in seconds since the epoch.",
+          "When the last list, fix or delete run on the volume ended (or started, when it has no end), in seconds since the epoch.",
           [](const Run& r, auto sample) {
             if (r.time().present) sample("", r.time().seconds);
           });

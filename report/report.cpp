@@ -6,8 +6,10 @@
 
 #include <ext/stdio_filebuf.h>
 #include <sys/stat.h>
+#include <zlib.h>
 
 #include <cerrno>
+#include <clocale>
 #include <cstring>
 #include <iostream>
 #include <map>
@@ -156,13 +158,6 @@ class FixFollowUp : public RunSink {
   std::map<uint64_t, std::set<std::string>> notTaken_;
 };
 
-// Opens a log for reading; -1 after saying why it cannot be.
-int openLog(const std::string& path, std::ostream& err) {
-  int fd = path == "-" ? 0 : open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) err << kName << ": " << printable(path) << ": " << strerror(errno) << "\n";
-  return fd;
-}
-
 bool writeAll(int fd, const char* data, size_t size) {
   while (size > 0) {
     ssize_t n = write(fd, data, size);
@@ -174,30 +169,50 @@ bool writeAll(int fd, const char* data, size_t size) {
   return true;
 }
 
-// Reads one log through the reader, from its start; false after saying why it
-// could not be read to its end. With a `copy`, what is read is also written
-// there (a log that cannot be read twice, such as a pipe).
+// Reads one log through the reader, from where fd stands; false after saying
+// why it could not be read to its end. A log compressed by gzip (a rotated
+// log) is read as the text it holds. With a `copy`, what is read is also
+// written there (a log that cannot be read twice, such as a pipe).
 bool readLog(const std::string& path, int fd, LogReader& reader, std::ostream& err, int copy = -1) {
   reader.begin(path);
+  int own = dup(fd);  // gzclose closes its descriptor; fd stays open for a second reading
+  gzFile gz = own < 0 ? nullptr : gzdopen(own, "rb");
+  if (!gz) {
+    err << kName << ": " << printable(path) << ": " << strerror(own < 0 ? errno : ENOMEM) << "\n";
+    if (own >= 0) close(own);
+    return false;
+  }
+  gzbuffer(gz, kBlock);
   std::unique_ptr<char[]> block(new char[kBlock]);
   bool ok = true;
   for (;;) {
-    ssize_t n = read(fd, block.get(), kBlock);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0 || (n > 0 && copy >= 0 && !writeAll(copy, block.get(), static_cast<size_t>(n)))) {
-      err << kName << ": " << printable(path) << ": " << strerror(errno) << "\n";
+    int n = gzread(gz, block.get(), kBlock);
+    int code = Z_OK;
+    // zlib's text names the descriptor ("<fd:4>: "); the log's name is said instead.
+    std::string why = n <= 0 ? gzerror(gz, &code) : "";
+    if (code == Z_ERRNO) why = strerror(errno);
+    else if (why.rfind("<fd:", 0) == 0 && why.find(": ") != std::string::npos) why.erase(0, why.find(": ") + 2);
+    if (n > 0 && copy >= 0 && !writeAll(copy, block.get(), static_cast<size_t>(n))) {
+      code = Z_ERRNO;
+      why = strerror(errno);
+    }
+    // A compressed log cut short ends (n == 0) with an error too.
+    if (n < 0 || code != Z_OK) {
+      err << kName << ": " << printable(path) << ": " << why << "\n";
       ok = false;
       break;
     }
     if (n == 0) break;
     reader.feed(block.get(), static_cast<size_t>(n));
   }
+  gzclose_r(gz);
   reader.finish();
   return ok;
 }
 
-// The logs' descriptors, closed at the end.
+// The logs read, in order, and their descriptors, closed at the end.
 struct OpenLogs {
+  std::vector<std::string> names;
   std::vector<int> fds;
   ~OpenLogs() {
     for (int fd : fds)
@@ -205,10 +220,51 @@ struct OpenLogs {
   }
 };
 
+// A log's rotated siblings as logrotate leaves them, oldest first: PATH.2.gz
+// ... PATH.1 (each plain or compressed), up to the first number missing.
+std::vector<std::string> rotatedSiblings(const std::string& path) {
+  std::vector<std::string> siblings;
+  struct stat st;
+  for (unsigned n = 1;; ++n) {
+    std::string plain = path + "." + std::to_string(n);
+    if (stat(plain.c_str(), &st) == 0) siblings.push_back(plain);
+    else if (stat((plain + ".gz").c_str(), &st) == 0) siblings.push_back(plain + ".gz");
+    else break;
+  }
+  return {siblings.rbegin(), siblings.rend()};
+}
+
+// Opens the logs the options name, each after its rotated siblings when a
+// volume's latest run or verdict is looked for (--check, the metrics): a run
+// that spans a rotation, or the last run before it, lies in those. A log
+// missing after a rotation (no run has written it yet) is no error when its
+// siblings are there. False after saying why a log cannot be read.
+bool openLogs(const Options& options, OpenLogs& logs, std::ostream& out, std::ostream& err) {
+  const bool latest = (options.check || options.format == Format::prometheus) && options.run == 0;
+  for (const std::string& log : options.logs) {
+    std::vector<std::string> names;
+    if (latest && log != "-") names = rotatedSiblings(log);
+    const bool rotated = !names.empty();
+    names.push_back(log);
+    for (const std::string& name : names) {
+      int fd = name == "-" ? 0 : open(name.c_str(), O_RDONLY | O_CLOEXEC);
+      if (fd < 0 && rotated && errno == ENOENT && name == log) continue;
+      if (fd < 0) {
+        err << kName << ": " << printable(name) << ": " << strerror(errno) << "\n";
+        if (options.check) out << "the log " << printable(name) << " cannot be read\n";
+        return false;
+      }
+      logs.names.push_back(name);
+      logs.fds.push_back(fd);
+    }
+  }
+  return true;
+}
+
 // Reads the logs once to find what fix runs did not take, and goes back to
 // where each began. A log that cannot be read again (a pipe) is copied into an
 // unnamed temporary file, which takes its place for the second reading.
-bool followFixes(const Options& options, OpenLogs& logs, FixFollowUp& followUp, std::ostream& err) {
+bool followFixes(OpenLogs& logs, FixFollowUp& followUp, std::ostream& err) {
   LogReader reader(followUp, false);
   for (size_t i = 0; i < logs.fds.size(); ++i) {
     int copy = -1;
@@ -217,11 +273,11 @@ bool followFixes(const Options& options, OpenLogs& logs, FixFollowUp& followUp, 
       start = 0;
       copy = open(P_tmpdir, O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
       if (copy < 0) {
-        err << kName << ": no temporary file for " << printable(options.logs[i]) << ": " << strerror(errno) << "\n";
+        err << kName << ": no temporary file for " << printable(logs.names[i]) << ": " << strerror(errno) << "\n";
         return false;
       }
     }
-    bool ok = readLog(options.logs[i], logs.fds[i], reader, err, copy);
+    bool ok = readLog(logs.names[i], logs.fds[i], reader, err, copy);
     if (copy >= 0) {
       if (logs.fds[i] > 0) close(logs.fds[i]);
       logs.fds[i] = copy;
@@ -241,8 +297,9 @@ void usage(std::ostream& out) {
       << "  -r, --run=N|last      only run N (1 = the oldest) or the last run; a table shows it in detail\n"
       << "      --volume=NAME     only runs on volume NAME and file runs on its files\n"
       << "      --problem=NAME    only files with the problem NAME, and runs that have one\n"
-      << "      --check           judge the last run (of --volume): exit 0 clean, 1 problem files remain,\n"
-      << "                        2 error, incomplete or stopped, 3 no run or unreadable log\n"
+      << "      --check           judge the last run, or with --volume the volume's last list, fix or\n"
+      << "                        delete run: exit 0 clean, 1 problem files remain, 2 error, incomplete\n"
+      << "                        or stopped, 3 no run or unreadable log; rotated logs are read too\n"
       << "      --max-age=DURATION  with --check or prometheus: a last run older than DURATION\n"
       << "                        (26h, 90m, 7d, 3600s) is judged 2\n"
       << "  -h, --help            this text\n"
@@ -356,22 +413,15 @@ int report(const Options& options, std::ostream& out, std::ostream& err, bool* l
   // Every log is opened before anything is written, so an unreadable one
   // leaves no half report behind.
   OpenLogs logs;
-  for (const std::string& log : options.logs) {
-    int fd = openLog(log, err);
-    if (fd < 0) {
-      if (options.check) out << "the log " << printable(log) << " cannot be read\n";
-      return kNoAnswer;
-    }
-    logs.fds.push_back(fd);
-  }
+  if (!openLogs(options, logs, out, err)) return kNoAnswer;
   std::unique_ptr<Output> output = makeOutput(options, out);
   FixFollowUp followUp;
-  if (output->showsNotTaken() && !followFixes(options, logs, followUp, err)) return kNoAnswer;
+  if (output->showsNotTaken() && !followFixes(logs, followUp, err)) return kNoAnswer;
   ReportSink sink(options, *output, err, followUp.notTaken());
   // Only JSON lists the skipped files.
   LogReader reader(sink, options.format == Format::json && !options.check);
   bool ok = true;
-  for (size_t i = 0; i < logs.fds.size() && ok; ++i) ok = readLog(options.logs[i], logs.fds[i], reader, err);
+  for (size_t i = 0; i < logs.fds.size() && ok; ++i) ok = readLog(logs.names[i], logs.fds[i], reader, err);
   if (!ok) {
     if (options.check) out << "a log cannot be read to its end\n";
     return kNoAnswer;
@@ -379,6 +429,11 @@ int report(const Options& options, std::ostream& out, std::ostream& err, bool* l
   if (logsRead) *logsRead = true;
   sink.finish();
   int status = output->finish(reader.skippedLines());
+  if (options.check || options.format == Format::prometheus) {
+    std::string read;
+    for (const std::string& name : logs.names) read += (read.empty() ? "" : ", ") + printable(name);
+    out << (options.check ? "" : "# ") << "logs read: " << read << "\n";
+  }
   if (!options.check && (options.run != 0 || options.lastRun) && sink.shown() == 0) {
     err << kName << ": no such run in the log\n";
     status = kNoAnswer;
@@ -387,6 +442,23 @@ int report(const Options& options, std::ostream& out, std::ostream& err, bool* l
   return status;
 }
 
+namespace {
+
+// What a file that is not a regular file is, for the refusal.
+const char* fileKind(mode_t mode) {
+  switch (mode & S_IFMT) {
+    case S_IFDIR: return "a directory";
+    case S_IFLNK: return "a symbolic link";
+    case S_IFIFO: return "a FIFO";
+    case S_IFSOCK: return "a socket";
+    case S_IFCHR: return "a character device";
+    case S_IFBLK: return "a block device";
+    default: return "not a regular file";
+  }
+}
+
+}  // namespace
+
 int reportToFile(const Options& options, std::ostream& err) {
   const std::string& path = options.output;
   size_t slash = path.rfind('/');
@@ -394,9 +466,8 @@ int reportToFile(const Options& options, std::ostream& err) {
   std::string temp = (slash == std::string::npos ? "" : dir) + "." +
                      path.substr(slash == std::string::npos ? 0 : slash + 1) + ".XXXXXX";
   int fd = mkostemp(temp.data(), O_CLOEXEC);
-  // Readable by the collector that reads the directory, as a file written
-  // under the usual umask would be.
-  if (fd < 0 || fchmod(fd, 0644) != 0) {
+  int kept = fd < 0 ? -1 : dup(fd);  // for the mode, after the buffer has closed fd
+  if (fd < 0 || kept < 0) {
     err << kName << ": " << printable(path) << ": cannot write a temporary file in " << printable(dir) << ": "
         << strerror(errno) << "\n";
     if (fd >= 0) {
@@ -415,15 +486,35 @@ int reportToFile(const Options& options, std::ostream& err) {
     out.flush();
     written = out.good() && fsync(fd) == 0;
   }  // the buffer closes fd
-  if (written && logsRead && rename(temp.c_str(), path.c_str()) == 0) return status;
+  // Only a regular file is replaced, keeping its mode; a new one is readable
+  // by the collector that reads the directory, as a file written under the
+  // usual umask would be. Looked at last, just before the rename.
+  struct stat target;
+  bool exists = logsRead && written && lstat(path.c_str(), &target) == 0;
   int error = errno;
+  if (exists && !S_ISREG(target.st_mode)) {
+    err << kName << ": " << printable(path) << " is " << fileKind(target.st_mode)
+        << ", not a regular file: it is not replaced\n";
+    written = false;
+    error = 0;
+  } else if (written && logsRead && fchmod(kept, exists ? target.st_mode & 07777 : 0644) != 0) {
+    error = errno;
+    written = false;
+  }
+  close(kept);
+  if (written && logsRead && rename(temp.c_str(), path.c_str()) == 0) return status;
+  if (written && logsRead) error = errno;
   unlink(temp.c_str());
-  if (!logsRead) return kNoAnswer;  // the reason is written; the file is left as it was
+  if (!logsRead || error == 0) return kNoAnswer;  // the reason is written; the file is left as it was
   err << kName << ": " << printable(path) << ": " << strerror(error) << "\n";
   return kNoAnswer;
 }
 
 int reportMain(int argc, char** argv) {
+  // Texts on the terminal are shown as characters of the operator's
+  // character set, as on velkor's screen (common/shownText.h); only the
+  // character handling follows the environment.
+  setlocale(LC_CTYPE, "");
   Options options;
   int status = kClean;
   if (!parseOptions(argc, argv, &options, std::cout, std::cerr, &status)) return status;

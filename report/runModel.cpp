@@ -94,6 +94,7 @@ std::string Entry::action() const {
 
 void Run::deriveOperation() {
   operation.clear();
+  operationCode = 0;
   target.clear();
   fileTarget = false;
   if (argv.empty()) return;
@@ -111,6 +112,7 @@ void Run::deriveOperation() {
   const char* name = velkor::operationName(line.operation);
   if (!name) return;
   operation = name;
+  operationCode = line.operation;
   target = args[line.operand];
   fileTarget = !velkor::isVolumeOperation(line.operation);
 }
@@ -140,11 +142,18 @@ bool Run::concerns(const std::string& volume) const {
   return volumes.count(volume) != 0;
 }
 
+bool Run::decidesVolume() const {
+  return (operationCode & (velkor::opListAll | velkor::opFixAll | velkor::opDeleteAll)) != 0;
+}
+
 std::string Run::incompleteReason() const {
   if (!end.present) return "it has no end time";
   if (!closed) return "its document is not closed";
   if (beganInside != 0)
     return "it begins inside an element left unfinished at line " + std::to_string(beganInside);
+  if (tooLong != 0)
+    return "an element at line " + std::to_string(tooLong) + " is longer than the " + std::to_string(kMaxElement) +
+           " bytes read";
   // velkor ends a run that counted fixable or corrupted files with this
   // status, and logs an entry for each of them (fixed, deleted or not).
   if (hasFinishStatus && finishStatus == kProblemsFoundStatus && problemFiles == 0)

@@ -14,6 +14,10 @@
 
 namespace velkorreport {
 
+// The longest line, and longest element spread over several lines, that the
+// reader takes; a longer one is skipped and makes its run incomplete.
+inline constexpr size_t kMaxElement = 1 << 20;
+
 // Names kept out of memory, in an unnamed temporary file, and read back in
 // the order they came: a run may skip millions of files. Copies share the
 // file. Without a temporary file the names are kept in memory.
@@ -76,6 +80,7 @@ struct Run {
   LoggedTime start, end;
   std::vector<std::string> argv;
   std::string operation;  // the long name of its operation option; "" when the arguments name none
+  unsigned int operationCode = 0;  // velkor::OperationCode; 0 when the arguments name none
   std::string target;     // the operand: a volume name or a file path
   bool fileTarget = false;
 
@@ -88,6 +93,9 @@ struct Run {
   // over lines, when this run's opening element was read; 0: none. Such a
   // run may be text of that element (a name in an older log, written raw).
   uint64_t beganInside = 0;
+  // The line of an element of this run longer than the reader takes, which
+  // was skipped; 0: none.
+  uint64_t tooLong = 0;
 
   uint64_t entries = 0;
   uint64_t skipped = 0;
@@ -120,6 +128,10 @@ struct Run {
   void add(const Entry& entry);
   // The run acted on `volume`: a volume run on it, or a run whose entries name it.
   bool concerns(const std::string& volume) const;
+  // A volume-wide list, fix or delete run: the runs that decide their
+  // volume's verdict. Single-file runs, the recount, the Cc clear and the
+  // background run are listed but never decide it.
+  bool decidesVolume() const;
   // The status shown for it: the finish status, or "incomplete".
   std::string statusText() const;
 };

@@ -6,12 +6,15 @@
 #   (systemd-analyze security), and the enablement of the example, run
 #   offline, enables the timer;
 # - systemd-tmpfiles makes the log directory 0750 and the lock directory
-#   root's alone;
-# - logrotate reads the rotation (-d), then rotates a log in the directory;
+#   root's alone, and the package's postinst makes the log directory on a
+#   server without systemd-tmpfiles;
+# - logrotate reads the rotation (-d), then rotates a log in the directory
+#   twice: the newest rotated log stays plain, the one before is compressed;
 # - bash-completion finds the completion of each program, which completes
 #   options (velkor's: those of its option table), volumes and values;
 # - the cron line of the example is valid and runs (velkor-batch on a
-#   simulated volume), and velkor-report judges its log;
+#   simulated volume), and velkor-report judges its log, also once the log
+#   was rotated;
 # - the unit's metrics command writes what promtool reads;
 # - the unit's command lines, run with the unit's restrictions that a
 #   sandbox can apply, list, and with the repair drop-in fix and delete.
@@ -68,15 +71,24 @@ systemd-tmpfiles --create --root="$stage" velkor.conf
 [ "$(stat -c '%a %U' "$stage/var/log/velkor")" = "750 root" ] || fail "/var/log/velkor: $(stat -c '%a %U' "$stage/var/log/velkor")"
 [ "$(stat -c '%a %U' "$stage/run/lock/velkor")" = "700 root" ] ||
   fail "/run/lock/velkor: $(stat -c '%a %U' "$stage/run/lock/velkor" 2>&1)"
+rmdir "$stage/var/log/velkor"
+mkdir "$work/bin"
+ln -s "$(command -v grep)" "$(command -v install)" "$work/bin/"
+DPKG_ROOT="$stage" PATH="$work/bin" /bin/sh "$source/debian/velkor.postinst" configure ||
+  fail "the postinst failed without systemd-tmpfiles"
+[ "$(stat -c '%a %U %G' "$stage/var/log/velkor")" = "750 root root" ] ||
+  fail "/var/log/velkor after the postinst: $(stat -c '%a %U %G' "$stage/var/log/velkor")"
 rotate="$etc/logrotate.d/velkor"
 logrotate -d -s "$work/logrotate.state" "$rotate" > "$work/logrotate.out" 2>&1 ||
   fail "logrotate -d: $(cat "$work/logrotate.out")"
 ! grep -qi 'error' "$work/logrotate.out" || fail "logrotate -d: $(cat "$work/logrotate.out")"
 sed "s|/var/log/velkor|$stage/var/log/velkor|" "$rotate" > "$work/rotate.conf"
-echo "<velkor>" > "$stage/var/log/velkor/velkor.log"
-logrotate -f -s "$work/logrotate.state" "$work/rotate.conf"
-[ -f "$stage/var/log/velkor/velkor.log.1.gz" ] && [ ! -e "$stage/var/log/velkor/velkor.log" ] ||
-  fail "the log was not rotated: $(ls "$stage/var/log/velkor")"
+for _ in 1 2; do
+  echo "<velkor>" > "$stage/var/log/velkor/velkor.log"
+  logrotate -f -s "$work/logrotate.state" "$work/rotate.conf"
+done
+[ -f "$stage/var/log/velkor/velkor.log.1" ] && [ -f "$stage/var/log/velkor/velkor.log.2.gz" ] &&
+  [ ! -e "$stage/var/log/velkor/velkor.log" ] || fail "the log was not rotated: $(ls "$stage/var/log/velkor")"
 
 # ---- completion ----
 completions="$stage$(pkg-config --variable=completionsdir bash-completion)"
@@ -156,6 +168,11 @@ mkdir -m 0700 "$work/locks"
 status=0
 "$stage/usr/bin/velkor-report" --check --volume VOL1 "$log" > /dev/null || status=$?
 [ "$status" = 1 ] || fail "velkor-report --check on the cron line's log gave $status"
+# The day after a rotation the log holds no run yet: the verdict is the same.
+logrotate -f -s "$work/logrotate.state" "$work/rotate.conf"
+status=0
+"$stage/usr/bin/velkor-report" --check --max-age 8d --volume VOL1 "$log" > "$work/check.out" || status=$?
+[ "$status" = 1 ] || fail "velkor-report --check after the rotation gave $status: $(cat "$work/check.out")"
 # The unit's metrics command, its paths into the staging root.
 metrics=$(sed -n 's/^ExecStopPost=-//p' "$units/velkor-check@.service")
 metrics="${metrics//%i/VOL1}"

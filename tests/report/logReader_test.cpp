@@ -174,6 +174,35 @@ TEST(LogReader, CutOffRunsAreIncompleteAndTheirBrokenEntrySkipped) {
   EXPECT_FALSE(c.runs[0].start.present);
 }
 
+// An entry longer than the reader takes (a name of control bytes escapes to
+// four times its length), on one line or spread over lines as older logs
+// wrote names: it is skipped with a warning, and its run is incomplete, so
+// --check never judges it cleaner than it was.
+TEST(LogReader, AnEntryTooLongForTheReaderMakesItsRunIncomplete) {
+  const std::string longName = "/" + std::string(LogReader::kMaxElement, 'n');
+  for (const std::string& name : {longName, "/a\n" + longName}) {
+    std::ostringstream log;
+    LogText text(log);
+    text.start({"velkor", "-L", "VOL1"}).entry(file("/a", velkor::invalidState)).entry(file("/PH", velkor::invalidZid));
+    log << "<finishStatus>finished with problem files found</finishStatus>\n";
+    text.end();
+    std::string all = log.str();
+    all.replace(all.find("/PH"), 3, name);  // written raw, as older logs did
+    const uint64_t line = lineOf(all, all.rfind("<entry>"));
+    Collected c = read(all);
+    ASSERT_EQ(1u, c.runs.size());
+    EXPECT_EQ(1u, c.runs[0].entries);
+    EXPECT_EQ(1u, c.pieces.size());
+    EXPECT_EQ("an element at line " + std::to_string(line) + " is longer than the 1048576 bytes read",
+              c.runs[0].incompleteReason());
+    velkorreport::Options check;
+    check.check = true;
+    reporttests::Reported r = reporttests::reportOn(all, check);
+    EXPECT_EQ(velkorreport::kRunFailed, r.status) << r.out;
+    EXPECT_NE(std::string::npos, r.err.find(":" + std::to_string(line) + ": skipped")) << r.err;
+  }
+}
+
 TEST(LogReader, TextOutsideTheElementsIsSkippedNamingItsLine) {
   std::ostringstream log;
   LogText text(log);

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <clocale>
 #include <ctime>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -16,6 +17,7 @@
 #include "output.h"
 #include "process.h"
 #include "report.h"
+#include "screen/displayText.h"
 #include "velkor/logElements.h"
 #include "velkor/velkorTypes.h"
 
@@ -151,30 +153,62 @@ TEST(ReportOutputs, EscapedTextsAreShownDecoded) {
   EXPECT_NE(std::string::npos, one.out.find("Error:       reply: <bad>\\tx")) << one.out;
 }
 
-// Text for a terminal: what would act on it or reorder the text around it is
-// shown as an escape, other text as it is.
-TEST(ReportOutputs, TerminalTextEscapesWhatActsOnTheTerminal) {
+namespace {
+
+// The process's character handling set to `name` while it lives.
+class CharacterSet {
+ public:
+  explicit CharacterSet(const char* name) : before_(setlocale(LC_CTYPE, nullptr)) { setlocale(LC_CTYPE, name); }
+  ~CharacterSet() { setlocale(LC_CTYPE, before_.c_str()); }
+
+ private:
+  std::string before_;
+};
+
+}  // namespace
+
+// One rule for untrusted text on a terminal, the same on velkor's screen
+// (DisplayText) and on velkor-batch's and velkor-report's terminal
+// (printable): what would act on the terminal, take no column of its own or
+// reorder the text around it is shown as an escape, other characters of the
+// operator's character set as they are.
+TEST(ReportOutputs, TerminalTextFollowsTheScreensRule) {
   struct Case {
+    const char* locale;
     std::string text, shown;
   } cases[] = {
-      {"plain /a b", "plain /a b"},
-      {"\xc3\xa9t\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x98\x80", "\xc3\xa9t\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x98\x80"},
-      {"C0 \x1b[2J\x7f\\", "C0 \\x1b[2J\\x7f\\\\"},
-      {"C1 \xc2\x9b" "2J \xc2\x80 \xc2\x9f \xc2\xa0", "C1 \\u009b2J \\u0080 \\u009f \xc2\xa0"},
-      {"/evil\xe2\x80\xaetxt.exe", "/evil\\u202etxt.exe"},
-      {"\xe2\x80\xaa\xe2\x80\xab\xe2\x80\xac\xe2\x80\xad", "\\u202a\\u202b\\u202c\\u202d"},
-      {"\xe2\x81\xa6\xe2\x81\xa7\xe2\x81\xa8\xe2\x81\xa9", "\\u2066\\u2067\\u2068\\u2069"},
-      {"\xe2\x80\x8e\xe2\x80\x8f \xe2\x80\x8d \xe2\x81\xaa", "\\u200e\\u200f \xe2\x80\x8d \xe2\x81\xaa"},
+      {"C.UTF-8", "plain /a b", "plain /a b"},
+      {"C.UTF-8", "\xc3\xa9t\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x98\x80 e\xcc\x81",
+       "\xc3\xa9t\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x98\x80 e\xcc\x81"},
+      {"C.UTF-8", "C0 \x1b[2J\x7f\\ \r\n\t", "C0 \\x1b[2J\\x7f\\\\ \\r\\n\\t"},
+      {"C.UTF-8", "C1 \xc2\x9b" "2J \xc2\x80 \xc2\x9f \xc2\xa0", "C1 \\u009b2J \\u0080 \\u009f \xc2\xa0"},
+      {"C.UTF-8", "/evil\xe2\x80\xaetxt.exe", "/evil\\u202etxt.exe"},
+      {"C.UTF-8", "\xe2\x80\xaa\xe2\x80\xab\xe2\x80\xac\xe2\x80\xad", "\\u202a\\u202b\\u202c\\u202d"},
+      {"C.UTF-8", "\xe2\x81\xa6\xe2\x81\xa7\xe2\x81\xa8\xe2\x81\xa9", "\\u2066\\u2067\\u2068\\u2069"},
+      {"C.UTF-8", "\xe2\x80\x8e\xe2\x80\x8f \xd8\x9c", "\\u200e\\u200f \\u061c"},
+      // Characters that take no column: "/a" and "/a" + U+200B look alike raw.
+      {"C.UTF-8", "/a\xe2\x80\x8b \xef\xbb\xbf \xe2\x80\x8d \xe2\x81\xaa", "/a\\u200b \\ufeff \\u200d \\u206a"},
+      {"C.UTF-8", "line\xe2\x80\xa8para\xe2\x80\xa9", "line\\u2028para\\u2029"},
+      {"C.UTF-8", "\xf3\xa0\x80\x81tag", "\\U000e0001tag"},
       // Bytes that are not UTF-8, alone, cut short or overlong.
-      {"\x9b" "2J \xff \xe2\x80 \xc0\xaf \xed\xa0\x80", "\\x9b2J \\xff \\xe2\\x80 \\xc0\\xaf \\xed\\xa0\\x80"},
+      {"C.UTF-8", "\x9b" "2J \xff \xe2\x80 \xc0\xaf \xed\xa0\x80", "\\x9b2J \\xff \\xe2\\x80 \\xc0\\xaf \\xed\\xa0\\x80"},
+      // An ASCII character set: every byte above it is escaped.
+      {"C", "\xc3\xa9t\xc3\xa9 /a\xe2\x80\x8b", "\\xc3\\xa9t\\xc3\\xa9 /a\\xe2\\x80\\x8b"},
   };
-  for (const Case& c : cases) EXPECT_EQ(c.shown, velkorreport::printable(c.text)) << c.text;
+  for (const Case& c : cases) {
+    CharacterSet set(c.locale);
+    EXPECT_EQ(c.shown, velkorreport::printable(c.text)) << c.locale << " " << c.text;
+    std::wstring wide(c.shown.size(), L'\0');
+    wide.resize(mbstowcs(wide.data(), c.shown.c_str(), wide.size()));
+    EXPECT_TRUE(wide == DisplayText(c.text)) << c.locale << " " << c.text;
+  }
 
   // In the table of runs, a file run's target is its path.
+  CharacterSet set("C.UTF-8");
   std::ostringstream log;
-  LogText(log).start({"velkor", "-l", "/media/kvf/VOL1/evil\xe2\x80\xaetxt.exe\xc2\x9b"}).end();
+  LogText(log).start({"velkor", "-l", "/media/kvf/VOL1/evil\xe2\x80\xaetxt.exe\xc2\x9b\xe2\x80\x8b"}).end();
   Reported table = reportOn(log.str(), velkorreport::Options());
-  EXPECT_NE(std::string::npos, table.out.find("/media/kvf/VOL1/evil\\u202etxt.exe\\u009b")) << table.out;
+  EXPECT_NE(std::string::npos, table.out.find("/media/kvf/VOL1/evil\\u202etxt.exe\\u009b\\u200b")) << table.out;
 }
 
 // With --files, a run's files are written as they are read, before the run
@@ -316,6 +350,50 @@ TEST(ReportOutputs, RunsOfTheBatchProgramNameIt) {
   EXPECT_EQ(velkorreport::kRunFailed, reportOn(log, checking("VOL1")).status);
 }
 
+// A volume's verdict comes from its last list, fix or delete run: a single
+// file's run, a recount, a Cc clear or a background run after a list that
+// found problem files are listed but never turn the volume clean, in
+// --check --volume and in the metrics alike.
+TEST(ReportOutputs, OnlyVolumeWideRunsDecideAVolumesVerdict) {
+  std::ostringstream others;
+  LogText text(others);
+  text.start({"velkor", "-l", "/media/kvf/VOL1/ok"}).entry(file("/ok", velkor::good), velkor::opList);
+  others << "<finishStatus>finished successfully</finishStatus>\n";
+  text.end();
+  for (const char* op : {"-S", "-C"}) {
+    text.start({"velkor", op, "VOL1"});
+    others << "<finishStatus>finished successfully</finishStatus>\n";
+    text.end();
+  }
+  text.start({"velkor", "-b", "/media/kvf/VOL1/ok"}).end();
+  const std::string found = endedRun({"velkor", "-L", "VOL1"}, "finished with problem files found");
+  velkorreport::Options metrics;
+  metrics.format = velkorreport::Format::prometheus;
+  struct Case {
+    std::string log;
+    int verdict;
+    std::string why;
+  } cases[] = {
+      {found + others.str(), velkorreport::kProblemsRemain, "run 1 (list-all VOL1"},
+      {found + others.str() + oldListRun("/z", kFound, true) + others.str(), velkorreport::kClean,
+       "run 6 (fix-all VOL1"},
+      {others.str(), velkorreport::kNoAnswer, "no list, fix or delete run on volume VOL1 in the log"},
+  };
+  for (const Case& c : cases) {
+    Reported r = reportOn(c.log, checking("VOL1"));
+    EXPECT_EQ(c.verdict, r.status) << r.out;
+    EXPECT_NE(std::string::npos, r.out.find(c.why)) << r.out;
+    std::string prom = reportOn(c.log, metrics).out;
+    bool series = c.verdict != velkorreport::kNoAnswer;
+    EXPECT_EQ(series, prom.find("velkor_last_run_verdict{volume=\"VOL1\"} " + std::to_string(c.verdict) + "\n") !=
+                          std::string::npos)
+        << prom;
+  }
+  // The other runs are still listed.
+  const std::string table = reportOn(found + others.str(), velkorreport::Options()).out;
+  EXPECT_EQ(6, std::count(table.begin(), table.end(), '\n')) << table;
+}
+
 // The metrics of volumes whose names hold what would end a label value or a
 // line: one sample per volume and metric, the names escaped as the text
 // format wants, which promtool reads.
@@ -329,10 +407,10 @@ TEST(ReportOutputs, MetricsOfAnyVolumeName) {
   ASSERT_EQ(0, r.status) << r.err;
   ProcessResult promtool = testsupport::runProcess({"promtool", "check", "metrics"}, r.out);
   EXPECT_EQ(0, promtool.exitStatus) << promtool.out << promtool.err << r.out;
-  const std::string label = "volume=\"V\\\"1\\\\x\\n} 1\\nvelkor_forged{a=\\\"b\\\"} 2 \xef\xbf\xbd\"";
+  const std::string label = "volume=\"V\\\"1\\\\\\\\x\\n} 1\\nvelkor_forged{a=\\\"b\\\"} 2 \\\\xff\"";
   EXPECT_NE(std::string::npos, r.out.find("velkor_last_run_verdict{" + label + "} 1\n")) << r.out;
   EXPECT_NE(std::string::npos, r.out.find("velkor_problem_files{" + label + ",problem=\"invalidState\"} 1\n"));
-  // The fix run's entry names VOL1: it is VOL1's last run, and it fixed nothing.
+  // The fix run of VOL1 fixed nothing.
   EXPECT_NE(std::string::npos, r.out.find("velkor_last_run_verdict{volume=\"VOL1\"} 1\n")) << r.out;
   std::istringstream lines(r.out);
   std::string line;
@@ -345,6 +423,20 @@ TEST(ReportOutputs, MetricsOfAnyVolumeName) {
   }
   // Per volume: time, duration, verdict, fixed, deleted and one per problem name.
   EXPECT_EQ(2 * (5 + velkor::kNamedProblemBits - 2), samples) << r.out;
+
+  // Names that are not UTF-8 stay apart from each other and from the valid
+  // names that look like them: a byte that is not UTF-8 is written as \xHH,
+  // a name's own backslash as two.
+  const std::vector<std::pair<std::string, std::string>> names = {
+      {"V\xff", "V\\\\xff"}, {"V\xfe", "V\\\\xfe"}, {"V\\xff", "V\\\\\\\\xff"},
+      {"V\xef\xbf\xbd", "V\xef\xbf\xbd"}, {"V\xc3", "V\\\\xc3"}};
+  std::string several;
+  for (const auto& [name, label] : names) several += endedRun({"velkor", "-L", name}, "finished");
+  r = reportOn(several, metrics);
+  promtool = testsupport::runProcess({"promtool", "check", "metrics"}, r.out);
+  EXPECT_EQ(0, promtool.exitStatus) << promtool.out << promtool.err << r.out;
+  for (const auto& [name, label] : names)
+    EXPECT_NE(std::string::npos, r.out.find("velkor_last_run_verdict{volume=\"" + label + "\"} 1\n")) << r.out;
 }
 
 // --output replaces the file only when the report is whole: a log that cannot
@@ -375,14 +467,41 @@ TEST(ReportOutputs, OutputFileIsReplacedWhole) {
   ASSERT_EQ(0, mkdir(dir.file("taken.prom").c_str(), 0755));
   options.output = dir.file("taken.prom");
   EXPECT_EQ(velkorreport::kNoAnswer, velkorreport::reportToFile(options, err));
-  EXPECT_NE(std::string::npos, err.str().find("taken.prom: Is a directory")) << err.str();
+  EXPECT_NE(std::string::npos, err.str().find("taken.prom is a directory, not a regular file")) << err.str();
   EXPECT_EQ("taken.prom\nvelkor.log\nvelkor.prom\n", files());
 
   options.output = target;
   EXPECT_EQ(0, velkorreport::reportToFile(options, err)) << err.str();
   EXPECT_EQ("taken.prom\nvelkor.log\nvelkor.prom\n", files());
-  EXPECT_EQ(reportOn(testsupport::readFile(log), options).out, testsupport::readFile(target));
+  std::ostringstream direct, ignored;
+  velkorreport::report(options, direct, ignored);
+  EXPECT_EQ(direct.str(), testsupport::readFile(target));
   struct stat st;
   ASSERT_EQ(0, stat(target.c_str(), &st));
   EXPECT_EQ(0644u, st.st_mode & 07777);
+  // An existing file keeps its mode.
+  ASSERT_EQ(0, chmod(target.c_str(), 0640));
+  EXPECT_EQ(0, velkorreport::reportToFile(options, err)) << err.str();
+  ASSERT_EQ(0, stat(target.c_str(), &st));
+  EXPECT_EQ(0640u, st.st_mode & 07777);
+
+  // Only a regular file is replaced: a link, a FIFO or a socket at the
+  // target is left as it was, with the reason.
+  ASSERT_EQ(0, symlink("velkor.prom", dir.file("link.prom").c_str()));
+  ASSERT_EQ(0, mkfifo(dir.file("fifo.prom").c_str(), 0644));
+  testsupport::runProcess({"python3", "-c", "import socket,sys; socket.socket(socket.AF_UNIX).bind(sys.argv[1])",
+                           dir.file("socket.prom")});
+  const std::string before = files();
+  for (const auto& [name, kind] : {std::pair<std::string, std::string>{"link.prom", "a symbolic link"},
+                                   {"fifo.prom", "a FIFO"}, {"socket.prom", "a socket"}, {"taken.prom", "a directory"}}) {
+    std::ostringstream refused;
+    options.output = dir.file(name);
+    EXPECT_EQ(velkorreport::kNoAnswer, velkorreport::reportToFile(options, refused)) << name;
+    EXPECT_NE(std::string::npos, refused.str().find(name + " is " + kind + ", not a regular file: it is not replaced"))
+        << refused.str();
+    EXPECT_EQ(before, files());
+  }
+  struct stat link;
+  ASSERT_EQ(0, lstat(dir.file("link.prom").c_str(), &link));
+  EXPECT_TRUE(S_ISLNK(link.st_mode));
 }

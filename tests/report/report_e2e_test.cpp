@@ -12,6 +12,7 @@
 
 #include "e2e.h"
 #include "fixtures.h"
+#include "logText.h"
 
 using e2efixtures::FinishedRun;
 using e2efixtures::json;
@@ -381,4 +382,98 @@ TEST(ReportEndToEnd, TheManualsUnattendedRecipe) {
     ASSERT_EQ(1u, report["runs"].size());
     EXPECT_TRUE(report["runs"][0]["complete"].get<bool>());
   }
+}
+
+// A run that spans a rotation by the shipped logrotate configuration (real
+// logrotate, forced) stays whole in the rotated log, and --check --volume and
+// the metrics on the log's path find it there, naming the files they read:
+// the day after the rotation the log itself holds no run (or does not
+// exist), and after the next rotation the run lies compressed in .2.gz.
+TEST(ReportEndToEnd, ARunThatSpansALogRotationIsFound) {
+  Simulator::Options generated;
+  generated.generate = 300;
+  Simulator sim(generated);
+  OneLog log;
+  const std::string path = log.log();
+  testsupport::TempDir state;
+  std::string config = testsupport::readFile(testsupport::sourcePath("server/velkor.logrotate"));
+  config = std::regex_replace(config, std::regex("/var/log/velkor/"), path.substr(0, path.rfind('/') + 1));
+  testsupport::writeFile(state.file("velkor.logrotate"), config);
+  auto rotate = [&] {
+    ProcessResult r = testsupport::runProcess(
+        {"logrotate", "-f", "-s", state.file("state"), state.file("velkor.logrotate")});
+    EXPECT_EQ(0, r.exitStatus) << r.out << r.err;
+  };
+  {
+    // Rotated while the slowed list run is between its entries; it goes on
+    // at full speed once the log is rotated.
+    sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":50,"count":0})");
+    VelkorTerminal terminal(sim, {"-L", "VOL1"}, log.options());
+    ASSERT_TRUE(terminal.waitUntil([&] { return testsupport::readFile(path).find("<entry>") != std::string::npos; }));
+    ASSERT_EQ(std::string::npos, testsupport::readFile(path).find("<endTime>"));
+    rotate();
+    sim.setFaults("[]");
+    ASSERT_TRUE(terminal.waitFor("Press any key"));
+    terminal.send("x");
+    terminal.finish();
+  }
+  // Whole (an incomplete run would be 2) and found by the log's path.
+  auto judged = [&](const std::string& read) {
+    ProcessResult check = velkorReport({"--check", "--max-age", "8d", "--volume", "VOL1", path});
+    EXPECT_EQ(1, check.exitStatus) << check.out << check.err;
+    EXPECT_NE(std::string::npos, check.out.find("run 1 (list-all VOL1")) << check.out;
+    EXPECT_NE(std::string::npos, check.out.find("logs read: " + read + "\n")) << check.out;
+    ProcessResult metrics = velkorReport({"--format", "prometheus", path});
+    EXPECT_NE(std::string::npos, metrics.out.find("velkor_last_run_verdict{volume=\"VOL1\"} 1\n")) << metrics.out;
+    EXPECT_NE(std::string::npos, metrics.out.find("# logs read: " + read + "\n")) << metrics.out;
+    EXPECT_EQ("", check.err + metrics.err);
+  };
+  // The day after: no log yet, then an empty one.
+  judged(path + ".1");
+  testsupport::writeFile(path, "");
+  judged(path + ".1, " + path);
+  // A recount follows (it does not decide the verdict); the next rotation
+  // compresses the list run.
+  std::ostringstream recount;
+  testsupport::LogText(recount).start({"velkor", "-S", "VOL1"}).end();
+  testsupport::writeFile(path, recount.str());
+  rotate();
+  ASSERT_TRUE(std::ifstream(path + ".2.gz").good());
+  judged(path + ".2.gz, " + path + ".1");
+  // A compressed log named on its own is read as the log it holds.
+  ProcessResult table = velkorReport({path + ".2.gz"});
+  EXPECT_EQ(0, table.exitStatus);
+  EXPECT_EQ("", table.err);
+  EXPECT_TRUE(std::regex_search(table.out, std::regex("list-all +VOL1"))) << table.out;
+  // One cut short cannot be read to its end.
+  const std::string compressed = testsupport::readFile(path + ".2.gz");
+  testsupport::writeFile(path + ".2.gz", compressed.substr(0, compressed.size() / 2));
+  ProcessResult cut = velkorReport({"--check", "--volume", "VOL1", path});
+  EXPECT_EQ(3, cut.exitStatus) << cut.out;
+  EXPECT_EQ(0u, cut.err.find("velkor-report: " + path + ".2.gz: unexpected end of file\n")) << cut.err;
+}
+
+// A run's error is shown in the operator's words first, as velkor-batch says
+// it on standard error, then as the log records it: in --check's line and in
+// the run in detail.
+TEST(ReportEndToEnd, ErrorsAreShownInTheOperatorsWordsFirst) {
+  Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(1000, 3).dump());
+  OneLog log;
+  VelkorTerminal::Options batch = log.options();
+  batch.binary = testsupport::binaryPath("util/velkor/velkor-batch");
+  VelkorTerminal run(sim, {"-L", "VOL2"}, batch);
+  run.finish();
+  ASSERT_EQ(8, run.exitStatus()) << run.screenText();
+  std::smatch shown;
+  const std::string said = run.screenText();
+  ASSERT_TRUE(std::regex_search(said, shown, std::regex("velkor-batch: (volume VOL2 not found on this server) \\(")))
+      << said;
+  ProcessResult check = velkorReport({"--check", "--volume", "VOL2", log.log()});
+  EXPECT_EQ(2, check.exitStatus);
+  EXPECT_NE(std::string::npos,
+            check.out.find("ended with an error: " + shown[1].str() + " (util/velkor/velkorUI[994] originated from"))
+      << check.out;
+  ProcessResult detail = velkorReport({"--run", "last", log.log()});
+  EXPECT_NE(std::string::npos, detail.out.find("  Error:       " + shown[1].str() + " (util/velkor/velkorUI[994]"))
+      << detail.out;
 }

@@ -1,58 +1,10 @@
 #include "screen/displayText.h"
 
 #include <cwchar>
-#include <cwctype>
 
-namespace {
+#include "common/shownText.h"
 
-void appendEscape(std::wstring& out, wchar_t letter, unsigned long value, int digits) {
-  static const wchar_t kHex[] = L"0123456789abcdef";
-  out += L'\\';
-  out += letter;
-  for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4) out += kHex[(value >> shift) & 0xf];
-}
-
-// Whether `c` is drawn as itself: printable, and taking columns of its own
-// unless it is a combining mark (the locale's "combining" class, where it
-// has one).
-bool drawnAsItself(wchar_t c) {
-  static const wctype_t combining = wctype("combining");
-  if (!iswprint(c)) return false;
-  int width = wcwidth(c);
-  return width > 0 || (width == 0 && combining != 0 && iswctype(c, combining));
-}
-
-}  // namespace
-
-std::wstring DisplayText(std::string_view bytes) {
-  std::wstring out;
-  out.reserve(bytes.size());
-  std::mbstate_t state{};
-  size_t i = 0;
-  while (i < bytes.size()) {
-    wchar_t c = 0;
-    size_t n = std::mbrtowc(&c, bytes.data() + i, bytes.size() - i, &state);
-    if (n == static_cast<size_t>(-1) || n == static_cast<size_t>(-2)) {
-      // Not a character of the locale (or one cut off at the end): this
-      // byte is shown as it is, and reading starts again at the next one.
-      appendEscape(out, L'x', static_cast<unsigned char>(bytes[i]), 2);
-      state = std::mbstate_t{};
-      ++i;
-      continue;
-    }
-    i += n == 0 ? 1 : n;  // n == 0: a null character, one byte
-    unsigned long value = static_cast<unsigned long>(c);
-    if (c == L'\\') out += L"\\\\";
-    else if (c == L'\t') out += L"\\t";
-    else if (c == L'\n') out += L"\\n";
-    else if (c == L'\r') out += L"\\r";
-    else if (drawnAsItself(c)) out += c;
-    else if (value < 0x80) appendEscape(out, L'x', value, 2);
-    else if (value <= 0xffff) appendEscape(out, L'u', value, 4);
-    else appendEscape(out, L'U', value, 8);
-  }
-  return out;
-}
+std::wstring DisplayText(std::string_view bytes) { return KVF::ShownText(bytes); }
 
 int DisplayWidth(std::wstring_view text) {
   int columns = 0;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <clocale>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -19,6 +20,7 @@
 #include "velkor/channel.h"
 #include "velkor/commandLine.h"
 #include "velkor/compCandidate.h"
+#include "velkor/errorWords.h"
 #include "velkor/logElements.h"
 #include "velkor/operations.h"
 #include "velkor/runLog.h"
@@ -94,27 +96,10 @@ std::string problemNames(unsigned long problems) {
 // What went wrong, in the operator's words first; then the error as the log
 // has it.
 std::string errorWords(const KVFError& e, unsigned int operation, const char* target, bool beforeAnyObject) {
-  std::string words;
-  const bool refused = e.isKvfCode && std::string(e.what()) == "Reply results";
-  if (const auto* config = dynamic_cast<const ConfigFileError*>(&e))
-    words = config->operatorWords();
-  else if (refused && e.code == zERR_GENERIC_KVF_ERROR && beforeAnyObject)
-    words = isVolumeOperation(operation) ? "volume " + std::string(target) + " not found on this server"
-                                         : std::string(target) + " is not a file on a KVF volume of this server";
-  else if (e.isKvfCode && e.code == zERR_VALUE_CHANGED)
-    words = "an object kept changing while it was repaired";
-  else if (e.isKvfCode && e.code == zERR_COMPRESSION_NOT_ENABLED)
-    words = "compression is not enabled on this volume";
-  else if (e.isKvfCode && (e.code == zERR_XML_IS_BAD || e.code == zERR_XML_IS_INCOMPLETE))
-    words = "a reply of the file system could not be read";
-  else if (e.isKvfCode && e.code == zERR_BUFFER_TOO_SMALL)
-    words = "a name or a reply is too long to handle";
-  else if (!e.isKvfCode)
-    words = "the management interface failed";
-  else
-    words = "the file system refused a request";
-  return words + " (" + e.what() + ", error " + std::to_string(e.number()) + " " + e.numberName() + " at " +
-         e.location + ")";
+  const auto* config = dynamic_cast<const ConfigFileError*>(&e);
+  return (config ? config->operatorWords()
+                 : velkor::errorWords(e.isKvfCode, e.number(), e.what(), operation, target, beforeAnyObject)) +
+         " (" + e.what() + ", error " + std::to_string(e.number()) + " " + e.numberName() + " at " + e.location + ")";
 }
 
 bool parseSeconds(const char* text, unsigned* seconds) {
@@ -282,6 +267,10 @@ int readCommandLine(int argc, char** argv, CommandLine* line, BatchSettings* set
 
 int batchMain(int argc, char** argv) {
   appName = "velkor-batch";
+  // Names are shown as characters of the operator's character set, as on
+  // velkor's screen (common/shownText.h); only the character handling
+  // follows the environment.
+  setlocale(LC_CTYPE, "");
   CommandLine line;
   BatchSettings settings;
   if (int status = readCommandLine(argc, argv, &line, &settings); status >= 0) return status;

@@ -15,6 +15,7 @@
 #include "common_cpp/kvfError.h"
 #include "screen/signals.h"
 #include "velkor/beastRecords.h"
+#include "velkor/errorWords.h"
 #include "velkor/logElements.h"
 #include "velkor/logEscape.h"
 #include "velkor/velkor.h"
@@ -368,8 +369,8 @@ void LogInterfaceFailure(const char* reason) {
 
 void LogError(const KVFError& e) {
   std::cerr << "<error>" << "util/velkor/velkorUI" << "[" << 994 << "] originated from:" << velkor::logText(e.location)
-            << " error: " << e.number() << " " << velkor::logText(e.numberName()) << " message: "
-            << velkor::logText(e.what()) << "</error>" << "\n";
+            << velkor::kLoggedErrorNumber << e.number() << " " << velkor::logText(e.numberName())
+            << velkor::kLoggedErrorMessage << velkor::logText(e.what()) << "</error>" << "\n";
 }
 
 void LogFinishStatus(const char* text) {

@@ -1,15 +1,14 @@
 // How text that velkor does not choose (a file's name, an argument) is shown
-// on a terminal: as its characters where they are printable, escaped where
-// the terminal would act on them rather than show them (controls, C1
-// controls, bidirectional formatting, bytes that are not UTF-8), so that no
-// name moves the cursor, recolours the screen or sends the terminal a
-// sequence of its own. Header-only: velkor-batch and velkor-report use it.
+// on a terminal by velkor-batch and velkor-report, and the UTF-8 sequences
+// their data outputs look at. Header-only.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
+
+#include "common/shownText.h"
 
 namespace velkor {
 
@@ -40,54 +39,11 @@ inline size_t utf8Sequence(std::string_view text, uint32_t* code) {
   return length;
 }
 
-// A code point a terminal acts on rather than shows, or that reorders the
-// text around it: the C1 controls, and the bidirectional marks, embeddings,
-// overrides and isolates.
-inline bool hidesText(uint32_t code) {
-  return (code >= 0x80 && code <= 0x9f) || code == 0x200e || code == 0x200f || (code >= 0x202a && code <= 0x202e) ||
-         (code >= 0x2066 && code <= 0x2069);
-}
-
-// Text for a terminal: control bytes, backslashes and bytes that are not
-// UTF-8 written as C escapes (\n, \\, \x1b, \xff), the C1 controls and the
-// bidirectional formatting characters as \u escapes (\u009b, \u202e); other
-// text as it is.
-inline std::string printable(std::string_view text) {
-  std::string shown;
-  shown.reserve(text.size());
-  for (size_t i = 0; i < text.size();) {
-    const unsigned char u = static_cast<unsigned char>(text[i]);
-    if (u < 0x80) {
-      if (u == '\\') shown += "\\\\";
-      else if (u == '\n') shown += "\\n";
-      else if (u == '\t') shown += "\\t";
-      else if (u < 0x20 || u == 0x7f) {
-        shown += "\\x";
-        appendHex(shown, u);
-      } else {
-        shown += static_cast<char>(u);
-      }
-      ++i;
-      continue;
-    }
-    uint32_t code;
-    const size_t length = utf8Sequence(text.substr(i), &code);
-    if (length == 0) {
-      // Not UTF-8: on a terminal that reads bytes, 0x80 to 0x9f are controls.
-      shown += "\\x";
-      appendHex(shown, u);
-      ++i;
-    } else if (hidesText(code)) {
-      shown += "\\u";
-      appendHex(shown, static_cast<unsigned char>(code >> 8));
-      appendHex(shown, static_cast<unsigned char>(code & 0xff));
-      i += length;
-    } else {
-      shown.append(text.substr(i, length));
-      i += length;
-    }
-  }
-  return shown;
-}
+// Text for a terminal, by the one rule of common/shownText.h that velkor's
+// screen follows too: printable characters of the locale as they are,
+// controls, characters that take no column or reorder the text around them,
+// and bytes that are not the locale's as escapes (\n, \\, \x1b, \xff,
+// \u200b, \u202e).
+inline std::string printable(std::string_view text) { return KVF::ShownBytes(text); }
 
 }  // namespace velkor
