@@ -130,6 +130,14 @@ bool parseEntry(std::string_view text, Entry* entry) {
   if (entry->fixed) rest.remove_prefix(kFixed.size());
   entry->deleted = startsWith(rest, kDeleted);
   if (entry->deleted) rest.remove_prefix(kDeleted.size());
+  entry->error.clear();
+  constexpr std::string_view kError = "<error>", kErrorEnd = "</error>";
+  if (startsWith(rest, kError)) {
+    const size_t errorEnd = rest.find(kErrorEnd);
+    if (errorEnd == std::string_view::npos) return false;
+    assignDecoded(entry->error, rest.substr(kError.size(), errorEnd - kError.size()));
+    rest.remove_prefix(errorEnd + kErrorEnd.size());
+  }
   entry->zid.clear();
   if (nextElement(rest.data(), end, "zid", &zid)) assignDecoded(entry->zid, contentOf(zid));
   return true;

@@ -180,6 +180,8 @@ class DetailOutput : public Output {
          << r.remaining - r.remainingCorrupted << ", corrupted " << r.remainingCorrupted << ")\n";
     if (r.notTaken != 0)
       out_ << "  Not taken:   " << r.notTaken << " files the next list run found again with the same problems\n";
+    if (r.outcomeUnknown != 0)
+      out_ << "  In doubt:    " << r.outcomeUnknown << " files a change was sent to whose reply was lost: check them again\n";
     printCounts("Problems", r.problems);
     printCounts("Types", r.types);
     if (!entries_.empty()) {
@@ -188,7 +190,8 @@ class DetailOutput : public Output {
         std::string action = e.action();
         out_ << "    " << printable(e.volume) << "  " << printable(e.name) << "  zid "
              << (e.zid.empty() ? "-" : printable(e.zid)) << "  " << printable(joined(e.problems)) << "  "
-             << (action.empty() ? "checked" : action) << (e.notTaken ? ", not taken by the fix" : "") << "\n";
+             << (action.empty() ? "checked" : action) << (e.notTaken ? ", not taken by the fix" : "")
+             << (e.outcomeUnknown() ? ", change in doubt: check again" : "") << "\n";
       }
     }
     return kClean;
@@ -238,7 +241,7 @@ json timeJson(const LoggedTime& time) {
 
 json entryJson(const Entry& e) {
   json j = {{"volume", e.volume}, {"name", e.name},         {"zid", e.zid},       {"type", e.type},
-            {"problems", e.problems}, {"action", e.action()}, {"notTaken", e.notTaken}, {"line", e.line}};
+            {"problems", e.problems}, {"action", e.action()}, {"notTaken", e.notTaken}, {"error", e.error}, {"line", e.line}};
   if (!validUtf8(e.name)) j["nameHex"] = hexOf(e.name);
   return j;
 }
@@ -269,7 +272,7 @@ json runJson(const Run& r) {
           {"remainingFixable", r.remaining - r.remainingCorrupted},
           {"remainingCorrupted", r.remainingCorrupted},
           {"remainingByProblem", r.remainingByProblem},
-          {"notTaken", r.notTaken}};
+          {"notTaken", r.notTaken}, {"outcomeUnknown", r.outcomeUnknown}};
 }
 
 std::string dumped(const json& j) { return j.dump(-1, ' ', false, json::error_handler_t::replace); }

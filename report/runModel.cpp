@@ -92,6 +92,8 @@ std::string Entry::action() const {
   return fixed ? "fixed" : deleted ? "deleted" : "";
 }
 
+bool Entry::outcomeUnknown() const { return error.compare(0, velkor::kOutcomeUnknown.size(), velkor::kOutcomeUnknown) == 0; }
+
 void Run::deriveOperation() {
   operation.clear();
   operationCode = 0;
@@ -128,6 +130,7 @@ void Run::add(const Entry& entry) {
     if (listSkipped) skippedFiles.push_back(entry.name);
   }
   if (entry.problemFile()) ++problemFiles;
+  if (entry.outcomeUnknown()) ++outcomeUnknown;
   if (entry.remains()) {
     ++remaining;
     if (entry.corrupted()) ++remainingCorrupted;

@@ -47,6 +47,7 @@ struct Entry {
   // An entry of a fix run that the next list run of its volume found again
   // with the same problems: the fix did not take it.
   bool notTaken = false;
+  std::string error;  // why the change asked for was not made, or is in doubt; "" when none
   uint64_t line = 0;  // the line where the entry starts
 
   bool has(std::string_view problem) const;
@@ -61,6 +62,9 @@ struct Entry {
   bool corrupted() const;
   // "fixed", "deleted", "fixed deleted" or "".
   std::string action() const;
+  // A change was sent for it whose reply was lost: it may have been made.
+  // Counted among the files left, never as done: one to check again.
+  bool outcomeUnknown() const;
 };
 
 // A time element of the document: seconds since the epoch and the text
@@ -103,6 +107,7 @@ struct Run {
   uint64_t remaining = 0;
   uint64_t remainingCorrupted = 0;  // of the remaining problem files; the others are fixable
   uint64_t notTaken = 0;            // entries not taken by the fix (see Entry::notTaken)
+  uint64_t outcomeUnknown = 0;      // entries whose change is in doubt (see Entry::outcomeUnknown)
   std::map<std::string, uint64_t> problems;  // entries per fileStatus element
   std::map<std::string, uint64_t> types;     // entries per type
   std::map<std::string, uint64_t> actions;   // "fixed", "deleted"

@@ -221,5 +221,12 @@ TEST(DeletionPlaces, ChangeWhoseReplyIsLostIsOnRecord) {
     EXPECT_NE(std::string::npos, entry) << log;
     EXPECT_LT(unknown, entry) << c.op << log;
     EXPECT_LT(entry, runError) << c.op << log;
+    // The report counts the file as left and in doubt, to be checked again.
+    const std::string logFile = run.terminal.cwd() + "/velkor.log";
+    testsupport::ProcessResult report =
+        testsupport::runProcess({testsupport::binaryPath("report/velkor-report"), "--run", "last", logFile});
+    EXPECT_NE(std::string::npos, report.out.find("  In doubt:    1 files a change was sent to whose reply was lost"))
+        << report.out;
+    EXPECT_NE(std::string::npos, report.out.find(", change in doubt: check again\n")) << report.out;
   }
 }

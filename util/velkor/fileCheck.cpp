@@ -15,6 +15,7 @@
 #include <string>
 
 #include "velkor/beastQueries.h"
+#include "velkor/logElements.h"
 #include "common/lbString.h"
 #include "common_cpp/kvfError.h"
 #include "velkor/requests.h"
@@ -358,7 +359,7 @@ namespace {
 void recordUnknownOutcome(const KVFError& e, UncompBeastInfo* file, CompBeastInfo* compData, unsigned long flags,
                           CompStats* stats) {
   if (!stats->changeSent || QXML::IsRefusal(e)) return;
-  stats->actionRefused = std::string("a change was sent and its outcome is unknown: ") + e.what();
+  stats->actionRefused = std::string(kOutcomeUnknown) + e.what();
   stats->msgReady(file, compData, flags, 0, 0);
 }
 

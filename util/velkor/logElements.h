@@ -27,4 +27,9 @@ inline constexpr std::string_view problemElement(int bit) {
 inline constexpr std::string_view kGoodElement = kProblemElements[0];
 inline constexpr std::string_view kSkippedElement = kProblemElements[1];
 
+// How an entry's error begins when a change was sent for the file and its
+// reply was lost: the change may or may not have been made, so the file is
+// one to check again.
+inline constexpr std::string_view kOutcomeUnknown = "a change was sent and its outcome is unknown: ";
+
 }  // namespace velkor
