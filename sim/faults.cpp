@@ -29,6 +29,7 @@ FaultRule readRule(const json& j) {
   r.bytes = j.value("bytes", r.action == "pad" ? uint64_t(9000) : uint64_t(0));
   r.ms = j.value("ms", uint64_t(0));
   r.with = j.value("with", std::string());
+  r.after = j.value("after", false);
   if (r.action == "exchange" && (r.text.empty() || r.with.empty()))
     throw std::runtime_error("fault rule: exchange needs the two names, text and with");
   r.apply = j.value("apply", r.action == "cut" || r.action == "pad" || r.action == "eio_read" || r.action == "delay" ||
@@ -60,7 +61,7 @@ std::string Faults::dump() const {
   KVF::MutexLock lock(mutex_);
   for (const FaultRule& r : rules_) {
     json j = {{"request", r.request}, {"nth", r.nth},       {"count", r.count}, {"action", r.action},
-              {"value", r.value},     {"text", r.text},     {"bytes", r.bytes}, {"ms", r.ms}, {"with", r.with},
+              {"value", r.value},     {"text", r.text},     {"bytes", r.bytes}, {"ms", r.ms}, {"with", r.with}, {"after", r.after},
               {"apply", r.apply},     {"seen", r.seen}};
     if (r.file) j["file"] = *r.file;
     if (r.volume) j["volume"] = *r.volume;

@@ -23,6 +23,7 @@ struct FaultRule {
   uint64_t bytes = 0;  // cut: bytes kept; pad: size reached
   uint64_t ms = 0;     // delay, hang
   std::string with;    // exchange: the name `text` swaps places with
+  bool after = false;  // exchange: once the request has run, not before
   bool apply = false;  // run the request all the same
   uint64_t seen = 0;   // matching occurrences so far
 };

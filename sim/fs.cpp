@@ -256,6 +256,14 @@ int simRead(const char* path, char* buf, size_t size, off_t offset, fuse_file_in
   }
 }
 
+// The exchange fault: two names of the tree swap places, through the kernel
+// so that its cached names follow (another worker thread serves the rename).
+void exchangeNames(const SimContext& c, const FaultRule& rule) {
+  const std::string first = c.mountDir + "/" + rule.text, second = c.mountDir + "/" + rule.with;
+  if (renameat2(AT_FDCWD, first.c_str(), AT_FDCWD, second.c_str(), RENAME_EXCHANGE) != 0)
+    fprintf(stderr, "kvfsim: exchange %s %s: %s\n", rule.text.c_str(), rule.with.c_str(), strerror(errno));
+}
+
 // Runs the request written into a management file, faults included;
 // returns 0 or a negative errno for the write.
 int exchange(SimContext& c, Handle& h) REQUIRES(h.mutex) {
@@ -275,14 +283,9 @@ int exchange(SimContext& c, Handle& h) REQUIRES(h.mutex) {
       return -EINTR;
     }
   }
-  if (rule && rule->action == "exchange") {
-    // Through the kernel, so that its cached names follow: another worker
-    // thread serves the rename this call makes.
-    const std::string first = c.mountDir + "/" + rule->text, second = c.mountDir + "/" + rule->with;
-    if (renameat2(AT_FDCWD, first.c_str(), AT_FDCWD, second.c_str(), RENAME_EXCHANGE) != 0)
-      fprintf(stderr, "kvfsim: exchange %s %s: %s\n", rule->text.c_str(), rule->with.c_str(), strerror(errno));
-  }
+  if (rule && rule->action == "exchange" && !rule->after) exchangeNames(c, *rule);
   std::string reply = !rule || rule->apply ? c.handler.execute(*request) : "";
+  if (rule && rule->action == "exchange" && rule->after) exchangeNames(c, *rule);
   int status = 0;
   if (rule) {
     const std::string& a = rule->action;

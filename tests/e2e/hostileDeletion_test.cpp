@@ -39,11 +39,11 @@ Simulator simulatorOf(const json& fixture, bool zidInodes) {
   return Simulator(options);
 }
 
-// A fault rule: before the nth path lookup is answered, the two
-// directories of the volume's tree swap places.
-std::string exchangeAtLookup(int nth, const std::string& a, const std::string& b) {
+// A fault rule: before the nth path lookup is answered (or right after),
+// two names of the volume's tree swap places.
+std::string exchangeAtLookup(int nth, const std::string& a, const std::string& b, bool after = false) {
   return json({{"request", "getFileInfo"}, {"nth", nth}, {"action", "exchange"}, {"text", "volumes/VOL1" + a},
-               {"with", "volumes/VOL1" + b}})
+               {"with", "volumes/VOL1" + b}, {"after", after}})
       .dump();
 }
 
@@ -62,33 +62,58 @@ json projectTree(int files) {
 
 }  // namespace
 
-class RenameRace : public ::testing::TestWithParam<bool> {};
-INSTANTIATE_TEST_SUITE_P(InodesAreZids, RenameRace, ::testing::Values(true, false),
-                         [](const auto& info) { return info.param ? "Yes" : "No"; });
+// Mallory renames between the moments root's deletion looks at the path.
+// Path lookups: the command line's path (1), the volume's probe (2), the
+// confirmation where inode numbers are not zids (3).
+struct RaceCase {
+  const char* name;
+  bool inodesAreZids;
+  std::vector<std::string> faults;
+  std::string why;
+};
 
-// Mallory swaps the two directories between the moments root's deletion
-// looks at the path: after the name was read, so that the held directory is
-// alice's, and (without zids as inode numbers) back again before the file
-// system confirms the path. Alice's file survives either way, and mallory's
-// entry says why it was not deleted.
-TEST_P(RenameRace, DirectorySwappedUnderTheHeldPathIsNeverUnlinkedFrom) {
-  const bool inodesAreZids = GetParam();
-  Simulator sim = simulatorOf(projectTree(1), inodesAreZids);
-  // Lookups: the command line's path, the volume's probe, the confirmation.
-  std::string faults = "[" + exchangeAtLookup(2, "/proj/alice", "/proj/mallory");
-  if (!inodesAreZids) faults += "," + exchangeAtLookup(3, "/proj/alice", "/proj/mallory");
-  sim.setFaults(faults + "]");
+void PrintTo(const RaceCase& c, std::ostream* os) { *os << c.name; }
+
+class RenameRace : public ::testing::TestWithParam<RaceCase> {};
+INSTANTIATE_TEST_SUITE_P(
+    Moments, RenameRace,
+    ::testing::Values(
+        // After the name was read the directories swap, so that the held
+        // directory is alice's: the inode there is not the zid judged.
+        RaceCase{"DirectoriesSwappedInodesAreZids", true, {exchangeAtLookup(2, "/proj/alice", "/proj/mallory")},
+                 "not deleted: its name now leads to zid 10000"},
+        // The same, and back again before the file system confirms the path:
+        // a fresh resolution leads to another directory than the one held.
+        RaceCase{"DirectoriesSwappedAndBack", false,
+                 {exchangeAtLookup(2, "/proj/alice", "/proj/mallory"), exchangeAtLookup(3, "/proj/alice", "/proj/mallory")},
+                 "not deleted: its directory changed while it was checked"},
+        // Right after the confirmation, the name is given to alice's file in
+        // the same directory: it is no longer the file first found there.
+        RaceCase{"FileSwappedAfterTheConfirmation", false,
+                 {exchangeAtLookup(3, "/proj/mallory/f0.dat", "/proj/mallory/alice.dat", true)},
+                 "not deleted: its name changed while it was checked"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// Alice's files survive every interleaving, and mallory's entry says why it
+// was not deleted.
+TEST_P(RenameRace, NothingButTheFileJudgedIsUnlinked) {
+  const RaceCase& c = GetParam();
+  json fixture = projectTree(1);
+  fixture["volumes"][0]["beasts"].push_back(plainFile(15000, "/proj/mallory/alice.dat"));
+  Simulator sim = simulatorOf(fixture, c.inodesAreZids);
+  json rules = json::array();
+  for (const std::string& rule : c.faults) rules.push_back(json::parse(rule));
+  sim.setFaults(rules.dump());
   e2efixtures::FinishedRun run(sim, {"-d", kVol + "/proj/mallory/f0.dat"});
   ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
 
   EXPECT_FALSE(sim.beast(10000).is_null()) << "alice's file was deleted";
+  EXPECT_FALSE(sim.beast(15000).is_null()) << "alice's file was deleted";
   EXPECT_FALSE(sim.beast(20000).is_null());
   const std::string log = run.terminal.runLog();
-  const std::string why = inodesAreZids ? "<error>not deleted: its name now leads to zid 10000</error>"
-                                        : "<error>not deleted: its directory changed while it was checked</error>";
-  EXPECT_NE(std::string::npos, log.find(why)) << log;
-  EXPECT_NE(std::string::npos, log.find(inodesAreZids ? "<msg>deletion by path: this volume numbers its inodes by zid"
-                                                      : "<msg>deletion by path: this volume's inode numbers are not"))
+  EXPECT_NE(std::string::npos, log.find("<error>" + c.why + "</error>")) << log;
+  EXPECT_NE(std::string::npos, log.find(c.inodesAreZids ? "<msg>deletion by path: this volume numbers its inodes by zid"
+                                                        : "<msg>deletion by path: this volume's inode numbers are not"))
       << log;
 }
 
@@ -165,38 +190,47 @@ TEST(DeletionPlaces, MountPointMustBeAMountsRootAndTheFileOnIt) {
   EXPECT_EQ("other mount\n", testsupport::readFile(other.file("host.dat")));
 }
 
-// In a delete run, a file whose local unlink fails (its name gone, a path
-// too long, a denied unlink) is left with the reason in its entry, and the
-// run goes on to delete the next corrupted file.
-TEST(DeletionPlaces, FailedLocalUnlinkLeavesTheFileAndTheRunGoesOn) {
-  Simulator sim = Simulator::withFixture(e2efixtures::volume(json::array({corruptedFile(100, "/gone.dat"),
-                                                                          corruptedFile(110, "/long.dat"),
-                                                                          corruptedFile(120, "/denied.dat"),
-                                                                          corruptedFile(130, "/last.dat")}),
-                                                             json::array())
-                                             .dump());
-  auto nameFault = [](const std::string& zid, const std::string& name) {
-    return json({{"request", "getBeastFullName"}, {"zid", zid}, {"action", "raw"},
-                 {"text", "<kvfReply><beast><getBeastFullName><result value=\"0\"/><name><![CDATA[" + name +
-                              "]]></name></getBeastFullName></beast></kvfReply>"}})
-        .dump();
-  };
-  sim.setFaults("[" + nameFault("100", "/renamed-by-its-owner.dat") + "," +
-                nameFault("110", "/" + std::string(200, 'd') + std::string(4000, 'x')) + "," +
-                R"({"request":"unlink","zid":"120","action":"result","value":13}])");
+// In a delete run, a file whose name does not lead to it, or whose local
+// unlink fails (its name gone, a path too long, a denied unlink), is left
+// with the reason in its entry, and the run goes on to delete the next
+// corrupted file.
+TEST(DeletionPlaces, FileThatCannotBeUnlinkedIsLeftWithItsReasonAndTheRunGoesOn) {
+  json sub = plainFile(160, "/sub");
+  sub["attributes"] = {"subdirectory"};
+  struct Case {
+    uint64_t zid;
+    std::string name, why;  // the name the file system gives; "" its own
+  } cases[] = {{100, "/renamed-by-its-owner.dat", "not deleted: its name: No such file or directory"},
+               {110, "/" + std::string(200, 'd') + std::string(4000, 'x'), "not deleted: its path: File name too long"},
+               {120, "", "not deleted: unlink: Permission denied"},
+               {130, "relative.dat", "not deleted: its name is not the path of a file"},
+               {140, "/sub/..", "not deleted: its name is not the path of a file"},
+               {150, "/sub", "not deleted: its name is not a regular file"},
+               {155, "", ""}};
+  json beasts = json::array({sub}), rules = json::array({{{"request", "unlink"}, {"zid", "120"}, {"action", "result"}, {"value", 13}}});
+  for (const Case& c : cases) {
+    beasts.push_back(corruptedFile(c.zid, "/f" + std::to_string(c.zid)));
+    if (!c.name.empty())
+      rules.push_back({{"request", "getBeastFullName"}, {"zid", std::to_string(c.zid)}, {"action", "raw"},
+                       {"text", "<kvfReply><beast><getBeastFullName><result value=\"0\"/><name><![CDATA[" + c.name +
+                                    "]]></name></getBeastFullName></beast></kvfReply>"}});
+  }
+  Simulator sim = Simulator::withFixture(e2efixtures::volume(beasts, json::array()).dump());
+  sim.setFaults(rules.dump());
   e2efixtures::FinishedRun run(sim, {"-D", "VOL1"});
   ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
   EXPECT_EQ(0, run.terminal.exitStatus());
-  const std::vector<std::string> entries = run.entries();
-  ASSERT_EQ(4u, entries.size()) << run.terminal.runLog();
-  EXPECT_NE(std::string::npos, entries[0].find("<error>not deleted: its name: No such file or directory</error>"));
-  EXPECT_NE(std::string::npos, entries[1].find("<error>not deleted: its path: File name too long</error>"));
-  EXPECT_NE(std::string::npos, entries[2].find("<error>not deleted: unlink: Permission denied</error>"));
-  EXPECT_NE(std::string::npos, entries[3].find("<actionTaken><deleted/></actionTaken>"));
-  EXPECT_TRUE(sim.beast(130).is_null());
-  EXPECT_EQ(4u, testsupport::counters(run.screen)[5]) << "corrupted";
+  const std::string log = run.terminal.runLog();
+  for (const Case& c : cases) {
+    const std::string zid = "<zid>" + std::to_string(c.zid) + "</zid>";
+    EXPECT_NE(std::string::npos, log.find(c.why.empty() ? "<actionTaken><deleted/></actionTaken>" + zid
+                                                        : "<error>" + c.why + "</error>" + zid))
+        << c.zid << "\n" << log;
+  }
+  EXPECT_TRUE(sim.beast(155).is_null());
+  EXPECT_EQ(7u, testsupport::counters(run.screen)[5]) << "corrupted";
   EXPECT_EQ(1u, testsupport::counters(run.screen)[7]) << "deleted";
-  EXPECT_EQ(std::string::npos, run.terminal.runLog().find("<error>util/velkor/"));
+  EXPECT_EQ(std::string::npos, log.find("<error>util/velkor/")) << "the run ended with an error";
 }
 
 // A change whose reply is lost may have been made: the object's entry is

@@ -249,17 +249,16 @@ int openParentBeneath(int mountFd, const std::string& directory) {
 
 bool sameObject(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
 
-// The mount a descriptor's object lies on, and whether it is that mount's
-// root; false with errno set when the kernel cannot tell.
-bool mountOf(int fd, uint64_t* mountId, bool* isRoot) {
+// Whether a descriptor's object is the root of a mount; false with errno
+// set when the kernel cannot tell.
+bool isMountRoot(int fd, bool* root) {
   struct statx sx;
-  if (statx(fd, "", AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW, STATX_MNT_ID, &sx) != 0) return false;
-  if (!(sx.stx_mask & STATX_MNT_ID) || !(sx.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT)) {
+  if (statx(fd, "", AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW, 0, &sx) != 0) return false;
+  if (!(sx.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT)) {
     errno = ENOSYS;
     return false;
   }
-  *mountId = sx.stx_mnt_id;
-  *isRoot = sx.stx_attributes & STATX_ATTR_MOUNT_ROOT;
+  *root = sx.stx_attributes & STATX_ATTR_MOUNT_ROOT;
   return true;
 }
 
@@ -303,12 +302,11 @@ std::string unlinkCorruptedFile(char* volume, UncompBeastInfo* file, CompStats* 
   const std::string directory = name.substr(1, slash == 0 ? 0 : slash - 1);
 
   // The volume's mount: the mount point must be the root of one, and the
-  // file's directory must lie on it.
+  // file's directory is reached inside it (RESOLVE_NO_XDEV).
   Descriptor mount(open(mountPoint.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (mount.fd < 0) return failedCall(stats, "its volume's mount point", __LINE__);
-  uint64_t mountId = 0, parentMountId = 0;
-  bool mountRoot = false, parentRoot = false;
-  if (!mountOf(mount.fd, &mountId, &mountRoot)) return failedCall(stats, "its volume's mount point", __LINE__);
+  bool mountRoot = false;
+  if (!isMountRoot(mount.fd, &mountRoot)) return failedCall(stats, "its volume's mount point", __LINE__);
   if (!mountRoot) return "not deleted: the volume's mount point " + mountPoint + " is not the root of a mounted file system";
   if (stats->deletionGuard == CompStats::DeletionGuard::kUnknown)
     stats->deletionGuard = findDeletionGuard(volume, mountPoint, mount.fd);
@@ -319,8 +317,6 @@ std::string unlinkCorruptedFile(char* volume, UncompBeastInfo* file, CompStats* 
     if (errno == EXDEV) return "not deleted: its path leads out of the volume";
     return failedCall(stats, "its directory", __LINE__);
   }
-  if (!mountOf(parent.fd, &parentMountId, &parentRoot)) return failedCall(stats, "its directory", __LINE__);
-  if (parentMountId != mountId) return "not deleted: its directory is not on the volume's mount";
   struct stat before;
   if (fstatat(parent.fd, base.c_str(), &before, AT_SYMLINK_NOFOLLOW) != 0) return failedCall(stats, "its name", __LINE__);
   if (!S_ISREG(before.st_mode)) return "not deleted: its name is not a regular file";
