@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "common_cpp/kvfError.h"
 #include "common_cpp/qXML.h"
@@ -13,16 +14,14 @@
 const char* managecmd = "/_admin/Manage_KVF/manage.cmd";
 const char* filecmd = "/_admin/Manage_KVF/files.cmd";
 const char* cmdHeader = "<virtualIO><datastream name=\"command\"/></virtualIO>";
+int32_t maxReplyBytes = 64 << 20;
 
 namespace velkor {
 
 namespace {
 
 constexpr int32_t kReplyStep = 4096;
-// Far above any reply the file system gives (a full browse batch or record
-// is a few KiB): a reply that keeps coming past it is an error, not memory
-// taken until the 32-bit count runs out.
-constexpr int32_t kMaxReply = 64 << 20;
+
 const char* const kOutOfMemoryLocation = "util/velkor/velkorClass[133]";
 
 }  // namespace
@@ -94,8 +93,9 @@ void CmdFile::transfer(const char* request, ReplyBuf* reply) {
     ssize_t n = read(fd, reply->data + reply->used, static_cast<size_t>(reply->free));
     if (n == 0) break;
     if (n < 0) throw KVFError("Failed to read file", "util/velkor/velkorClass[185]", errno);
-    if (n > kMaxReply - reply->used)
-      throw KVFError("The reply is larger than 64 MiB", zERR_BUFFER_TOO_SMALL, "util/velkor/velkorClass[186]");
+    if (n > maxReplyBytes - reply->used)
+      throw KVFError("The reply is larger than " + std::to_string(maxReplyBytes >> 20) + " MiB", zERR_BUFFER_TOO_SMALL,
+                     "util/velkor/velkorClass[186]");
     reply->used += static_cast<int32_t>(n);
     reply->free -= static_cast<int32_t>(n);
     if (reply->free == 0) reply->grow(kReplyStep);

@@ -15,6 +15,10 @@
 extern const char* managecmd;
 extern const char* filecmd;
 extern const char* cmdHeader;
+// The most bytes one reply may hold (64 MiB): far above any reply the file
+// system gives (a full browse batch or record is a few KiB), so that a reply
+// that keeps coming is an error, not memory taken until the count runs out.
+extern int32_t maxReplyBytes;
 
 namespace velkor {
 
