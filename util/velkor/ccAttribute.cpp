@@ -84,7 +84,7 @@ void checkCCBit(char* volumeName, char* zid, OpArgs_s*, CompStats* stats) {
     }
   }
   ++stats->processed;
-  stats->view->showCounters(false);
+  stats->view->countersChanged();
 }
 
 }  // namespace velkor

@@ -423,6 +423,7 @@ void WriteFileEntry(std::ostream& log, const velkor::UncompBeastInfo& info, cons
 void LogFileEntry(const velkor::UncompBeastInfo& info, const velkor::CompBeastInfo* comp, const char* name,
                   unsigned long problems, bool noHeader, bool fixed, bool deleted, bool volumeLevel,
                   const std::string& refused) {
+  if (!openLog) return;  // operations run without a log (component tests)
   // The entry is put together first and written whole: the log's stream
   // flushes after every insertion, which would cost a write per field. It is
   // formatted with the log's own flags, and hands back the ones it leaves.

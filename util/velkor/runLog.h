@@ -98,7 +98,8 @@ void WriteFileEntry(std::ostream& log, const velkor::UncompBeastInfo& info, cons
                     const char* name, unsigned long problems, bool noHeader, bool fixed, bool deleted,
                     bool volumeLevel, const std::string& refused = std::string());
 // One checked file: `volumeLevel` tells a volume scan's entry (a good file's
-// entry then stops after its attributes). `comp` may be null.
+// entry then stops after its attributes). `comp` may be null. Nothing is
+// written while no log is open. Which files get one: CompStats::logsEntry.
 void LogFileEntry(const velkor::UncompBeastInfo& info, const velkor::CompBeastInfo* comp, const char* name,
                   unsigned long problems, bool noHeader, bool fixed, bool deleted, bool volumeLevel,
                   const std::string& refused = std::string());

@@ -6,7 +6,9 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
@@ -17,9 +19,12 @@
 #include "common_cpp/kvfError.h"
 #include "screen/displayText.h"
 #include "screen/screenInterface.h"
+#include "velkor/beastQueries.h"
+#include "velkor/compCandidate.h"
 #include "velkor/runLog.h"
 #include "velkor/velkor.h"
 #include "velkor/operations.h"
+#include "velkor/volumeStats.h"
 
 namespace velkor {
 
@@ -28,6 +33,7 @@ namespace {
 const char kTitle[] = "KVF Compression Validate and Fix Screen\n";
 const char kAbortQuestion[] = "Do you want to abort velkor (y/n)?";
 const int kStatusRow = 23;
+const char kRecountQuestion[] = "maintenance state. Do you want to continue (y/n)?";
 
 // Holds the screen lock for a scope. The worker threads also keep themselves
 // from being cancelled while they hold it, so a cancel never leaves it held.
@@ -150,6 +156,25 @@ int VELKOR_UserInterface::startWorkers() {
     pthread_join(timerThread, nullptr);
   }
   return result;
+}
+
+void VELKOR_UserInterface::drawAt(int row, int col, int attribute, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  char small[256];
+  int n = vsnprintf(small, sizeof small, format, args);
+  va_end(args);
+  if (n < 0) return;
+  if (static_cast<size_t>(n) < sizeof small) {
+    drawText(row, col, attribute, small);
+    return;
+  }
+  std::string text(static_cast<size_t>(n) + 1, '\0');
+  va_start(args, format);
+  vsnprintf(&text[0], text.size(), format, args);
+  va_end(args);
+  text.resize(static_cast<size_t>(n));
+  drawText(row, col, attribute, text.c_str());
 }
 
 void VELKOR_UserInterface::drawText(int row, int col, int attribute, const char* text) {
@@ -347,6 +372,44 @@ void VELKOR_UserInterface::displayStats(unsigned long withLabels) {
   countersDrawn = true;
   // The pad's cursor ends where drawing the last counter leaves it.
   screen->PositionOutputCursor(11, 2 * width + 24 + 15);
+}
+
+void VELKOR_UserInterface::countersStarted() {
+  drawAt(6, 2, kAttrText, "Summary:\n");
+  displayStats(1);
+}
+
+bool VELKOR_UserInterface::confirm(Question question) {
+  // One question so far: the recount outside the maintenance state.
+  drawAt(10, 2, kAttrWarning, "Compression statistics won't be calculated correctly because volume is not in ");
+  drawAt(11, 2, kAttrWarning, "%s", kRecountQuestion);
+  int answer = readKey();
+  if (answer != EOF) drawAt(11, static_cast<int>(strlen(kRecountQuestion)) + 4, kAttrWarning, "%c", answer);
+  if (answer == EOF || tolower(answer) != 'y') return false;
+  clearRow(10);
+  clearRow(11);
+  return true;
+}
+
+void VELKOR_UserInterface::statistics(const VolumeStatistics& before, const VolumeStatistics* after) {
+  const int labelWidth = static_cast<int>(strlen(kStatisticLabels[0]));
+  if (after) {
+    for (int row = 0; row < 5; ++row)
+      drawAt(12 + row, labelWidth + 30, kAttrFigure, row == 4 ? "%20llu " : "%20llu",
+             static_cast<unsigned long long>(after->figure[row]));
+    return;
+  }
+  drawAt(8, 2, kAttrText, "Compression Statistics:");
+  drawAt(10, 2, kAttrText, "                                             Old                        New");
+  for (int row = 0; row < 5; ++row) {
+    drawAt(12 + row, 4, kAttrText, "%s", kStatisticLabels[row]);
+    drawAt(12 + row, labelWidth + 4, kAttrPlain, row == 4 ? "%20llu " : "%20llu",
+           static_cast<unsigned long long>(before.figure[row]));
+  }
+}
+
+void VELKOR_UserInterface::candidate(bool isCandidate) {
+  drawAt(12, 4, kAttrHeading, "File is %s%s", isCandidate ? "" : "not ", kCandidateWords);
 }
 
 // ---- The run's operation ----

@@ -36,6 +36,7 @@
 #include <ostream>
 
 #include "common/threadSafety.h"
+#include "screen/screenAttributes.h"
 
 #include "velkor/compStats.h"
 #include "velkor/velkorTypes.h"
@@ -70,29 +71,19 @@ class VELKOR_UserInterface : public OperationView {
   int letUserView() EXCLUDES(lock);
   void displayCompNotSupported() EXCLUDES(lock);
   void displayStats(unsigned long withLabels) EXCLUDES(lock);
-  // The per-file report (fileReport.cpp): the run log's entry and, for the
-  // single-file operations, the details on the screen.
-  void displayFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name, unsigned long problems,
-                       unsigned long noHeader, unsigned long fixed, unsigned long deleted) EXCLUDES(lock);
-  void logFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name, unsigned long problems,
-                   unsigned long noHeader, unsigned long fixed, unsigned long deleted);
+  // The details of a single file checked (fileReport.cpp).
+  void displayFileInfo(const FileResult& result) EXCLUDES(lock);
   static void getTypeStr(char* out, unsigned long deletedFlag, unsigned long typeCode, unsigned long xmlForm);
 
-  // OperationView, each holding the screen lock while it draws.
-  void showCounters(bool withLabels) override { displayStats(withLabels ? 1 : 0); }
-  void showFile(UncompBeastInfo* file, CompBeastInfo* compData, char* name, unsigned long problems,
-                unsigned long noHeader, unsigned long fixed, unsigned long deleted) override {
-    displayFileInfo(file, compData, name, problems, noHeader, fixed, deleted);
-  }
-  void showCompressionOff() override { displayCompNotSupported(); }
-  void drawText(int row, int col, int attribute, const char* text) override EXCLUDES(lock);
-  // Text this program does not choose (a name, the command line, a text of a
-  // reply) at a screen position after `label`: drawn as DisplayText shows it
-  // (screen/displayText.h), in at most `columns` columns (FitToColumns).
-  // Returns the column after it.
-  int drawName(int row, int col, int attribute, const char* label, const char* text, int columns) EXCLUDES(lock);
-  void clearRow(int row) override EXCLUDES(lock);
-  int readKey() override EXCLUDES(lock);
+  // OperationView: the results laid out on the screen, each holding the
+  // screen lock while it draws.
+  void countersStarted() override EXCLUDES(lock);
+  void countersChanged() override { displayStats(0); }
+  void fileChecked(const FileResult& result) override { displayFileInfo(result); }
+  void compressionOff() override { displayCompNotSupported(); }
+  void statistics(const VolumeStatistics& before, const VolumeStatistics* after) override EXCLUDES(lock);
+  void candidate(bool isCandidate) override EXCLUDES(lock);
+  bool confirm(Question question) override EXCLUDES(lock);
   void watchForAbort(bool on) override { abortWatch = on; }
   bool abortRequested() const override { return aborted; }
   void setTotal(uint64_t objects) override { total = objects; }
@@ -116,6 +107,18 @@ class VELKOR_UserInterface : public OperationView {
   bool countersDrawn GUARDED_BY(lock) = false;
 
  private:
+  // printf-style text at a screen position with a display attribute.
+  void drawAt(int row, int col, int attribute, const char* format, ...) EXCLUDES(lock)
+      __attribute__((format(printf, 5, 6)));
+  void drawText(int row, int col, int attribute, const char* text) EXCLUDES(lock);
+  // Text this program does not choose (a name, the command line, a text of a
+  // reply) at a screen position after `label`: drawn as DisplayText shows it
+  // (screen/displayText.h), in at most `columns` columns (FitToColumns).
+  // Returns the column after it.
+  int drawName(int row, int col, int attribute, const char* label, const char* text, int columns) EXCLUDES(lock);
+  void clearRow(int row) EXCLUDES(lock);
+  // One key from the operator, after what is drawn is shown; EOF when there is none.
+  int readKey() EXCLUDES(lock);
   static void* runTimerThread(void* self);
   static void* runCheckAbortThread(void* self);
   int startThread();
