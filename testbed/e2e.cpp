@@ -24,7 +24,7 @@
 
 #include <gtest/gtest.h>
 
-#include "velkor/velkor.h"
+#include "velkor/runStart.h"
 
 extern "C" {
 #include <vterm.h>

@@ -26,8 +26,8 @@
 #include "velkor/operations.h"
 #include "velkor/runLog.h"
 #include "velkor/terminalText.h"
-#include "velkor/velkor.h"
-#include "velkor/volumeLock.h"
+#include "velkor/identity.h"
+#include "velkor/runStart.h"
 #include "velkor/volumeStats.h"
 
 namespace velkor {
@@ -87,11 +87,10 @@ std::string hoursMinutesSeconds(double seconds) {
 // The problem names of a word, as the run log names them, joined by commas.
 std::string problemNames(unsigned long problems) {
   std::string names;
-  for (int bit = 0; bit < 32; ++bit) {
-    if (!(problems >> bit & 1)) continue;
+  forEachProblem(problems, [&names](std::string_view name) {
     if (!names.empty()) names += ",";
-    names += problemElement(bit);
-  }
+    names += name;
+  });
   return names;
 }
 
@@ -276,11 +275,7 @@ int batchMain(int argc, char** argv) {
 
   RunLog log;
   if (!log.open(logPath)) return kBatchError;
-  std::string lockRefusal;
-  if (isVolumeOperation(operation) && !lockVolume(path.get(), &lockRefusal)) {
-    fprintf(stderr, "%s: %s.\n", appName, lockRefusal.c_str());
-    return kBatchError;
-  }
+  if (!lockVolumeOperation(operation, path.get())) return kBatchError;
   catchStopSignals();
   LogDocumentStart(argc, argv);
 
@@ -308,7 +303,7 @@ int batchMain(int argc, char** argv) {
     text = kStoppedForQuestion;
     status |= kBatchStopped;
   }
-  if (error || volumeLockRefused()) status |= kBatchError;
+  if (error) status |= kBatchError;
   if (!LogFailure()) {
     LogFinishStatus(text);
     LogDocumentEnd();

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "velkor/compStats.h"
+#include "velkor/logElements.h"
 
 namespace velkor {
 
@@ -20,10 +21,6 @@ enum BatchExit : int {
   kBatchUsage = 16,
   kBatchStopped = 32,      // a signal, or a question without --yes
 };
-
-// The finish statuses velkor-batch writes besides the ones velkor writes.
-inline constexpr char kStoppedBySignal[] = "stopped by a signal";
-inline constexpr char kStoppedForQuestion[] = "stopped: a question needs --yes";
 
 struct BatchSettings {
   bool yes = false;         // --yes: answer yes to the operation's question

@@ -19,12 +19,6 @@ constexpr KvfSource kKvfSource = KvfSource::velkorHelper;
 
 namespace velkor {
 
-namespace {
-
-
-
-}  // namespace
-
 bool isSetCCBit(char* volumeName, char* zid, SetValue& value) {
   ReplyBuf reply;
   const QXML::TagRequest_s rows[] = {{"attributes", QXML::TAG_OPTIONAL}, {nullptr, 0}};

@@ -53,22 +53,22 @@ class OperationView {
   // A counter may have changed.
   virtual void countersChanged() {}
   // The file just checked (its log entry is written already).
-  virtual void fileChecked(const FileResult& result) {}
+  virtual void fileChecked(const FileResult& /*result*/) {}
   // The volume has no compression: nothing to do.
   virtual void compressionOff() {}
   // The volume's statistics: before the recount (`after` null), then with the
   // recounted figures.
-  virtual void statistics(const VolumeStatistics& before, const VolumeStatistics* after) {}
+  virtual void statistics(const VolumeStatistics& /*before*/, const VolumeStatistics* /*after*/) {}
   // Whether the file would be compressed by the background pass now.
-  virtual void candidate(bool isCandidate) {}
+  virtual void candidate(bool /*isCandidate*/) {}
   // The operator's answer to `question`: true to go on.
-  virtual bool confirm(Question question) { return false; }
+  virtual bool confirm(Question /*question*/) { return false; }
 
   // A volume scan: while the watch is on, the operator may abort; the scan
   // reports the volume's object count and each object done.
-  virtual void watchForAbort(bool on) {}
+  virtual void watchForAbort(bool /*on*/) {}
   virtual bool abortRequested() const { return false; }
-  virtual void setTotal(uint64_t objects) {}
+  virtual void setTotal(uint64_t /*objects*/) {}
   virtual void objectDone() {}
 
   // Whether the view shows the name of every file checked, so that it must

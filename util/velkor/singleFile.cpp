@@ -19,7 +19,7 @@ namespace velkor {
 bool lookUpFile(char* path, char (&volumeName)[64], char (&zid)[104], CompStats* stats) {
   getFileZidByPath(path, volumeName, zid, sizeof volumeName, sizeof zid);
   std::string refusal;
-  if (!lockVolume(volumeName, &refusal)) throw KVFError(refusal, KVF_HERE, EBUSY);
+  if (!lockVolume(volumeName, &refusal)) throw LockRefusal(refusal, KVF_HERE, EBUSY);
   getVolumeInfo(volumeName, &stats->volumeInfo);
   if (stats->volumeInfo.compressionEnabled == 0) {
     stats->view->compressionOff();

@@ -21,9 +21,11 @@
 #include "screen/screenInterface.h"
 #include "velkor/beastQueries.h"
 #include "velkor/compCandidate.h"
+#include "velkor/logElements.h"
 #include "velkor/runLog.h"
-#include "velkor/velkor.h"
+#include "velkor/identity.h"
 #include "velkor/operations.h"
+#include "velkor/volumeLock.h"
 #include "velkor/volumeStats.h"
 
 namespace velkor {
@@ -322,7 +324,7 @@ void VELKOR_UserInterface::setStatusLocked(Status status) {
                     : how == Finished::kWithProblemFiles ? kAttrAlert
                                                          : kAttrText;
     if (aborted) {
-      text = "user aborted";
+      text = kUserAborted;
       attribute = kAttrAlert;
     } else if (LogFailure()) {
       // Nothing more reaches the log: the screen says why.
@@ -379,7 +381,7 @@ void VELKOR_UserInterface::countersStarted() {
   displayStats(1);
 }
 
-bool VELKOR_UserInterface::confirm(Question question) {
+bool VELKOR_UserInterface::confirm(Question) {
   // One question so far: the recount outside the maintenance state.
   drawAt(10, 2, kAttrWarning, "Compression statistics won't be calculated correctly because volume is not in ");
   drawAt(11, 2, kAttrWarning, "%s", kRecountQuestion);
@@ -414,19 +416,22 @@ void VELKOR_UserInterface::candidate(bool isCandidate) {
 
 // ---- The run's operation ----
 
-void VELKOR_UserInterface::opDispatcher(int op, char* path, unsigned long noHeader) {
+bool VELKOR_UserInterface::opDispatcher(int op, char* path, unsigned long noHeader) {
   operation = static_cast<unsigned int>(op);
   // The status line's Escape hint depends on the operation.
   setStatus(Status::kRunning);
+  bool lockRefused = false;
   try {
     runOperation(static_cast<unsigned int>(op), path, noHeader, stats.get());
   } catch (const KVFError& e) {
     LogError(e);
     error = true;
+    lockRefused = dynamic_cast<const LockRefusal*>(&e) != nullptr;
   }
   // The operation has ended: whatever it drew is shown now.
   ScreenLock hold(lock);
   screen->Flush();
+  return lockRefused;
 }
 
 }  // namespace velkor

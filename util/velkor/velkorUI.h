@@ -59,7 +59,8 @@ class VELKOR_UserInterface : public OperationView {
   VELKOR_UserInterface& operator=(const VELKOR_UserInterface&) = delete;
 
   // Runs the operation; a KVFError becomes an error element in the run log.
-  void opDispatcher(int operation, char* path, unsigned long noHeader) EXCLUDES(lock);
+  // True when the error that ended it was the refusal of its volume's lock.
+  bool opDispatcher(int operation, char* path, unsigned long noHeader) EXCLUDES(lock);
 
   // What the status line says: the operation is under way, or how it ended.
   enum class Status { kRunning, kFinished };
