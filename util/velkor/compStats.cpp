@@ -53,7 +53,8 @@ void CompStats::resetForNextObject() {
 }
 
 uint64_t CompStats::counter(int index) const {
-  const uint64_t values[8] = {processed, ccBitCleared, good, openSkipped, fixable, corrupted, fixed, deleted};
+  uint64_t values[8];
+  counters(values);
   return index >= 0 && index < 8 ? values[index] : 0;
 }
 

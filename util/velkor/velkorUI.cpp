@@ -108,6 +108,10 @@ VELKOR_UserInterface::VELKOR_UserInterface(int argc, char** argv)
   KVF::LB_delay(100);
 
   stats = std::make_unique<CompStats>(this);
+  {
+    ScreenLock hold(lock);
+    screen->SetDeferredDrawing([this] { drawCountersOnCopy(); });
+  }
   stats->fixable = 0;
   stats->fixed = 0;
   stats->deleted = 0;
@@ -125,6 +129,10 @@ VELKOR_UserInterface::~VELKOR_UserInterface() {
     abortWatch = false;
   }
   finished();
+  {
+    ScreenLock hold(lock);
+    screen->SetDeferredDrawing(nullptr);
+  }
   stats.reset();
   pthread_cancel(timerThread);
   pthread_join(timerThread, nullptr);
@@ -351,12 +359,27 @@ void VELKOR_UserInterface::displayCompNotSupported() {
 }
 
 void VELKOR_UserInterface::displayStats(unsigned long withLabels) {
+  ScreenLock hold(lock);
+  stats->counters(counterSnapshot);
+  ScreenUpdate update(screen.get(), true);
+  drawCountersLocked(withLabels != 0);
+}
+
+void VELKOR_UserInterface::countersChanged() {
   // Taken for every object, so that an open abort question halts the scan here.
   ScreenLock hold(lock);
-  // The block goes into the pad for every object; the pad reaches the
-  // terminal at a human rate (a paced update), and at once at the next
-  // prompt, question, status, timer repaint or the end of the operation.
-  ScreenUpdate update(screen.get(), true);
+  stats->counters(counterSnapshot);
+  // The counters are drawn when the pad is next copied to the terminal: at a
+  // human rate from here (a paced copy), and at once at the next prompt,
+  // question, status, timer repaint or the end of the operation. Every copy
+  // shows what drawing them for every object would have shown.
+  screen->DeferDrawing();
+  if (screen->PaceElapsed()) screen->Flush();
+}
+
+void VELKOR_UserInterface::drawCountersOnCopy() { drawCountersLocked(false); }
+
+void VELKOR_UserInterface::drawCountersLocked(bool withLabels) {
   const int width = static_cast<int>(strlen(CompStats::statsMsgs[0]));
   for (int row = 0; withLabels && row < 4; ++row) {
     screen->PositionOutputCursor(8 + row, 4);
@@ -364,7 +387,7 @@ void VELKOR_UserInterface::displayStats(unsigned long withLabels) {
                                         CompStats::statsMsgs[2 * row + 1]);
   }
   for (int i = 0; i < 8; ++i) {
-    uint64_t value = stats->counter(i);
+    uint64_t value = counterSnapshot[i];
     // A counter that shows the same number already is not drawn again.
     if (!withLabels && countersDrawn && shownCounters[i] == value) continue;
     shownCounters[i] = value;

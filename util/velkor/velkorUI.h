@@ -21,11 +21,12 @@
 // `abortWatch`, `total` and `processed` are written by the operation and read
 // by the worker threads; `error` and `done` are written by the main thread.
 //
-// Output: the counter block (displayStats, every object) is a paced update,
-// sent to the terminal at most every 50 ms; any other drawing sends at once
-// and takes it along (the timer's repaint within a second), and readKey, the
-// final status and prompt, the abort question and the end of opDispatcher
-// send what is pending before anything waits.
+// Output: the counters change for every object but are drawn only when the
+// screen is copied to the terminal (ScreenInterface::DeferDrawing): at most
+// every 50 ms from countersChanged, and at any other drawing, which sends at
+// once and takes them along (the timer's repaint within a second); readKey,
+// the final status and prompt, the abort question and the end of
+// opDispatcher send what is pending before anything waits.
 #pragma once
 
 #include <pthread.h>
@@ -79,7 +80,7 @@ class VELKOR_UserInterface : public OperationView {
   // OperationView: the results laid out on the screen, each holding the
   // screen lock while it draws.
   void countersStarted() override EXCLUDES(lock);
-  void countersChanged() override { displayStats(0); }
+  void countersChanged() override EXCLUDES(lock);
   void fileChecked(const FileResult& result) override { displayFileInfo(result); }
   void compressionOff() override { displayCompNotSupported(); }
   void statistics(const VolumeStatistics& before, const VolumeStatistics* after) override EXCLUDES(lock);
@@ -106,6 +107,9 @@ class VELKOR_UserInterface : public OperationView {
   // not changed is not drawn again.
   uint64_t shownCounters[8] GUARDED_BY(lock) = {};
   bool countersDrawn GUARDED_BY(lock) = false;
+  // The counters as the operation's thread last reported them: a copy made
+  // on another thread (the timer's) draws these, never the live ones.
+  uint64_t counterSnapshot[8] GUARDED_BY(lock) = {};
 
  private:
   // printf-style text at a screen position with a display attribute.
@@ -132,6 +136,12 @@ class VELKOR_UserInterface : public OperationView {
   int drawNameLocked(int row, int col, int attribute, const char* label, const char* text, int columns)
       REQUIRES(lock);
   void clearRowLocked(int row) REQUIRES(lock);
+  // The counter block from counterSnapshot (only the counters that changed,
+  // unless withLabels).
+  void drawCountersLocked(bool withLabels) REQUIRES(lock);
+  // The screen's deferred drawing: called at a copy, which is only ever made
+  // with the lock held.
+  void drawCountersOnCopy() NO_THREAD_SAFETY_ANALYSIS;
   void setStatusLocked(Status status) REQUIRES(lock);
 };
 
