@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 
 #include "fixtures.h"
@@ -224,16 +225,11 @@ bool isFixable(unsigned long bits) { return !isCorrupted(bits) && (bits & 0x1C);
 void expectDeletionWays(MountedVolume* volume);
 void expectExactRepairRequests(MountedVolume* volume);
 
+// Each case mounts the sweep's volume afresh: the fix and delete runs change it.
 class FileCheck : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() { volume = new MountedVolume(sweepFixture()); }
-  static void TearDownTestSuite() {
-    delete volume;
-    volume = nullptr;
-  }
-  static MountedVolume* volume;
+  std::unique_ptr<MountedVolume> volume = std::make_unique<MountedVolume>(sweepFixture());
 };
-MountedVolume* FileCheck::volume = nullptr;
 
 // A list run finds each case's problems and counts it in its class; with the
 // header check off the header problems are not reported.
@@ -289,8 +285,8 @@ TEST_F(FileCheck, FixAndDeleteThenListAgain) {
       EXPECT_EQ(c.after, volume->check(zid, false, false).problemFlags) << c.what;
     }
   }
-  expectDeletionWays(volume);
-  expectExactRepairRequests(volume);
+  expectDeletionWays(volume.get());
+  expectExactRepairRequests(volume.get());
 }
 
 // Files with a live name are unlinked by path; deleted files and data streams
