@@ -549,4 +549,14 @@ std::vector<uint64_t> counters(const std::vector<std::string>& screen) {
   return values;
 }
 
+KVFError expectKvfError(const std::function<void()>& call, const std::string& what) {
+  try {
+    call();
+  } catch (const KVFError& e) {
+    return e;
+  }
+  ADD_FAILURE() << what << " ended without an error";
+  return KVFError("no error", 0, "");
+}
+
 }  // namespace testsupport

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "common_cpp/kvfError.h"
 #include "velkor/requests.h"
 #include "process.h"
 
@@ -188,5 +189,9 @@ class VelkorTerminal {
   struct termios endModes_ = {};
   std::chrono::steady_clock::time_point start_, end_;
 };
+
+// The KVFError that `call` ends with; a test failure naming `what` when it
+// ends without one (and then an error of code 0).
+KVFError expectKvfError(const std::function<void()>& call, const std::string& what = "the call");
 
 }  // namespace testsupport

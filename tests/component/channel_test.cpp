@@ -71,13 +71,9 @@ TEST_F(Channel, RepliesFillingTheirBlocksExactlyAndPastThem) {
 TEST_F(Channel, ReplyPastTheBoundIsAnError) {
   fault({{"action", "pad"}, {"bytes", (64 << 20) + 1}});
   ReplyBuf reply;
-  try {
-    exchange(&reply);
-    ADD_FAILURE() << "a reply of more than 64 MiB was taken";
-  } catch (const KVFError& e) {
-    EXPECT_STREQ("The reply is larger than 64 MiB", e.what());
-    EXPECT_EQ(zERR_BUFFER_TOO_SMALL, e.code);
-  }
+  KVFError e = testsupport::expectKvfError([&] { exchange(&reply); }, "a reply of more than 64 MiB");
+  EXPECT_STREQ("The reply is larger than 64 MiB", e.what());
+  EXPECT_EQ(zERR_BUFFER_TOO_SMALL, e.code);
   EXPECT_LE(reply.used, 64 << 20);
 }
 
@@ -93,13 +89,9 @@ TEST_F(Channel, FullBufferGrowsByOneForTheTerminator) {
 }
 
 TEST(CmdFileOpen, MissingAdminVolumeCarriesErrnoAsStatus) {
-  try {
-    CmdFile file("/nonexistent-admin/Manage_KVF/manage.cmd");
-    FAIL() << "opened";
-  } catch (const KVFError& e) {
-    EXPECT_STREQ("Unable to open the admin file", e.what());
-    EXPECT_TRUE(e.isKvfCode);
-    EXPECT_EQ(ENOENT, e.code);
-    EXPECT_EQ("util/velkor/velkorClass[150]", e.location);
-  }
+  KVFError e = testsupport::expectKvfError([] { CmdFile file("/nonexistent-admin/Manage_KVF/manage.cmd"); });
+  EXPECT_STREQ("Unable to open the admin file", e.what());
+  EXPECT_TRUE(e.isKvfCode);
+  EXPECT_EQ(ENOENT, e.code);
+  EXPECT_EQ("util/velkor/velkorClass[150]", e.location);
 }

@@ -347,12 +347,7 @@ TEST(FileCheckFaults, PermanentValueChangedEndsAfterTheBound) {
   v.sim.setFaults(R"({"request":"setBeastInfo","action":"result","value":20019,"count":0})");
   auto expectBoundedFailure = [&](const char* what, const std::function<void()>& run) {
     size_t before = v.sim.requestsOf("setBeastInfo").size();
-    try {
-      run();
-      ADD_FAILURE() << what << ": no error";
-    } catch (const KVFError& e) {
-      EXPECT_EQ(zERR_VALUE_CHANGED, e.code) << what;
-    }
+    EXPECT_EQ(zERR_VALUE_CHANGED, testsupport::expectKvfError(run, what).code) << what;
     EXPECT_EQ(size_t(velkor::kValueChangedRetries + 1), v.sim.requestsOf("setBeastInfo").size() - before) << what;
   };
   expectBoundedFailure("per-file check", [&] { v.check(500, true, false); });
@@ -372,14 +367,10 @@ TEST(FileCheckFaults, FailedUnlinkIsAnError) {
   v.sim.setFaults(R"({"request":"getBeastFullName","action":"raw","text":)"
                   R"("<kvfReply><beast><getBeastFullName><result value=\"0\"/><name><![CDATA[/nowhere]]></name>)"
                   R"(</getBeastFullName></beast></kvfReply>"})");
-  try {
-    v.check(600, false, true);
-    ADD_FAILURE() << "unlink of a missing path succeeded";
-  } catch (const KVFError& e) {
-    EXPECT_EQ(ENOENT, e.code);
-    EXPECT_STREQ(strerror(ENOENT), e.what());
-    EXPECT_EQ(0u, e.location.find("util/velkor/velkorHelper["));
-  }
+  KVFError e = testsupport::expectKvfError([&] { v.check(600, false, true); }, "unlink of a missing path");
+  EXPECT_EQ(ENOENT, e.code);
+  EXPECT_STREQ(strerror(ENOENT), e.what());
+  EXPECT_EQ(0u, e.location.find("util/velkor/velkorHelper["));
   EXPECT_EQ(0u, v.stats.deleted);
   EXPECT_FALSE(v.sim.beast(600).is_null());
 }
@@ -388,13 +379,9 @@ TEST(FileCheckFaults, FailedUnlinkIsAnError) {
 TEST(FileCheckFaults, OversizedTextsAreRefused) {
   MountedVolume v(e2efixtures::volume(json::array({baseFile(kPlain, 700)}), json::array()));
   auto expectTooSmall = [](const std::function<void()>& call, const char* what) {
-    try {
-      call();
-      ADD_FAILURE() << what << " was not refused";
-    } catch (const KVFError& e) {
-      EXPECT_EQ(20004, e.code) << what;
-      EXPECT_TRUE(e.isKvfCode) << what;
-    }
+    KVFError e = testsupport::expectKvfError(call, what);
+    EXPECT_EQ(20004, e.code) << what;
+    EXPECT_TRUE(e.isKvfCode) << what;
   };
   std::string longPath = v.mountPoint + "/" + std::string(1100, 'p');
   char volume[64], zid[104];
