@@ -549,6 +549,13 @@ std::vector<uint64_t> counters(const std::vector<std::string>& screen) {
   return values;
 }
 
+bool VelkorTerminal::runToEnd(std::chrono::milliseconds timeout) {
+  const bool prompted = waitFor("Press any key to continue....", timeout);
+  if (prompted) send("x");
+  finish();
+  return prompted;
+}
+
 KVFError expectKvfError(const std::function<void()>& call, const std::string& what) {
   try {
     call();
