@@ -8,7 +8,7 @@
 //
 //   bench_scan [--objects N[,N...]] [--rounds R] [--seed S] [--no-fix]
 //              [--no-syscalls] [--check-requests] [--smoke] [--velkor BINARY]
-//              [--keep DIR] [--no-batch] [--figures FILE]
+//              [--keep DIR] [--no-batch] [--figures FILE] [--callgrind DIR]
 //
 // --objects         volume sizes (default 10000,100000)
 // --rounds          baseline/list pairs per size, alternated (default 1)
@@ -24,6 +24,10 @@
 // --no-batch        skip the velkor-batch -L run
 // --figures         append each run's figures to FILE as CSV rows (one home
 //                   for the curve across sizes and runs; bench/plot.sh draws it)
+// --callgrind       instead of the timed runs: velkor -L and the baseline under
+//                   callgrind at each size, the instructions per object of the
+//                   last size less the first (bench/callgrind.sh); DIR keeps
+//                   the programs' copies and the output files
 //
 // Each side's figures are read from /proc/<pid> of its own process (not of
 // bwrap or the sandbox script) while it waits at its final prompt: CPU time
@@ -131,6 +135,10 @@ std::vector<ReportFigures> reportOn(const std::string& log) {
   return out;
 }
 
+// Where runToPrompt copies the run's callgrind.out (its working directory's),
+// when set: the --callgrind runs.
+std::string callgrindCopy;
+
 // Runs `binary args` in the sandbox on `sim` until its prompt shows on
 // `promptRow`, reads its figures, answers the prompt and waits for the end.
 Figures runToPrompt(const Simulator& sim, const std::string& binary, const std::vector<std::string>& args,
@@ -152,6 +160,8 @@ Figures runToPrompt(const Simulator& sim, const std::string& binary, const std::
   fig.screen = term.screen();
   if (prompted) term.send("x");
   term.finish(std::chrono::seconds(30));
+  if (!callgrindCopy.empty())
+    testsupport::writeFile(callgrindCopy, testsupport::readFile(term.cwd() + "/callgrind.out"));
   if (!prompted) fig.ok = false, fig.note += "no final prompt (timeout or crash); ";
   if (prompted && pid <= 0) fig.ok = false, fig.note += "process not found; ";
   if (term.exitStatus() != 0) fig.ok = false, fig.note += "exit status " + std::to_string(term.exitStatus()) + "; ";
@@ -364,6 +374,7 @@ struct Options {
   int rounds = 1;
   uint64_t seed = 1;
   bool withFix = true, check = false, smoke = false, syscalls = true, withBatch = true;
+  std::string callgrindDir;  // --callgrind DIR: instructions per object instead (bench/callgrind.sh)
 };
 
 // Reads the command line; sets the binaries' globals and opens the figures
@@ -381,6 +392,7 @@ int parseArgs(int argc, char** argv, Options& o) {
     else if (a == "--velkor" && i + 1 < argc) velkorBinary = argv[++i];
     else if (a == "--keep" && i + 1 < argc) keepDir = argv[++i];
     else if (a == "--no-batch") o.withBatch = false;
+    else if (a == "--callgrind" && i + 1 < argc) o.callgrindDir = argv[++i];
     else if (a == "--figures" && i + 1 < argc) {
       const char* path = argv[++i];
       bool fresh = access(path, F_OK) != 0;
@@ -389,7 +401,8 @@ int parseArgs(int argc, char** argv, Options& o) {
     } else {
       fprintf(stderr,
               "usage: bench_scan [--objects N[,N...]] [--rounds R] [--seed S] [--no-fix] [--no-syscalls] "
-              "[--check-requests] [--smoke] [--velkor BINARY] [--keep DIR] [--no-batch] [--figures FILE]\n");
+              "[--check-requests] [--smoke] [--velkor BINARY] [--keep DIR] [--no-batch] [--figures FILE] "
+              "[--callgrind DIR]\n");
       return 2;
     }
   }
@@ -528,6 +541,65 @@ void printTargets(const std::vector<SizeResult>& results, const SyscallFigures& 
   }
 }
 
+// ---- User-space instructions per object, from callgrind ----
+
+// The instructions (Ir, all threads) of a callgrind output file; -1 when none.
+double callgrindTotal(const std::string& path) {
+  std::istringstream in(testsupport::readFile(path));
+  for (std::string line; std::getline(in, line);)
+    if (line.rfind("totals:", 0) == 0 || line.rfind("summary:", 0) == 0) return std::stod(line.substr(line.find(':') + 1));
+  return -1;
+}
+
+// velkor -L and the baseline under callgrind at each size (at least two), in
+// the sandbox on one generated volume per size; prints the instructions per
+// object of the last size less the first, divided by the difference in
+// objects, so that start-up and end cancel out. The binaries and the scripts
+// that run them under valgrind are put in `dir` (the sandbox binds a
+// program's own directory); the output files are kept there.
+bool measureInstructions(const Options& o, const std::string& dir) {
+  struct Side {
+    const char* name;
+    std::string binary;
+    std::vector<double> totals;
+  } sides[2] = {{"velkor", velkorBinary, {}}, {"baseline", baselineBinary, {}}};
+  for (Side& side : sides) {
+    testsupport::writeFile(dir + "/" + side.name + ".bin", testsupport::readFile(side.binary));
+    testsupport::writeFile(dir + "/" + side.name,
+                           "#!/bin/sh\nexec valgrind -q --tool=callgrind --callgrind-out-file=callgrind.out \"$(dirname "
+                           "\"$0\")/" + std::string(side.name) + ".bin\" \"$@\"\n");
+    chmod((dir + "/" + side.name + ".bin").c_str(), 0755);
+    chmod((dir + "/" + side.name).c_str(), 0755);
+  }
+  bool ok = true;
+  for (uint64_t n : o.sizes) {
+    Simulator sim(generated(n, o.seed));
+    const auto timeout = std::chrono::seconds(600 + n / 20);
+    for (Side& side : sides) {
+      callgrindCopy = dir + "/" + side.name + "-" + std::to_string(n) + ".out";
+      const bool velkor = &side == &sides[0];
+      Figures f = runToPrompt(sim, dir + "/" + side.name, velkor ? std::vector<std::string>{"-L", "VOL1"}
+                                                                 : std::vector<std::string>{"VOL1"},
+                              velkor ? kVelkorPromptRow : kBaselinePromptRow, timeout);
+      side.totals.push_back(callgrindTotal(callgrindCopy));
+      // Under valgrind the process is not found by its binary's name: its
+      // /proc figures are not read here, only the instructions.
+      if (!f.ok && f.note == "process not found; ") f.ok = true;
+      printf("  %-8s %8" PRIu64 " objects: %.0f instructions%s\n", side.name, n, side.totals.back(),
+             f.ok ? "" : ("  FAILED: " + f.note).c_str());
+      if (!f.ok || side.totals.back() < 0) ok = false;
+    }
+  }
+  callgrindCopy.clear();
+  if (!ok || o.sizes.size() < 2) return false;
+  const double objects = static_cast<double>(o.sizes.back() - o.sizes.front());
+  const double velkor = (sides[0].totals.back() - sides[0].totals.front()) / objects;
+  const double baseline = (sides[1].totals.back() - sides[1].totals.front()) / objects;
+  printf("instructions per object (%" PRIu64 " less %" PRIu64 " objects): velkor -L %.0f, baseline %.0f, ratio %.3f  %s\n",
+         o.sizes.back(), o.sizes.front(), velkor, baseline, velkor / baseline, velkor / baseline <= 1.10 ? "met (<= 1.10)" : "MISSED (> 1.10)");
+  return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -536,6 +608,7 @@ int main(int argc, char** argv) {
   setvbuf(stdout, nullptr, _IOLBF, 0);
   printf("load average at the start: %.2f\n", loadAverage());
 
+  if (!o.callgrindDir.empty()) return measureInstructions(o, o.callgrindDir) ? 0 : 1;
   bool failed = false;
   if (o.check && !checkRequests(200, o.seed)) failed = true;
   std::vector<SizeResult> results;

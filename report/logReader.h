@@ -26,11 +26,11 @@ class RunSink {
  public:
   virtual ~RunSink() = default;
   // An entry of `run`, after it was counted.
-  virtual void entry(const Run& run, const Entry& entry) {}
+  virtual void entry(const Run& /*run*/, const Entry& /*entry*/) {}
   // A run's document has ended: closed, cut off by the next run, or by the end of its log.
   virtual void runEnd(Run& run) = 0;
   // Skipped text: `lines` lines from `line` of `source`; `text` is its start.
-  virtual void skipped(const std::string& source, uint64_t line, uint64_t lines, std::string_view text) {}
+  virtual void skipped(const std::string& /*source*/, uint64_t /*line*/, uint64_t /*lines*/, std::string_view /*text*/) {}
 };
 
 class LogReader {

@@ -25,7 +25,7 @@ class Output {
   // Whether it shows which entries of a fix run the fix did not take (the
   // logs are then read twice).
   virtual bool showsNotTaken() const { return false; }
-  virtual void entry(const Run& run, const Entry& entry) {}
+  virtual void entry(const Run& /*run*/, const Entry& /*entry*/) {}
   virtual void run(const Run& run, const std::vector<Entry>& entries) = 0;
   // After the last run; returns the exit status.
   virtual int finish(uint64_t skippedLines) = 0;

@@ -10,12 +10,12 @@ namespace velkorreport {
 
 namespace {
 
-// The finish status velkor's interface writes when the run found problem files.
-constexpr std::string_view kProblemsFoundStatus = "finished with problem files found";
+// The finish statuses the writers use (logElements.h).
+constexpr std::string_view kProblemsFoundStatus = velkor::kFinishedWithProblemFiles;
 // The finish statuses of a run stopped before its end: velkor's operator
 // abort, and velkor-batch's "stopped by a signal" and "stopped: ...".
-constexpr std::string_view kAbortedStatus = "user aborted";
-constexpr std::string_view kStoppedPrefix = "stopped";
+constexpr std::string_view kAbortedStatus = velkor::kUserAborted;
+using velkor::kStoppedPrefix;
 
 }  // namespace
 

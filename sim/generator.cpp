@@ -11,16 +11,11 @@ namespace kvfsim {
 
 namespace {
 
-// splitmix64: the same numbers for a seed on every platform.
+// splitmix64 (kinds.h's mix over a Weyl sequence).
 class Random {
  public:
   explicit Random(uint64_t seed) : state_(seed) {}
-  uint64_t next() {
-    uint64_t z = (state_ += 0x9e3779b97f4a7c15ull);
-    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
-    z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
-    return z ^ (z >> 31);
-  }
+  uint64_t next() { return mix(state_ += 0x9e3779b97f4a7c15ull); }
   uint64_t below(uint64_t n) { return n ? next() % n : 0; }
   bool chance(unsigned percent) { return below(100) < percent; }
 

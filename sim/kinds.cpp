@@ -121,13 +121,13 @@ constexpr uint64_t shareTotal() {
   return total;
 }
 
+}  // namespace
+
 uint64_t mix(uint64_t z) {
   z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
   z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
   return z ^ (z >> 31);
 }
-
-}  // namespace
 
 const KindRow& kindRow(Kind kind) { return kRows[unsigned(kind)]; }
 

@@ -71,4 +71,7 @@ Kind kindOf(uint64_t seed, uint64_t index);
 constexpr uint64_t kFirstZid = 4097;
 constexpr uint64_t indexOfZid(uint64_t zid) { return (zid - kFirstZid) / 4; }
 
+// The splitmix64 finaliser: the same numbers for a seed on every platform.
+uint64_t mix(uint64_t z);
+
 }  // namespace kvfsim

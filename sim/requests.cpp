@@ -150,7 +150,7 @@ class Reply {
   XmlOut x;
 };
 
-void writeRoot(XmlOut& x, const Volume& v, const Beast& b) {
+void writeRoot(XmlOut& x, const Beast& b) {
   x.open("rootBeastInfo").number("zid", b.zid).number("classID", b.classId).number("eof", b.eof);
   x.open("storageInfo").number("filePhysSize", b.physSize).close();
   if (b.hasComp) {
@@ -232,7 +232,7 @@ int64_t getBeastInfo(pugi::xml_node req, const Volume& v, const std::string& zid
   if (!b && !(zid == 0 && (mask & (kVolumeSimple | kVolumeFull)))) return kNotFound;
   x.result(kOk).open("beastInfo");
   if (b) {
-    if (mask & kRoot) writeRoot(x, v, *b);
+    if (mask & kRoot) writeRoot(x, *b);
     if (mask & kNamed) writeNamed(x, *b);
     if ((mask & kFileInfo) && b->classId == 3) writeFile(x, *b);
   }

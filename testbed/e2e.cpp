@@ -24,7 +24,7 @@
 
 #include <gtest/gtest.h>
 
-#include "velkor/velkor.h"
+#include "velkor/runStart.h"
 
 extern "C" {
 #include <vterm.h>
@@ -547,6 +547,23 @@ std::vector<uint64_t> counters(const std::vector<std::string>& screen) {
       values.push_back(std::stoull((*it)[1]));
   }
   return values;
+}
+
+bool VelkorTerminal::runToEnd(std::chrono::milliseconds timeout) {
+  const bool prompted = waitFor("Press any key to continue....", timeout);
+  if (prompted) send("x");
+  finish();
+  return prompted;
+}
+
+KVFError expectKvfError(const std::function<void()>& call, const std::string& what) {
+  try {
+    call();
+  } catch (const KVFError& e) {
+    return e;
+  }
+  ADD_FAILURE() << what << " ended without an error";
+  return KVFError("no error", 0, "");
 }
 
 }  // namespace testsupport

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "common_cpp/kvfError.h"
 #include "velkor/requests.h"
 #include "process.h"
 
@@ -143,6 +144,9 @@ class VelkorTerminal {
   bool waitExit(std::chrono::milliseconds timeout = std::chrono::seconds(60));
   // Waits for the end; when it does not come, kills the program (exitStatus -1).
   void finish(std::chrono::milliseconds timeout = std::chrono::seconds(60));
+  // Runs velkor to its end: waits for the final prompt, answers it and
+  // waits for the exit. False when the prompt did not show within `timeout`.
+  bool runToEnd(std::chrono::milliseconds timeout = std::chrono::seconds(20));
 
   // The process id of the program the sandbox runs (found among the
   // sandbox's descendants by its name, for /proc reads); -1 while it has not
@@ -188,5 +192,9 @@ class VelkorTerminal {
   struct termios endModes_ = {};
   std::chrono::steady_clock::time_point start_, end_;
 };
+
+// The KVFError that `call` ends with; a test failure naming `what` when it
+// ends without one (and then an error of code 0).
+KVFError expectKvfError(const std::function<void()>& call, const std::string& what = "the call");
 
 }  // namespace testsupport

@@ -75,13 +75,9 @@ TEST_F(Channel, ReplyPastTheBoundIsAnError) {
   maxReplyBytes = 2 << 20;
   fault({{"action", "pad"}, {"bytes", (2 << 20) + 1}});
   ReplyBuf reply;
-  try {
-    exchange(&reply);
-    ADD_FAILURE() << "a reply past the bound was taken";
-  } catch (const KVFError& e) {
-    EXPECT_STREQ("The reply is larger than 2 MiB", e.what());
-    EXPECT_EQ(zERR_BUFFER_TOO_SMALL, e.code);
-  }
+  KVFError e = testsupport::expectKvfError([&] { exchange(&reply); }, "a reply past the bound");
+  EXPECT_STREQ("The reply is larger than 2 MiB", e.what());
+  EXPECT_EQ(zERR_BUFFER_TOO_SMALL, e.code);
   maxReplyBytes = 64 << 20;
   EXPECT_LE(reply.used, 2 << 20);
 }
@@ -98,13 +94,9 @@ TEST_F(Channel, FullBufferGrowsByOneForTheTerminator) {
 }
 
 TEST(CmdFileOpen, MissingAdminVolumeCarriesErrnoAsStatus) {
-  try {
-    CmdFile file("/nonexistent-admin/Manage_KVF/manage.cmd");
-    FAIL() << "opened";
-  } catch (const KVFError& e) {
-    EXPECT_STREQ("Unable to open the admin file", e.what());
-    EXPECT_TRUE(e.isKvfCode);
-    EXPECT_EQ(ENOENT, e.code);
-    EXPECT_EQ("util/velkor/velkorClass[150]", e.location);
-  }
+  KVFError e = testsupport::expectKvfError([] { CmdFile file("/nonexistent-admin/Manage_KVF/manage.cmd"); });
+  EXPECT_STREQ("Unable to open the admin file", e.what());
+  EXPECT_TRUE(e.isKvfCode);
+  EXPECT_EQ(ENOENT, e.code);
+  EXPECT_EQ("util/velkor/velkorClass[150]", e.location);
 }

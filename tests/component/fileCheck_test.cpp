@@ -10,12 +10,14 @@
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 
 #include "fixtures.h"
 #include "velkor/beastQueries.h"
 #include "common_cpp/kvfError.h"
 #include "velkor/ccAttribute.h"
+#include "velkor/compCandidate.h"
 #include "velkor/channel.h"
 #include "velkor/compStats.h"
 #include "velkor/fileCheck.h"
@@ -224,16 +226,11 @@ bool isFixable(unsigned long bits) { return !isCorrupted(bits) && (bits & 0x1C);
 void expectDeletionWays(MountedVolume* volume);
 void expectExactRepairRequests(MountedVolume* volume);
 
+// Each case mounts the sweep's volume afresh: the fix and delete runs change it.
 class FileCheck : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() { volume = new MountedVolume(sweepFixture()); }
-  static void TearDownTestSuite() {
-    delete volume;
-    volume = nullptr;
-  }
-  static MountedVolume* volume;
+  std::unique_ptr<MountedVolume> volume = std::make_unique<MountedVolume>(sweepFixture());
 };
-MountedVolume* FileCheck::volume = nullptr;
 
 // A list run finds each case's problems and counts it in its class; with the
 // header check off the header problems are not reported.
@@ -289,8 +286,8 @@ TEST_F(FileCheck, FixAndDeleteThenListAgain) {
       EXPECT_EQ(c.after, volume->check(zid, false, false).problemFlags) << c.what;
     }
   }
-  expectDeletionWays(volume);
-  expectExactRepairRequests(volume);
+  expectDeletionWays(volume.get());
+  expectExactRepairRequests(volume.get());
 }
 
 // Files with a live name are unlinked by path; deleted files and data streams
@@ -350,12 +347,7 @@ TEST(FileCheckFaults, PermanentValueChangedEndsAfterTheBound) {
   v.sim.setFaults(R"({"request":"setBeastInfo","action":"result","value":20019,"count":0})");
   auto expectBoundedFailure = [&](const char* what, const std::function<void()>& run) {
     size_t before = v.sim.requestsOf("setBeastInfo").size();
-    try {
-      run();
-      ADD_FAILURE() << what << ": no error";
-    } catch (const KVFError& e) {
-      EXPECT_EQ(zERR_VALUE_CHANGED, e.code) << what;
-    }
+    EXPECT_EQ(zERR_VALUE_CHANGED, testsupport::expectKvfError(run, what).code) << what;
     EXPECT_EQ(size_t(velkor::kValueChangedRetries + 1), v.sim.requestsOf("setBeastInfo").size() - before) << what;
   };
   expectBoundedFailure("per-file check", [&] { v.check(500, true, false); });
@@ -375,14 +367,10 @@ TEST(FileCheckFaults, FailedUnlinkIsAnError) {
   v.sim.setFaults(R"({"request":"getBeastFullName","action":"raw","text":)"
                   R"("<kvfReply><beast><getBeastFullName><result value=\"0\"/><name><![CDATA[/nowhere]]></name>)"
                   R"(</getBeastFullName></beast></kvfReply>"})");
-  try {
-    v.check(600, false, true);
-    ADD_FAILURE() << "unlink of a missing path succeeded";
-  } catch (const KVFError& e) {
-    EXPECT_EQ(ENOENT, e.code);
-    EXPECT_STREQ(strerror(ENOENT), e.what());
-    EXPECT_EQ(0u, e.location.find("util/velkor/velkorHelper["));
-  }
+  KVFError e = testsupport::expectKvfError([&] { v.check(600, false, true); }, "unlink of a missing path");
+  EXPECT_EQ(ENOENT, e.code);
+  EXPECT_STREQ(strerror(ENOENT), e.what());
+  EXPECT_EQ(0u, e.location.find("util/velkor/velkorHelper["));
   EXPECT_EQ(0u, v.stats.deleted);
   EXPECT_FALSE(v.sim.beast(600).is_null());
 }
@@ -391,13 +379,9 @@ TEST(FileCheckFaults, FailedUnlinkIsAnError) {
 TEST(FileCheckFaults, OversizedTextsAreRefused) {
   MountedVolume v(e2efixtures::volume(json::array({baseFile(kPlain, 700)}), json::array()));
   auto expectTooSmall = [](const std::function<void()>& call, const char* what) {
-    try {
-      call();
-      ADD_FAILURE() << what << " was not refused";
-    } catch (const KVFError& e) {
-      EXPECT_EQ(20004, e.code) << what;
-      EXPECT_TRUE(e.isKvfCode) << what;
-    }
+    KVFError e = testsupport::expectKvfError(call, what);
+    EXPECT_EQ(20004, e.code) << what;
+    EXPECT_TRUE(e.isKvfCode) << what;
   };
   std::string longPath = v.mountPoint + "/" + std::string(1100, 'p');
   char volume[64], zid[104];
@@ -415,4 +399,71 @@ TEST(FileCheckFaults, OversizedTextsAreRefused) {
   expectTooSmall([&] { velkor::checkCCBit(v.volume, zidText, nullptr, &v.stats); }, "600 bytes of attributes");
   EXPECT_EQ(0u, v.stats.processed);
   EXPECT_TRUE(json(v.sim.beast(700)).contains("zid"));
+}
+
+// Every rule of the background check: attributes, type, deleted state and
+// last access against the two settings of the start-up configuration file.
+TEST(Candidate, EveryRuleOfTheBackgroundCheck) {
+  const char* days7 = "#DaysUntouchedBeforeCompression comment\n/DaysUntouchedBeforeCompression=7\n"
+                      " DeletedFilesCompressionOption:1\n";
+  const char* days0 = "/DaysUntouchedBeforeCompression=0\n";
+  const char* option0 = "/DeletedFilesCompressionOption=0\n";
+  const char* option2 = "/DeletedFilesCompressionOption=2\n";
+  const char *yes = "candidate", *no = "not a candidate";
+  const int64_t week = 7 * 86400;
+  const struct {
+    const char* what;
+    json attributes;
+    int classId;
+    bool deleted;
+    int64_t accessedAgo;   // seconds before now
+    const char* config;    // null: no configuration file
+    const char* expected;  // the verdict, or the error's message
+  } cases[] = {
+      {"untouched for exactly the days", {"archive"}, 3, false, week, days7, yes},
+      {"touched within the days", {"archive"}, 3, false, week - 100, days7, no},
+      {"days 0", {"archive"}, 3, false, 0, days0, yes},
+      {"compress immediately", {"compressImmediate"}, 3, false, 0, nullptr, yes},
+      {"compress immediately, already compressed", {"compressImmediate", "dataStreamCompress"}, 3, false, week * 9,
+       days0, no},
+      {"do not compress", {"doNotCompress"}, 3, false, week * 9, days0, no},
+      {"Cc attribute", {"noStreamCompress", "compressImmediate"}, 3, false, week * 9, days0, no},
+      {"link", {"link"}, 3, false, week * 9, days0, no},
+      {"data stream needs no setting", json::array(), 1, false, 0, nullptr, yes},
+      {"deleted, option 0", json::array(), 3, true, week * 9, option0, no},
+      {"deleted a day and more ago, option 1", json::array(), 3, true, 86400 + 100, days7, yes},
+      {"deleted less than a day ago, option 1", json::array(), 3, true, 86400 - 100, days7, no},
+      {"deleted data stream, option 1", json::array(), 1, true, 0, days7, yes},
+      {"deleted, option 2", json::array(), 3, true, 0, option2, yes},
+      {"days setting missing", {"archive"}, 3, false, 0, option2, "Error getting set parameter value"},
+      {"deleted option missing", json::array(), 3, true, 0, days0, "Error getting set parameter value"},
+      {"no configuration file", {"archive"}, 3, false, 0, nullptr, "Unable to read the start-up configuration file"},
+  };
+  const int64_t now = time(nullptr);
+  json beasts = json::array();
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    beasts.push_back(e2efixtures::plainFile(200 + i, "/c" + std::to_string(200 + i)));
+    beasts.back()["attributes"] = cases[i].attributes;
+    beasts.back()["classId"] = cases[i].classId;
+    if (cases[i].deleted) beasts.back()["parents"] = {"DeletedFile"};
+    beasts.back()["accessed"] = {{"utc", now - cases[i].accessedAgo}};
+  }
+  MountedVolume v(e2efixtures::volume(beasts, json::array()));
+  testsupport::TempDir dir;
+  const std::string config = dir.file("kvfstart.cfg");
+  const char* saved = velkor::kvfStartConfigPath;
+  velkor::kvfStartConfigPath = config.c_str();
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    const auto& c = cases[i];
+    unlink(config.c_str());
+    if (c.config) testsupport::writeFile(config, c.config);
+    std::string zid = std::to_string(200 + i), verdict;
+    try {
+      verdict = velkor::checkCompCandidate(v.volume, zid.data()) ? yes : no;
+    } catch (const KVFError& e) {
+      verdict = e.what();
+    }
+    EXPECT_EQ(0u, verdict.rfind(c.expected, 0)) << c.what << ": " << verdict;
+  }
+  velkor::kvfStartConfigPath = saved;
 }

@@ -247,9 +247,7 @@ TEST(Batch, NeverOnAVolumeAVelkorRunHolds) {
     EXPECT_TRUE(std::regex_search(refused.screenText(),
                                   std::regex("velkor-batch: volume VOL1 is in use by another run \\(pid \\d+\\)")))
         << refused.screenText();
-    ASSERT_TRUE(running.waitFor("Press any key to continue....", std::chrono::seconds(60)));
-    running.send("x");
-    running.finish();
+    ASSERT_TRUE(running.runToEnd(std::chrono::seconds(60)));
   }
   EXPECT_EQ(1u, sim.requestsOf("browseBeasts").size()) << "a second scan began";
   VelkorTerminal batchRun(sim, {"-L", "VOL1"}, sharedLocks(batch(), second.path()));

@@ -36,8 +36,7 @@ class CommandLine : public ::testing::Test {
     options.cwd = dir.path();
     options.sandbox = {"--manage-file", dir.file("manage.cmd")};
     testsupport::VelkorTerminal run(args, options);
-    if (run.waitFor("Press any key to continue....")) run.send("x");
-    run.finish();
+    run.runToEnd();
     return run.exitStatus();
   }
 

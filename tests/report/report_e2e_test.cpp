@@ -8,7 +8,6 @@
 #include <fstream>
 #include <regex>
 #include <set>
-#include <thread>
 
 #include "e2e.h"
 #include "fixtures.h"
@@ -89,8 +88,10 @@ class OneLog {
   void killedList(const Simulator& sim) {
     sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":5,"count":0})");
     VelkorTerminal terminal(sim, {"-L", "VOL1"}, options());
-    EXPECT_TRUE(terminal.waitFor("Processed Files:"));
-    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    EXPECT_TRUE(terminal.waitUntil([&] {
+      std::vector<uint64_t> shown = testsupport::counters(terminal.screen());
+      return !shown.empty() && shown[0] >= 20;
+    }));
     terminal.sendSignal(SIGKILL);
     terminal.finish();
     sim.setFaults("[]");
@@ -413,9 +414,7 @@ TEST(ReportEndToEnd, ARunThatSpansALogRotationIsFound) {
     ASSERT_EQ(std::string::npos, testsupport::readFile(path).find("<endTime>"));
     rotate();
     sim.setFaults("[]");
-    ASSERT_TRUE(terminal.waitFor("Press any key"));
-    terminal.send("x");
-    terminal.finish();
+    ASSERT_TRUE(terminal.runToEnd());
   }
   // Whole (an incomplete run would be 2) and found by the log's path.
   auto judged = [&](const std::string& read) {

@@ -8,7 +8,7 @@
 
 #include "e2e.h"
 #include "velkor/commandLine.h"
-#include "velkor/velkor.h"
+#include "velkor/runStart.h"
 #include "velkor/volumeLock.h"
 
 TEST(ObjectPath, VolumeNamesAndAbsolutePathsAreKeptRelativePathsJoined) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "e2e.h"
 #include "velkor/beastRecords.h"
 #include "common_cpp/kvfError.h"
 
@@ -131,14 +132,10 @@ TEST(BeastRecords, FailuresCarryTheirMessageAndCode) {
   };
   for (const auto& c : cases) {
     Reply reply(c.reply);
-    try {
-      UncompBeastInfo file("V", reply.element("beastInfo"));
-      ADD_FAILURE() << "no error for " << c.reply;
-    } catch (const KVFError& e) {
-      EXPECT_EQ(c.message, e.what());
-      EXPECT_EQ(c.code, e.code);
-      EXPECT_EQ(0u, e.location.find("util/velkor/velkorClass[")) << e.location;
-    }
+    KVFError e = testsupport::expectKvfError([&] { UncompBeastInfo file("V", reply.element("beastInfo")); }, c.reply);
+    EXPECT_EQ(c.message, e.what());
+    EXPECT_EQ(c.code, e.code);
+    EXPECT_EQ(0u, e.location.find("util/velkor/velkorClass[")) << e.location;
   }
 }
 
@@ -172,13 +169,9 @@ TEST(CompBeastRecord, HeaderDeletedFlagAndOwner) {
 
   Reply noOwner("<compressionInfo><rootBeastInfo><eof>0</eof><volumeID>9</volumeID><storageInfo/></rootBeastInfo>"
                 "<compBeastInfo><other/></compBeastInfo></compressionInfo>");
-  try {
-    CompBeastInfo missing(noOwner.element("compressionInfo"));
-    ADD_FAILURE();
-  } catch (const KVFError& e) {
-    EXPECT_STREQ("Failed to get uncompZid", e.what());
-    EXPECT_EQ(-1, e.code);
-  }
+  KVFError e = testsupport::expectKvfError([&] { CompBeastInfo missing(noOwner.element("compressionInfo")); });
+  EXPECT_STREQ("Failed to get uncompZid", e.what());
+  EXPECT_EQ(-1, e.code);
 }
 
 TEST(TagTables, TagsToBitsMatchesPrefixesAndEveryEntry) {

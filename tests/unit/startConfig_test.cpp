@@ -8,6 +8,7 @@
 #include <string>
 
 #include "common_cpp/kvfError.h"
+#include "e2e.h"
 #include "process.h"
 #include "velkor/compCandidate.h"
 
@@ -24,13 +25,8 @@ class StartConfig : public ::testing::Test {
   void write(const std::string& text) { testsupport::writeFile(path_, text); }
   // The error that reading a setting from kvfStartConfigPath ends with.
   static KVFError failure() {
-    try {
-      velkor::getSetParameterValue("DaysUntouchedBeforeCompression");
-    } catch (const KVFError& e) {
-      return e;
-    }
-    ADD_FAILURE() << velkor::kvfStartConfigPath << " was read";
-    return KVFError("none", 0, "");
+    return testsupport::expectKvfError([] { velkor::getSetParameterValue("DaysUntouchedBeforeCompression"); },
+                                       velkor::kvfStartConfigPath);
   }
 
   testsupport::TempDir dir_;

@@ -10,6 +10,7 @@
 #include <clocale>
 #include <cstdio>
 #include <stdexcept>
+#include <utility>
 
 namespace {
 
@@ -208,7 +209,28 @@ void ScreenInterface::Output() {
   CopyPadToScreen();
 }
 
+void ScreenInterface::SetDeferredDrawing(std::function<void()> draw) { deferred_ = std::move(draw); }
+
+void ScreenInterface::DrawDeferred() {
+  if (!deferredDue_) return;
+  deferredDue_ = false;
+  if (!deferred_) return;
+  int row, col;
+  getyx(pad, row, col);
+  ++updateDepth_;
+  deferred_();
+  --updateDepth_;
+  wmove(pad, row, col);
+}
+
+bool ScreenInterface::PaceElapsed() const {
+  struct timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return (now.tv_sec - lastCopy_.tv_sec) * 1000LL + (now.tv_nsec - lastCopy_.tv_nsec) / 1000000 >= kPaceMs;
+}
+
 void ScreenInterface::CopyPadToScreen() {
+  DrawDeferred();
   clock_gettime(CLOCK_MONOTONIC, &lastCopy_);
   // A refused copy leaves the whole pad to be sent at the next one.
   copyPending_ = !copyToScreen(pad, lowestRow_);
@@ -219,17 +241,14 @@ void ScreenInterface::BeginUpdate() { ++updateDepth_; }
 
 void ScreenInterface::EndUpdate(bool paced) {
   if (updateDepth_ == 0 || --updateDepth_ > 0 || !copyPending_) return;
-  if (paced) {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    long long ms = (now.tv_sec - lastCopy_.tv_sec) * 1000LL + (now.tv_nsec - lastCopy_.tv_nsec) / 1000000;
-    if (ms < kPaceMs) return;  // stays pending
-  }
+  if (paced && !PaceElapsed()) return;  // stays pending
   CopyPadToScreen();
 }
 
 void ScreenInterface::Flush() {
-  if (copyPending_ && updateDepth_ == 0) CopyPadToScreen();
+  if (updateDepth_ > 0) return;
+  DrawDeferred();
+  if (copyPending_) CopyPadToScreen();
 }
 
 void ScreenInterface::ClearLine() {

@@ -14,6 +14,7 @@
 #include <time.h>
 
 #include <cstdarg>
+#include <functional>
 #include <string>
 
 #include "screen/screenAttributes.h"
@@ -92,6 +93,15 @@ class ScreenInterface {
   // Sends what paced updates left pending, at once; nothing when none is.
   void Flush();
 
+  // Drawing left to the next copy: after DeferDrawing, the next copy of any
+  // kind (or Flush) first calls `draw` (with the pad's cursor kept), so
+  // figures that change many times between two copies are drawn once per
+  // copy, and every copy shows them as a drawing per change would have.
+  void SetDeferredDrawing(std::function<void()> draw);
+  void DeferDrawing() { deferredDue_ = true; }
+  // Whether a paced end would copy now (the last copy is kPaceMs old).
+  bool PaceElapsed() const;
+
  private:
   static const int kEscapeCode = 27;
   // The kind (kKey...) of a curses key code.
@@ -111,6 +121,10 @@ class ScreenInterface {
   // the rows drawn last (the status, the final prompt) are seen.
   int lowestRow_ = 0;
   struct timespec lastCopy_ = {};  // CLOCK_MONOTONIC time of the last copy
+  std::function<void()> deferred_;
+  bool deferredDue_ = false;
+  // Draws what DeferDrawing left, into the pad only.
+  void DrawDeferred();
 };
 
 // Leaves curses mode, giving the terminal back as it was found (cursor,

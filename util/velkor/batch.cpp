@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "common_cpp/kvfError.h"
+#include "velkor/beastQueries.h"
 #include "velkor/beastRecords.h"
 #include "velkor/channel.h"
 #include "velkor/commandLine.h"
@@ -25,8 +26,9 @@
 #include "velkor/operations.h"
 #include "velkor/runLog.h"
 #include "velkor/terminalText.h"
-#include "velkor/velkor.h"
-#include "velkor/volumeLock.h"
+#include "velkor/identity.h"
+#include "velkor/runStart.h"
+#include "velkor/volumeStats.h"
 
 namespace velkor {
 
@@ -85,11 +87,10 @@ std::string hoursMinutesSeconds(double seconds) {
 // The problem names of a word, as the run log names them, joined by commas.
 std::string problemNames(unsigned long problems) {
   std::string names;
-  for (int bit = 0; bit < 32; ++bit) {
-    if (!(problems >> bit & 1)) continue;
+  forEachProblem(problems, [&names](std::string_view name) {
     if (!names.empty()) names += ",";
-    names += problemElement(bit);
-  }
+    names += name;
+  });
   return names;
 }
 
@@ -134,51 +135,51 @@ BatchView::BatchView(const BatchSettings& settings, unsigned int operation, cons
   start_ = lastLine_ = monotonicNow();
 }
 
-void BatchView::showFile(UncompBeastInfo* file, CompBeastInfo* compData, char* name, unsigned long problems,
-                         unsigned long noHeader, unsigned long fixed, unsigned long deleted) {
-  const bool volumeLevel = isVolumeOperation(operation_);
-  if (problems & (kFixableProblems | kCorruptedProblems)) {
+void BatchView::fileChecked(const FileResult& result) {
+  if (result.problems & (kFixableProblems | kCorruptedProblems)) {
     ++found_;
-    if (fixed || deleted) ++resolved_;
+    if (result.fixed || result.deleted) ++resolved_;
   }
-  if (fixed) ++fixed_;
-  if (deleted) ++deleted_;
-  // The entries velkor writes: a scan's of what has something to report, a
-  // single file's always.
-  if (!volumeLevel || problems != good)
-    LogFileEntry(*file, compData, name, problems, noHeader != 0, fixed != 0, deleted != 0, volumeLevel,
-                 stats_ ? stats_->actionRefused : std::string());
-  if (!volumeLevel) ++done_;  // a scan counts its objects in objectDone
-  if (!volumeLevel && !settings_.quiet)
-    printf("%s: %s, %s\n", name ? printable(name).c_str() : target_.c_str(), problemNames(problems).c_str(),
-           fixed ? "fixed" : deleted ? "deleted" : "checked");
+  if (result.fixed) ++fixed_;
+  if (result.deleted) ++deleted_;
+  if (result.volumeLevel) return;  // a scan counts its objects in objectDone
+  ++done_;
+  if (!settings_.quiet)
+    printf("%s: %s, %s\n", result.name ? printable(result.name).c_str() : target_.c_str(),
+           problemNames(result.problems).c_str(), result.fixed ? "fixed" : result.deleted ? "deleted" : "checked");
 }
 
-void BatchView::showCompressionOff() {
+void BatchView::compressionOff() {
   if (!settings_.quiet) printf("%s: compression is not enabled on this volume; nothing to do\n", target_.c_str());
 }
 
-void BatchView::drawText(int row, int col, int attribute, const char* text) {
-  if (row < 0 || row >= 32 || col < 0 || col > 320) return;
-  std::string& line = rows_[row];
-  std::string piece(text);
-  for (char& c : piece)
-    if (c == '\n') c = ' ';
-  if (line.size() < static_cast<size_t>(col)) line.resize(col, ' ');
-  line.replace(col, std::min(piece.size(), line.size() - col), piece);
+void BatchView::statistics(const VolumeStatistics& before, const VolumeStatistics* after) {
+  char line[128];
+  results_ = "Compression Statistics:\n";
+  snprintf(line, sizeof line, "  %-26s%20s%s\n", "", "Old", after ? "                  New" : "");
+  results_ += line;
+  for (int row = 0; row < 5; ++row) {
+    snprintf(line, sizeof line, "  %s%20llu", kStatisticLabels[row], static_cast<unsigned long long>(before.figure[row]));
+    results_ += line;
+    if (after) {
+      snprintf(line, sizeof line, " %20llu", static_cast<unsigned long long>(after->figure[row]));
+      results_ += line;
+    }
+    results_ += "\n";
+  }
 }
 
-void BatchView::clearRow(int row) {
-  if (row >= 0 && row < 32) rows_[row].clear();
+void BatchView::candidate(bool isCandidate) {
+  results_ = target_ + ": " + (isCandidate ? "" : "not ") + kCandidateWords + "\n";
 }
 
-int BatchView::readKey() {
-  if (settings_.yes) return 'y';
+bool BatchView::confirm(Question) {
+  if (settings_.yes) return true;
   declined_ = true;
   const char* text = "the question was not answered (no --yes): nothing was changed";
   LogMessage(text);
   fprintf(stderr, "%s: %s\n", appName, text);
-  return 'n';
+  return false;
 }
 
 bool BatchView::abortRequested() const { return stopSignal != 0; }
@@ -188,10 +189,6 @@ void BatchView::objectDone() {
   if (!settings_.progress) return;
   struct timespec now = monotonicNow();
   if (secondsSince(lastLine_, now) >= settings_.progress) progressLine(now);
-}
-
-bool BatchView::needsName(unsigned long problems) const {
-  return !isVolumeOperation(operation_) || problems != good;
 }
 
 void BatchView::progressLine(const struct timespec& now) {
@@ -204,15 +201,6 @@ void BatchView::progressLine(const struct timespec& now) {
           static_cast<unsigned long long>(found_), static_cast<unsigned long long>(fixed_),
           static_cast<unsigned long long>(deleted_),
           rate > 0 ? hoursMinutesSeconds((total - done_) / rate).c_str() : "?");
-}
-
-std::string BatchView::drawnLines() const {
-  std::string lines;
-  for (const std::string& row : rows_) {
-    size_t end = row.find_last_not_of(' ');
-    if (end != std::string::npos) lines += row.substr(0, end + 1) + "\n";
-  }
-  return lines;
 }
 
 std::string BatchView::summary(const char* status) const {
@@ -287,11 +275,7 @@ int batchMain(int argc, char** argv) {
 
   RunLog log;
   if (!log.open(logPath)) return kBatchError;
-  std::string lockRefusal;
-  if (isVolumeOperation(operation) && !lockVolume(path.get(), &lockRefusal)) {
-    fprintf(stderr, "%s: %s.\n", appName, lockRefusal.c_str());
-    return kBatchError;
-  }
+  if (!lockVolumeOperation(operation, path.get())) return kBatchError;
   catchStopSignals();
   LogDocumentStart(argc, argv);
 
@@ -319,7 +303,7 @@ int batchMain(int argc, char** argv) {
     text = kStoppedForQuestion;
     status |= kBatchStopped;
   }
-  if (error || volumeLockRefused()) status |= kBatchError;
+  if (error) status |= kBatchError;
   if (!LogFailure()) {
     LogFinishStatus(text);
     LogDocumentEnd();
@@ -329,7 +313,7 @@ int batchMain(int argc, char** argv) {
     status |= kBatchError;
   }
   if (!settings.quiet) {
-    if (operation == opFixStats || operation == opBackground) fputs(view.drawnLines().c_str(), stdout);
+    fputs(view.resultLines().c_str(), stdout);
     printf("%s\n", view.summary(text).c_str());
   }
   fflush(stdout);

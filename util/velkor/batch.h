@@ -8,6 +8,7 @@
 #include <string>
 
 #include "velkor/compStats.h"
+#include "velkor/logElements.h"
 
 namespace velkor {
 
@@ -21,19 +22,15 @@ enum BatchExit : int {
   kBatchStopped = 32,      // a signal, or a question without --yes
 };
 
-// The finish statuses velkor-batch writes besides the ones velkor writes.
-inline constexpr char kStoppedBySignal[] = "stopped by a signal";
-inline constexpr char kStoppedForQuestion[] = "stopped: a question needs --yes";
-
 struct BatchSettings {
   bool yes = false;         // --yes: answer yes to the operation's question
   unsigned progress = 0;    // seconds between progress lines; 0: none
   bool quiet = false;       // --quiet: errors only
 };
 
-// The view of a run without a screen: log entries as velkor writes them,
-// progress lines on standard error, the figures velkor draws as plain lines
-// on standard output at the end, and the tallies the exit status is made of.
+// The view of a run without a screen: progress lines on standard error, the
+// figures velkor shows as plain lines on standard output at the end, and the
+// tallies the exit status is made of.
 // Everything runs on the operation's thread; only stop() is called from a
 // signal handler.
 class BatchView : public OperationView {
@@ -42,19 +39,18 @@ class BatchView : public OperationView {
 
   void attach(CompStats* stats) { stats_ = stats; }
 
-  void showFile(UncompBeastInfo* file, CompBeastInfo* compData, char* name, unsigned long problems,
-                unsigned long noHeader, unsigned long fixed, unsigned long deleted) override;
-  void showCompressionOff() override;
-  void drawText(int row, int col, int attribute, const char* text) override;
-  void clearRow(int row) override;
-  int readKey() override;
+  void fileChecked(const FileResult& result) override;
+  void compressionOff() override;
+  void statistics(const VolumeStatistics& before, const VolumeStatistics* after) override;
+  void candidate(bool isCandidate) override;
+  bool confirm(Question question) override;
   bool abortRequested() const override;
   void setTotal(uint64_t objects) override { total_ = objects; }
   void objectDone() override;
-  bool needsName(unsigned long problems) const override;
+  bool showsEveryName() const override { return false; }
 
-  // The text lines the operation drew (statistics, candidate), in row order.
-  std::string drawnLines() const;
+  // The statistics and the candidate verdict as plain lines, for the end.
+  const std::string& resultLines() const { return results_; }
   // The one-line summary of the run, ending with `status`.
   std::string summary(const char* status) const;
   // The exit status bits of what was found and done (no error or stop bits).
@@ -68,7 +64,7 @@ class BatchView : public OperationView {
   unsigned int operation_;
   std::string target_;
   CompStats* stats_ = nullptr;
-  std::string rows_[32];
+  std::string results_;
   uint64_t total_ = 0, done_ = 0;
   uint64_t found_ = 0, resolved_ = 0, fixed_ = 0, deleted_ = 0;
   bool declined_ = false;

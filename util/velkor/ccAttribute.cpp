@@ -19,12 +19,6 @@ constexpr KvfSource kKvfSource = KvfSource::velkorHelper;
 
 namespace velkor {
 
-namespace {
-
-
-
-}  // namespace
-
 bool isSetCCBit(char* volumeName, char* zid, SetValue& value) {
   ReplyBuf reply;
   const QXML::TagRequest_s rows[] = {{"attributes", QXML::TAG_OPTIONAL}, {nullptr, 0}};
@@ -84,7 +78,7 @@ void checkCCBit(char* volumeName, char* zid, OpArgs_s*, CompStats* stats) {
     }
   }
   ++stats->processed;
-  stats->view->showCounters(false);
+  stats->view->countersChanged();
 }
 
 }  // namespace velkor

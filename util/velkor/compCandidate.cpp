@@ -13,6 +13,7 @@
 #include "velkor/beastQueries.h"
 #include "common_cpp/kvfError.h"
 #include "common/lbString.h"
+#include "velkor/compStats.h"
 #include "velkor/singleFile.h"
 
 namespace {
@@ -21,6 +22,8 @@ constexpr KvfSource kKvfSource = KvfSource::velkorHelper;
 }  // namespace
 
 namespace velkor {
+
+const char kCandidateWords[] = "a background compression candidate at this moment";
 
 const char* kvfStartConfigPath = "/etc/opt/quorlen/kvf/kvfstart.cfg";
 
@@ -113,8 +116,7 @@ void reportCompCandidate(char* path, CompStats* stats) {
   char volumeName[64];
   char zid[104];
   if (!lookUpFile(path, volumeName, zid, stats)) return;
-  bool candidate = checkCompCandidate(volumeName, zid);
-  stats->view->drawAt(12, 4, kAttrHeading, "File is %sa background compression candidate at this moment", candidate ? "" : "not ");
+  stats->view->candidate(checkCompCandidate(volumeName, zid));
 }
 
 }  // namespace velkor

@@ -37,8 +37,11 @@ unsigned int getSetParameterValue(const char* name);
 // setting the rule needs and the file lacks is a ConfigFileError.
 bool checkCompCandidate(char* volumeName, char* zid);
 
-// The background operation: looks the file up and shows whether it is a
-// candidate. Throws KVFError.
+// What a candidate is, in the words the front ends show.
+extern const char kCandidateWords[];
+
+// The background operation: looks the file up and tells the view whether it
+// is a candidate. Throws KVFError.
 void reportCompCandidate(char* path, CompStats* stats);
 
 }  // namespace velkor

@@ -7,50 +7,73 @@
 #include <cstdint>
 #include <string>
 
-#include "screen/screenAttributes.h"
 #include "velkor/velkorTypes.h"
 
 namespace velkor {
 
 class UncompBeastInfo;
 class CompBeastInfo;
+struct VolumeStatistics;
 
-// What a running operation shows and asks. Called on the operation's thread
-// (the main thread); an implementation serialises its drawing with anything
-// else that draws. The base class alone shows nothing, never asks for an
-// abort and answers every question with end of input: the operations run
-// with it where there is no screen (component tests).
+// A file the per-object routine has checked, as it found and left it.
+struct FileResult {
+  UncompBeastInfo* file;
+  CompBeastInfo* compData;  // may be null
+  const char* name;         // may be null: the name was not looked up
+  unsigned long problems;   // the problem word
+  bool noHeader;            // the compressed header was not checked
+  bool fixed;
+  bool deleted;
+  bool volumeLevel;         // one object of a volume scan, not a single file
+};
+
+// A question an operation asks before going on.
+enum class Question {
+  // The statistics are recounted outside the maintenance state, where the
+  // count is not accurate.
+  kRecountOutsideMaintenance,
+};
+
+// What a running operation shows and asks, as results: the operations never
+// name a row, a column or a key. velkor's screen (velkorUI) lays them out;
+// velkor-batch (batch.h) prints them. Another front end (a JSON stream, a
+// service) is another implementation of this class. The run log is written
+// below the views (CompStats::msgReady), the same whichever one runs.
+//
+// Called on the operation's thread (the main thread); an implementation
+// serialises its drawing with anything else that draws. The base class alone
+// shows nothing, never asks for an abort and answers every question no: the
+// operations run with it where there is no screen (component tests).
 class OperationView {
  public:
   virtual ~OperationView() = default;
 
-  // The counters block, with its labels when asked.
-  virtual void showCounters(bool withLabels) {}
-  // The file just checked: its log entry, and its details where the
-  // operation shows them.
-  virtual void showFile(UncompBeastInfo* file, CompBeastInfo* compData, char* name, unsigned long problems,
-                        unsigned long noHeader, unsigned long fixed, unsigned long deleted) {}
+  // The operation's counters begin: shown with their labels.
+  virtual void countersStarted() {}
+  // A counter may have changed.
+  virtual void countersChanged() {}
+  // The file just checked (its log entry is written already).
+  virtual void fileChecked(const FileResult& /*result*/) {}
   // The volume has no compression: nothing to do.
-  virtual void showCompressionOff() {}
-  // printf-style text at a screen position with a display attribute.
-  void drawAt(int row, int col, int attribute, const char* format, ...) __attribute__((format(printf, 5, 6)));
-  virtual void drawText(int row, int col, int attribute, const char* text) {}
-  virtual void clearRow(int row) {}
-  // One key from the operator; EOF when there is none.
-  virtual int readKey();
+  virtual void compressionOff() {}
+  // The volume's statistics: before the recount (`after` null), then with the
+  // recounted figures.
+  virtual void statistics(const VolumeStatistics& /*before*/, const VolumeStatistics* /*after*/) {}
+  // Whether the file would be compressed by the background pass now.
+  virtual void candidate(bool /*isCandidate*/) {}
+  // The operator's answer to `question`: true to go on.
+  virtual bool confirm(Question /*question*/) { return false; }
 
   // A volume scan: while the watch is on, the operator may abort; the scan
   // reports the volume's object count and each object done.
-  virtual void watchForAbort(bool on) {}
+  virtual void watchForAbort(bool /*on*/) {}
   virtual bool abortRequested() const { return false; }
-  virtual void setTotal(uint64_t objects) {}
+  virtual void setTotal(uint64_t /*objects*/) {}
   virtual void objectDone() {}
 
-  // Whether the file just checked, found with the problem word `problems`,
-  // needs its full name looked up. A screen shows every file's name; a view
-  // without one needs it only where a name is logged or a file is deleted by
-  // its name (any word but good).
-  virtual bool needsName(unsigned long problems) const { return true; }
+  // Whether the view shows the name of every file checked, so that it must
+  // be looked up even where the run log does not need it.
+  virtual bool showsEveryName() const { return true; }
 };
 
 class CompStats {
@@ -64,15 +87,27 @@ class CompStats {
   CompStats(const CompStats&) = delete;
   CompStats& operator=(const CompStats&) = delete;
 
-  // Shows the counters and reports the file just checked.
+  // The file just checked: its entry in the run log (every single file's; a
+  // scan's only when it has something to report), then the view is told.
   void msgReady(UncompBeastInfo* file, CompBeastInfo* compData, unsigned long flags, unsigned long fixed,
                 unsigned long deleted);
 
   // Before each object of a scan: the problem word back to good, no name.
   void resetForNextObject();
 
+  // Whether the file just checked (problem word problemFlags) needs its full
+  // name looked up: where its entry is logged, or the view shows every name.
+  bool needsName() const;
+  // The rule of which checked file gets an entry in the run log.
+  bool logsEntry(unsigned long problems) const;
+
   // The counter shown under statsMsgs[index].
   uint64_t counter(int index) const;
+  // All eight, in statsMsgs order.
+  void counters(uint64_t (&out)[8]) const {
+    out[0] = processed, out[1] = ccBitCleared, out[2] = good, out[3] = openSkipped;
+    out[4] = fixable, out[5] = corrupted, out[6] = fixed, out[7] = deleted;
+  }
 
   OperationView* view;  // not owned; never null
   uint64_t processed;

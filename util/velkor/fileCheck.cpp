@@ -371,7 +371,7 @@ void checkCompressionStatus(char* volume, char* zid, OpArgs_s* args, CompStats* 
       std::unique_ptr<UncompBeastInfo> file(fileRecord);
       std::unique_ptr<CompBeastInfo> compData(compRecord);
       if (!file->valid) return;
-      if (!stats->fileName && stats->view->needsName(stats->problemFlags)) getFileName(volume, file->zid, stats);
+      if (!stats->fileName && stats->needsName()) getFileName(volume, file->zid, stats);
 
       unsigned long fixed = 0, deleted = 0;
       const unsigned long problems = stats->problemFlags;

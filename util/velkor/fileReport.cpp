@@ -1,11 +1,10 @@
-// The report of one checked file: its entry in the run log and, for the
-// single-file operations, its details on the screen.
+// The details of a single file checked, on the screen (its log entry is
+// CompStats::msgReady's).
 #include <cstdio>
 #include <cstring>
 #include <string>
 
 #include "velkor/beastRecords.h"
-#include "velkor/runLog.h"
 #include "common/lbString.h"
 #include "velkor/velkorUI.h"
 
@@ -50,31 +49,21 @@ void VELKOR_UserInterface::getTypeStr(char* out, unsigned long deletedFlag, unsi
   strcpy(out, beastTypeText(deletedFlag != 0, static_cast<int>(typeCode), xmlForm != 0).c_str());
 }
 
-void VELKOR_UserInterface::logFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name, unsigned long problems,
-                                       unsigned long noHeader, unsigned long fixed, unsigned long deleted) {
-  LogFileEntry(*info, comp, name, problems, noHeader != 0, fixed != 0, deleted != 0, isVolumeOperation(operation),
-               stats->actionRefused);
-}
-
-void VELKOR_UserInterface::displayFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name,
-                                           unsigned long problems, unsigned long noHeader, unsigned long fixed,
-                                           unsigned long deleted) {
-  if (isVolumeOperation(operation)) {
-    // A scan logs only what has something to report and draws nothing.
-    if (problems != good) logFileInfo(info, comp, name, problems, noHeader, fixed, deleted);
-    return;
-  }
-  logFileInfo(info, comp, name, problems, noHeader, fixed, deleted);
-
+void VELKOR_UserInterface::displayFileInfo(const FileResult& result) {
+  // A scan draws nothing per file.
+  if (result.volumeLevel) return;
+  const UncompBeastInfo* info = result.file;
+  const CompBeastInfo* comp = result.compData;
+  const unsigned long problems = result.problems;
   char type[64];
   getTypeStr(type, info->allNamesDeleted, info->beastType, 0);
-  const char* action = fixed ? "fixed" : deleted ? "deleted" : "checked";
+  const char* action = result.fixed ? "fixed" : result.deleted ? "deleted" : "checked";
 
   drawAt(13, 2, kAttrHeading, "Last File Checked: (type: %s)", type);
   // Names and the times are the file system's texts: a name of 64 columns or
   // more is cut to 60 and "...".
   drawName(14, 4, kAttrText, "Volume Name:  ", info->name, kNameColumns);
-  drawName(15, 4, kAttrText, "File Name:    ", name, kNameColumns);
+  drawName(15, 4, kAttrText, "File Name:    ", result.name, kNameColumns);
   drawAt(16, 4, kAttrText, "File Status:  %-30s   Action Taken:  %s", statusText(problems).c_str(), action);
   if (problems & skippedChecking) return;
 
@@ -103,7 +92,7 @@ void VELKOR_UserInterface::displayFileInfo(UncompBeastInfo* info, CompBeastInfo*
       drawAt(17 + r, 4, kAttrText, "Mismatched Zid: %16Lx   Mismatched Delete Flag: %d", owner, static_cast<int>(owner));
       r += 1;
     }
-    if (!noHeader)
+    if (!result.noHeader)
       drawAt(17 + r, 4, kAttrText, "Compress Header: %d %d %d %Lu %Lu", comp->compressCode, comp->compressMajorVersion,
              comp->compressMinorVersion, static_cast<unsigned long long>(comp->originalFileLength),
              static_cast<unsigned long long>(comp->compressedFileLength));

@@ -32,4 +32,22 @@ inline constexpr std::string_view kSkippedElement = kProblemElements[1];
 // one to check again.
 inline constexpr std::string_view kOutcomeUnknown = "a change was sent and its outcome is unknown: ";
 
+// Calls `each` with the element of every set bit of `problems`, lowest first.
+template <typename Each>
+void forEachProblem(unsigned long problems, Each each) {
+  for (int bit = 0; bit < 32; ++bit)
+    if (problems >> bit & 1) each(problemElement(bit));
+}
+
+// The finish statuses (the finishStatus element): how velkor's and
+// velkor-batch's runs end. Every status of a run stopped before its end
+// begins with kStoppedPrefix, but velkor's operator abort.
+inline constexpr char kFinishedSuccessfully[] = "finished successfully";
+inline constexpr char kFinishedWithProblemFiles[] = "finished with problem files found";
+inline constexpr char kFinishedWithError[] = "finished with error";
+inline constexpr char kUserAborted[] = "user aborted";
+inline constexpr char kStoppedBySignal[] = "stopped by a signal";
+inline constexpr char kStoppedForQuestion[] = "stopped: a question needs --yes";
+inline constexpr std::string_view kStoppedPrefix = "stopped";
+
 }  // namespace velkor

@@ -20,9 +20,20 @@ namespace velkor {
 
 enum class LogTextKind { element, attribute };
 
+// Whether the byte `c` is written as a character reference.
+inline bool needsLogReference(char c, LogTextKind kind) {
+  const unsigned char byte = static_cast<unsigned char>(c);
+  return c == '<' || c == '>' || c == '&' || (c == '"' && kind == LogTextKind::attribute) || byte < 0x20 ||
+         byte == 0x7F;
+}
+
 // Appends `text` to `out` as the run log writes it.
 inline void appendLogText(std::string& out, std::string_view text, LogTextKind kind = LogTextKind::element) {
-  for (char c : text) {
+  // The plain leading run (all of a usual name) goes in one append.
+  size_t plain = 0;
+  while (plain < text.size() && !needsLogReference(text[plain], kind)) ++plain;
+  out.append(text.data(), plain);
+  for (char c : text.substr(plain)) {
     const unsigned char byte = static_cast<unsigned char>(c);
     switch (c) {
       case '<': out += "&lt;"; continue;

@@ -4,6 +4,7 @@
 #include "velkor/compCandidate.h"
 #include "velkor/compStats.h"
 #include "velkor/fileCheck.h"
+#include "velkor/logElements.h"
 #include "velkor/singleFile.h"
 #include "velkor/velkorTypes.h"
 #include "velkor/volumeScan.h"
@@ -36,11 +37,11 @@ Finished finishedAs(bool error, const CompStats& stats) {
 
 const char* finishedStatusText(Finished how) {
   switch (how) {
-    case Finished::kWithError: return "finished with error";
-    case Finished::kWithProblemFiles: return "finished with problem files found";
+    case Finished::kWithError: return kFinishedWithError;
+    case Finished::kWithProblemFiles: return kFinishedWithProblemFiles;
     case Finished::kSuccessfully: break;
   }
-  return "finished successfully";
+  return kFinishedSuccessfully;
 }
 
 }  // namespace velkor

@@ -42,7 +42,10 @@ class RunLog {
   // write), and so is a file another user owns (they could read the run's
   // findings or write a run of their own into it), a link to a link, a
   // directory, a FIFO, a socket or a device. A log another run holds is
-  // refused too. False after printing why.
+  // refused too. False after printing why. (This safe open replaced the
+  // older open of a log file by mode number and its mode table, which any
+  // user's link could have steered; the time shown on standard output went
+  // with it, unused.)
   bool open(const char* path);
   void close();
 
@@ -67,15 +70,9 @@ void LogRequireRoom(size_t nameLength);
 // Throws a KVFError when the log has failed: the run takes no further object.
 void LogRequireWritable();
 
-// Opens `stream` on `path` in one of the modes 1, 2, 4, 8, 16, 32 (8 appends);
-// returns 0 when open, -1 otherwise (after printing why).
-int doOpenLogFile(std::ofstream& stream, const char* path, int mode);
-
-
 // Writes the CurrentTime element to the log; optionally a newline, and
 // optionally the time on standard output too.
 void LogCurrentTime(bool alsoToScreen, bool newline);
-void DisplayTime();
 
 // The document's opening (description, command line, start time) and its end
 // (end time, closing element, three empty lines).
@@ -98,7 +95,8 @@ void WriteFileEntry(std::ostream& log, const velkor::UncompBeastInfo& info, cons
                     const char* name, unsigned long problems, bool noHeader, bool fixed, bool deleted,
                     bool volumeLevel, const std::string& refused = std::string());
 // One checked file: `volumeLevel` tells a volume scan's entry (a good file's
-// entry then stops after its attributes). `comp` may be null.
+// entry then stops after its attributes). `comp` may be null. Nothing is
+// written while no log is open. Which files get one: CompStats::logsEntry.
 void LogFileEntry(const velkor::UncompBeastInfo& info, const velkor::CompBeastInfo* comp, const char* name,
                   unsigned long problems, bool noHeader, bool fixed, bool deleted, bool volumeLevel,
                   const std::string& refused = std::string());

@@ -19,10 +19,10 @@ namespace velkor {
 bool lookUpFile(char* path, char (&volumeName)[64], char (&zid)[104], CompStats* stats) {
   getFileZidByPath(path, volumeName, zid, sizeof volumeName, sizeof zid);
   std::string refusal;
-  if (!lockVolume(volumeName, &refusal)) throw KVFError(refusal, KVF_HERE, EBUSY);
+  if (!lockVolume(volumeName, &refusal)) throw LockRefusal(refusal, KVF_HERE, EBUSY);
   getVolumeInfo(volumeName, &stats->volumeInfo);
   if (stats->volumeInfo.compressionEnabled == 0) {
-    stats->view->showCompressionOff();
+    stats->view->compressionOff();
     return false;
   }
   return true;
@@ -32,8 +32,7 @@ void checkOneFile(char* path, ObjectRoutine routine, OpArgs_s* args, CompStats* 
   char volumeName[64];
   char objectText[104];
   if (!lookUpFile(path, volumeName, objectText, stats)) return;
-  stats->view->drawAt(6, 2, kAttrText, "Summary:\n");
-  stats->view->showCounters(true);
+  stats->view->countersStarted();
   routine(volumeName, objectText, args, stats);
 }
 

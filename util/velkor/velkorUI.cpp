@@ -6,7 +6,9 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
@@ -17,9 +19,14 @@
 #include "common_cpp/kvfError.h"
 #include "screen/displayText.h"
 #include "screen/screenInterface.h"
+#include "velkor/beastQueries.h"
+#include "velkor/compCandidate.h"
+#include "velkor/logElements.h"
 #include "velkor/runLog.h"
-#include "velkor/velkor.h"
+#include "velkor/identity.h"
 #include "velkor/operations.h"
+#include "velkor/volumeLock.h"
+#include "velkor/volumeStats.h"
 
 namespace velkor {
 
@@ -28,6 +35,7 @@ namespace {
 const char kTitle[] = "KVF Compression Validate and Fix Screen\n";
 const char kAbortQuestion[] = "Do you want to abort velkor (y/n)?";
 const int kStatusRow = 23;
+const char kRecountQuestion[] = "maintenance state. Do you want to continue (y/n)?";
 
 // Holds the screen lock for a scope. The worker threads also keep themselves
 // from being cancelled while they hold it, so a cancel never leaves it held.
@@ -100,6 +108,10 @@ VELKOR_UserInterface::VELKOR_UserInterface(int argc, char** argv)
   KVF::LB_delay(100);
 
   stats = std::make_unique<CompStats>(this);
+  {
+    ScreenLock hold(lock);
+    screen->SetDeferredDrawing([this] { drawCountersOnCopy(); });
+  }
   stats->fixable = 0;
   stats->fixed = 0;
   stats->deleted = 0;
@@ -117,6 +129,10 @@ VELKOR_UserInterface::~VELKOR_UserInterface() {
     abortWatch = false;
   }
   finished();
+  {
+    ScreenLock hold(lock);
+    screen->SetDeferredDrawing(nullptr);
+  }
   stats.reset();
   pthread_cancel(timerThread);
   pthread_join(timerThread, nullptr);
@@ -150,6 +166,25 @@ int VELKOR_UserInterface::startWorkers() {
     pthread_join(timerThread, nullptr);
   }
   return result;
+}
+
+void VELKOR_UserInterface::drawAt(int row, int col, int attribute, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  char small[256];
+  int n = vsnprintf(small, sizeof small, format, args);
+  va_end(args);
+  if (n < 0) return;
+  if (static_cast<size_t>(n) < sizeof small) {
+    drawText(row, col, attribute, small);
+    return;
+  }
+  std::string text(static_cast<size_t>(n) + 1, '\0');
+  va_start(args, format);
+  vsnprintf(&text[0], text.size(), format, args);
+  va_end(args);
+  text.resize(static_cast<size_t>(n));
+  drawText(row, col, attribute, text.c_str());
 }
 
 void VELKOR_UserInterface::drawText(int row, int col, int attribute, const char* text) {
@@ -297,7 +332,7 @@ void VELKOR_UserInterface::setStatusLocked(Status status) {
                     : how == Finished::kWithProblemFiles ? kAttrAlert
                                                          : kAttrText;
     if (aborted) {
-      text = "user aborted";
+      text = kUserAborted;
       attribute = kAttrAlert;
     } else if (LogFailure()) {
       // Nothing more reaches the log: the screen says why.
@@ -324,12 +359,27 @@ void VELKOR_UserInterface::displayCompNotSupported() {
 }
 
 void VELKOR_UserInterface::displayStats(unsigned long withLabels) {
+  ScreenLock hold(lock);
+  stats->counters(counterSnapshot);
+  ScreenUpdate update(screen.get(), true);
+  drawCountersLocked(withLabels != 0);
+}
+
+void VELKOR_UserInterface::countersChanged() {
   // Taken for every object, so that an open abort question halts the scan here.
   ScreenLock hold(lock);
-  // The block goes into the pad for every object; the pad reaches the
-  // terminal at a human rate (a paced update), and at once at the next
-  // prompt, question, status, timer repaint or the end of the operation.
-  ScreenUpdate update(screen.get(), true);
+  stats->counters(counterSnapshot);
+  // The counters are drawn when the pad is next copied to the terminal: at a
+  // human rate from here (a paced copy), and at once at the next prompt,
+  // question, status, timer repaint or the end of the operation. Every copy
+  // shows what drawing them for every object would have shown.
+  screen->DeferDrawing();
+  if (screen->PaceElapsed()) screen->Flush();
+}
+
+void VELKOR_UserInterface::drawCountersOnCopy() { drawCountersLocked(false); }
+
+void VELKOR_UserInterface::drawCountersLocked(bool withLabels) {
   const int width = static_cast<int>(strlen(CompStats::statsMsgs[0]));
   for (int row = 0; withLabels && row < 4; ++row) {
     screen->PositionOutputCursor(8 + row, 4);
@@ -337,7 +387,7 @@ void VELKOR_UserInterface::displayStats(unsigned long withLabels) {
                                         CompStats::statsMsgs[2 * row + 1]);
   }
   for (int i = 0; i < 8; ++i) {
-    uint64_t value = stats->counter(i);
+    uint64_t value = counterSnapshot[i];
     // A counter that shows the same number already is not drawn again.
     if (!withLabels && countersDrawn && shownCounters[i] == value) continue;
     shownCounters[i] = value;
@@ -349,21 +399,62 @@ void VELKOR_UserInterface::displayStats(unsigned long withLabels) {
   screen->PositionOutputCursor(11, 2 * width + 24 + 15);
 }
 
+void VELKOR_UserInterface::countersStarted() {
+  drawAt(6, 2, kAttrText, "Summary:\n");
+  displayStats(1);
+}
+
+bool VELKOR_UserInterface::confirm(Question) {
+  // One question so far: the recount outside the maintenance state.
+  drawAt(10, 2, kAttrWarning, "Compression statistics won't be calculated correctly because volume is not in ");
+  drawAt(11, 2, kAttrWarning, "%s", kRecountQuestion);
+  int answer = readKey();
+  if (answer != EOF) drawAt(11, static_cast<int>(strlen(kRecountQuestion)) + 4, kAttrWarning, "%c", answer);
+  if (answer == EOF || tolower(answer) != 'y') return false;
+  clearRow(10);
+  clearRow(11);
+  return true;
+}
+
+void VELKOR_UserInterface::statistics(const VolumeStatistics& before, const VolumeStatistics* after) {
+  const int labelWidth = static_cast<int>(strlen(kStatisticLabels[0]));
+  if (after) {
+    for (int row = 0; row < 5; ++row)
+      drawAt(12 + row, labelWidth + 30, kAttrFigure, row == 4 ? "%20llu " : "%20llu",
+             static_cast<unsigned long long>(after->figure[row]));
+    return;
+  }
+  drawAt(8, 2, kAttrText, "Compression Statistics:");
+  drawAt(10, 2, kAttrText, "                                             Old                        New");
+  for (int row = 0; row < 5; ++row) {
+    drawAt(12 + row, 4, kAttrText, "%s", kStatisticLabels[row]);
+    drawAt(12 + row, labelWidth + 4, kAttrPlain, row == 4 ? "%20llu " : "%20llu",
+           static_cast<unsigned long long>(before.figure[row]));
+  }
+}
+
+void VELKOR_UserInterface::candidate(bool isCandidate) {
+  drawAt(12, 4, kAttrHeading, "File is %s%s", isCandidate ? "" : "not ", kCandidateWords);
+}
+
 // ---- The run's operation ----
 
-void VELKOR_UserInterface::opDispatcher(int op, char* path, unsigned long noHeader) {
+bool VELKOR_UserInterface::opDispatcher(int op, char* path, unsigned long noHeader) {
   operation = static_cast<unsigned int>(op);
   // The status line's Escape hint depends on the operation.
   setStatus(Status::kRunning);
+  bool lockRefused = false;
   try {
     runOperation(static_cast<unsigned int>(op), path, noHeader, stats.get());
   } catch (const KVFError& e) {
     LogError(e);
     error = true;
+    lockRefused = dynamic_cast<const LockRefusal*>(&e) != nullptr;
   }
   // The operation has ended: whatever it drew is shown now.
   ScreenLock hold(lock);
   screen->Flush();
+  return lockRefused;
 }
 
 }  // namespace velkor

@@ -21,11 +21,12 @@
 // `abortWatch`, `total` and `processed` are written by the operation and read
 // by the worker threads; `error` and `done` are written by the main thread.
 //
-// Output: the counter block (displayStats, every object) is a paced update,
-// sent to the terminal at most every 50 ms; any other drawing sends at once
-// and takes it along (the timer's repaint within a second), and readKey, the
-// final status and prompt, the abort question and the end of opDispatcher
-// send what is pending before anything waits.
+// Output: the counters change for every object but are drawn only when the
+// screen is copied to the terminal (ScreenInterface::DeferDrawing): at most
+// every 50 ms from countersChanged, and at any other drawing, which sends at
+// once and takes them along (the timer's repaint within a second); readKey,
+// the final status and prompt, the abort question and the end of
+// opDispatcher send what is pending before anything waits.
 #pragma once
 
 #include <pthread.h>
@@ -36,6 +37,7 @@
 #include <ostream>
 
 #include "common/threadSafety.h"
+#include "screen/screenAttributes.h"
 
 #include "velkor/compStats.h"
 #include "velkor/velkorTypes.h"
@@ -58,7 +60,8 @@ class VELKOR_UserInterface : public OperationView {
   VELKOR_UserInterface& operator=(const VELKOR_UserInterface&) = delete;
 
   // Runs the operation; a KVFError becomes an error element in the run log.
-  void opDispatcher(int operation, char* path, unsigned long noHeader) EXCLUDES(lock);
+  // True when the error that ended it was the refusal of its volume's lock.
+  bool opDispatcher(int operation, char* path, unsigned long noHeader) EXCLUDES(lock);
 
   // What the status line says: the operation is under way, or how it ended.
   enum class Status { kRunning, kFinished };
@@ -70,29 +73,19 @@ class VELKOR_UserInterface : public OperationView {
   int letUserView() EXCLUDES(lock);
   void displayCompNotSupported() EXCLUDES(lock);
   void displayStats(unsigned long withLabels) EXCLUDES(lock);
-  // The per-file report (fileReport.cpp): the run log's entry and, for the
-  // single-file operations, the details on the screen.
-  void displayFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name, unsigned long problems,
-                       unsigned long noHeader, unsigned long fixed, unsigned long deleted) EXCLUDES(lock);
-  void logFileInfo(UncompBeastInfo* info, CompBeastInfo* comp, char* name, unsigned long problems,
-                   unsigned long noHeader, unsigned long fixed, unsigned long deleted);
+  // The details of a single file checked (fileReport.cpp).
+  void displayFileInfo(const FileResult& result) EXCLUDES(lock);
   static void getTypeStr(char* out, unsigned long deletedFlag, unsigned long typeCode, unsigned long xmlForm);
 
-  // OperationView, each holding the screen lock while it draws.
-  void showCounters(bool withLabels) override { displayStats(withLabels ? 1 : 0); }
-  void showFile(UncompBeastInfo* file, CompBeastInfo* compData, char* name, unsigned long problems,
-                unsigned long noHeader, unsigned long fixed, unsigned long deleted) override {
-    displayFileInfo(file, compData, name, problems, noHeader, fixed, deleted);
-  }
-  void showCompressionOff() override { displayCompNotSupported(); }
-  void drawText(int row, int col, int attribute, const char* text) override EXCLUDES(lock);
-  // Text this program does not choose (a name, the command line, a text of a
-  // reply) at a screen position after `label`: drawn as DisplayText shows it
-  // (screen/displayText.h), in at most `columns` columns (FitToColumns).
-  // Returns the column after it.
-  int drawName(int row, int col, int attribute, const char* label, const char* text, int columns) EXCLUDES(lock);
-  void clearRow(int row) override EXCLUDES(lock);
-  int readKey() override EXCLUDES(lock);
+  // OperationView: the results laid out on the screen, each holding the
+  // screen lock while it draws.
+  void countersStarted() override EXCLUDES(lock);
+  void countersChanged() override EXCLUDES(lock);
+  void fileChecked(const FileResult& result) override { displayFileInfo(result); }
+  void compressionOff() override { displayCompNotSupported(); }
+  void statistics(const VolumeStatistics& before, const VolumeStatistics* after) override EXCLUDES(lock);
+  void candidate(bool isCandidate) override EXCLUDES(lock);
+  bool confirm(Question question) override EXCLUDES(lock);
   void watchForAbort(bool on) override { abortWatch = on; }
   bool abortRequested() const override { return aborted; }
   void setTotal(uint64_t objects) override { total = objects; }
@@ -114,8 +107,23 @@ class VELKOR_UserInterface : public OperationView {
   // not changed is not drawn again.
   uint64_t shownCounters[8] GUARDED_BY(lock) = {};
   bool countersDrawn GUARDED_BY(lock) = false;
+  // The counters as the operation's thread last reported them: a copy made
+  // on another thread (the timer's) draws these, never the live ones.
+  uint64_t counterSnapshot[8] GUARDED_BY(lock) = {};
 
  private:
+  // printf-style text at a screen position with a display attribute.
+  void drawAt(int row, int col, int attribute, const char* format, ...) EXCLUDES(lock)
+      __attribute__((format(printf, 5, 6)));
+  void drawText(int row, int col, int attribute, const char* text) EXCLUDES(lock);
+  // Text this program does not choose (a name, the command line, a text of a
+  // reply) at a screen position after `label`: drawn as DisplayText shows it
+  // (screen/displayText.h), in at most `columns` columns (FitToColumns).
+  // Returns the column after it.
+  int drawName(int row, int col, int attribute, const char* label, const char* text, int columns) EXCLUDES(lock);
+  void clearRow(int row) EXCLUDES(lock);
+  // One key from the operator, after what is drawn is shown; EOF when there is none.
+  int readKey() EXCLUDES(lock);
   static void* runTimerThread(void* self);
   static void* runCheckAbortThread(void* self);
   int startThread();
@@ -128,6 +136,12 @@ class VELKOR_UserInterface : public OperationView {
   int drawNameLocked(int row, int col, int attribute, const char* label, const char* text, int columns)
       REQUIRES(lock);
   void clearRowLocked(int row) REQUIRES(lock);
+  // The counter block from counterSnapshot (only the counters that changed,
+  // unless withLabels).
+  void drawCountersLocked(bool withLabels) REQUIRES(lock);
+  // The screen's deferred drawing: called at a copy, which is only ever made
+  // with the lock held.
+  void drawCountersOnCopy() NO_THREAD_SAFETY_ANALYSIS;
   void setStatusLocked(Status status) REQUIRES(lock);
 };
 

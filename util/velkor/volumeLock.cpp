@@ -17,7 +17,6 @@ namespace {
 
 int heldFd = -1;            // the lock file of the volume the run holds
 std::string heldVolume;
-bool refused = false;
 
 std::string systemReason(const std::string& what) { return what + ": " + strerror(errno); }
 
@@ -140,15 +139,10 @@ std::string logLockName(const struct stat& log) {
 bool lockVolume(const char* volume, std::string* why) {
   if (heldFd >= 0 && heldVolume == volume) return true;
   int fd = takeRunLock(volumeLockName(volume), std::string("volume ") + volume, why);
-  if (fd < 0) {
-    refused = true;
-    return false;
-  }
+  if (fd < 0) return false;
   heldFd = fd;  // kept open: closing it would let the lock go
   heldVolume = volume;
   return true;
 }
-
-bool volumeLockRefused() { return refused; }
 
 }  // namespace velkor

@@ -11,6 +11,8 @@
 
 #include <string>
 
+#include "common_cpp/kvfError.h"
+
 namespace velkor {
 
 // The directory of the lock files (/run/lock/velkor); a plain global so that
@@ -32,8 +34,12 @@ void releaseRunLock(int fd);
 // succeeds.
 bool lockVolume(const char* volume, std::string* why);
 
-// Whether the run was refused a volume's lock (it then ends with exit status 1).
-bool volumeLockRefused();
+// The error of a file operation refused its volume's lock (another run
+// holds it): the run ends with it, and velkor with exit status 1.
+class LockRefusal : public KVFError {
+ public:
+  using KVFError::KVFError;
+};
 
 // The lock file's name for a volume: letters, digits, '-', '_' and '.' as
 // they are (not a leading '.'), every other byte as %XX, so that no volume

@@ -68,13 +68,12 @@ void scanVolume(char* volumeName, ObjectRoutine routine, OpArgs_s* args, CompSta
 
   getVolumeInfo(volumeName, &stats->volumeInfo);
   if (stats->volumeInfo.compressionEnabled == 0) {
-    view->showCompressionOff();
+    view->compressionOff();
     return;
   }
   stats->scanning = true;
   view->watchForAbort(true);
-  view->drawAt(6, 2, kAttrText, "Summary:\n");
-  view->showCounters(true);
+  view->countersStarted();
 
   // The position sent is the last zid of the batch, narrowed to 32 bits. A
   // file system that reads it as 32 bits, or a reply that repeats a batch,

@@ -6,8 +6,11 @@ namespace velkor {
 
 class CompStats;
 
-// Shows the statistics, asks before going on unless the volume is in
-// maintenance, has the file system recount them and shows the new figures.
+// The statistics' labels (VolumeStatistics::figure order), each 26 columns wide.
+extern const char* const kStatisticLabels[5];
+
+// Asks before going on unless the volume is in maintenance, shows the
+// statistics, has the file system recount them and shows the new figures.
 // Throws KVFError.
 void fixVolumeStatistics(char* volumeName, CompStats* stats);
 
