@@ -18,6 +18,7 @@
 
 #include "logReader.h"
 #include "output.h"
+#include "velkor/duration.h"
 #include "velkor/logElements.h"
 
 namespace velkorreport {
@@ -396,17 +397,7 @@ bool parseOptions(int argc, char** argv, Options* options, std::ostream& out, st
   return true;
 }
 
-bool parseDuration(const std::string& text, int64_t* seconds) {
-  static const std::map<char, int64_t> kUnits = {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86400}};
-  if (text.size() < 2 || text.size() > 10 || !kUnits.count(text.back())) return false;
-  int64_t n = 0;
-  for (size_t i = 0; i + 1 < text.size(); ++i) {
-    if (text[i] < '0' || text[i] > '9') return false;
-    n = n * 10 + (text[i] - '0');
-  }
-  *seconds = n * kUnits.at(text.back());
-  return n > 0;
-}
+bool parseDuration(const std::string& text, int64_t* seconds) { return velkor::parseDuration(text, seconds); }
 
 int report(const Options& options, std::ostream& out, std::ostream& err, bool* logsRead) {
   if (logsRead) *logsRead = false;

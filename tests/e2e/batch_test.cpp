@@ -3,13 +3,17 @@
 // stop by signal in the middle of a fix, and the errors it names.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <csignal>
+#include <map>
 #include <regex>
 #include <string>
 #include <vector>
 
 #include "e2e.h"
 #include "fixtures.h"
+#include "velkor/checkpoint.h"
 
 using namespace e2efixtures;
 using testsupport::Simulator;
@@ -22,6 +26,7 @@ VelkorTerminal::Options batch(const std::string& cwd = "") {
   VelkorTerminal::Options options;
   options.binary = testsupport::binaryPath("util/velkor/velkor-batch");
   options.cwd = cwd;
+  options.cols = 300;  // a message on one line
   return options;
 }
 
@@ -35,13 +40,16 @@ int runBatch(const Simulator& sim, const std::vector<std::string>& args, const s
 }
 
 // A run log's documents, each without what differs from run to run and
-// program to program: times, the build and the program's path.
+// program to program: times, the build, the program's path and
+// velkor-batch's pass.
 std::vector<std::string> comparableRuns(const std::string& log) {
   static const std::regex varying(
       "<CurrentTime [^>]*/>|  Build: [^\n]*|argv=\"[^\"]*velkor(-batch)?\"|  velkor(-batch)? - ");
+  static const std::regex pass("\n  Pass [^\n]*");
   std::vector<std::string> runs;
   for (size_t at = 0; (at = log.find("<velkor>\n", at)) != std::string::npos; ++at)
-    runs.push_back(std::regex_replace(log.substr(at, log.find("</velkor>", at) - at), varying, "#"));
+    runs.push_back(std::regex_replace(
+        std::regex_replace(log.substr(at, log.find("</velkor>", at) - at), varying, "#"), pass, ""));
   return runs;
 }
 
@@ -259,4 +267,151 @@ TEST(Batch, NeverOnAVolumeAVelkorRunHolds) {
   EXPECT_EQ(1, velkorRun.exitStatus()) << velkorRun.screenText();
   batchRun.finish();
   EXPECT_EQ(0, batchRun.exitStatus()) << batchRun.screenText();
+}
+
+namespace {
+
+// The zids each getBeastInfo request named, counted: an object visited once
+// is asked for as often as a run that nothing stopped asks for it.
+std::map<std::string, int> visits(const Simulator& sim, const std::string& kind = "getBeastInfo") {
+  std::map<std::string, int> counted;
+  for (const std::string& zid : requestIds(sim.requestsOf(kind))) ++counted[zid];
+  return counted;
+}
+
+// The scan positions the browse requests carried, in order.
+std::vector<std::string> positions(const std::vector<nlohmann::json>& browses) {
+  std::vector<std::string> sent;
+  static const std::regex sequence("<scanSequence>(\\d+)</scanSequence>");
+  for (const auto& request : browses) {
+    std::smatch m;
+    const std::string text = request["request"];
+    if (std::regex_search(text, m, sequence)) sent.push_back(m[1]);
+  }
+  return sent;
+}
+
+std::string savedPosition(const std::string& checkpoint) {
+  std::smatch m;
+  const std::string text = testsupport::readFile(checkpoint);
+  return std::regex_search(text, m, std::regex("\nposition (\\d+)\n")) ? std::string(m[1]) : "none";
+}
+
+// A generated volume, its pass run in several runs, and a copy of it that
+// one run nothing stopped went over (`operation`).
+struct Pass {
+  explicit Pass(const std::string& operation = "-L") : sim(options()), reference(options()) {
+    TempDir referenceDir;
+    EXPECT_EQ(4, runBatch(reference, {"--no-checkpoint", operation, "VOL1"}, referenceDir.path()));
+    sim.setFaults(R"({"request":"browseBeasts","count":0,"action":"delay","ms":25})");
+  }
+  static Simulator::Options options() {
+    Simulator::Options o;
+    o.generate = 2000;
+    o.seed = 29;
+    return o;
+  }
+  // A run of the pass that is stopped once `browses` browse requests were made.
+  int stoppedRun(int sig, size_t browses, std::vector<std::string> args = {"-L", "VOL1"}) {
+    args.insert(args.begin(), {"--state-dir=state"});
+    VelkorTerminal run(sim, args, batch(dir.path()));
+    // The delay rule's count of the browse requests it has seen: cheap to read while the run goes on.
+    EXPECT_TRUE(run.waitUntil([&] {
+      return nlohmann::json::parse(testsupport::readFile(sim.mount() + "/control/faults"))[0]["seen"] >= browses;
+    }));
+    EXPECT_TRUE(run.signalProgram(sig));
+    run.finish();
+    return run.exitStatus();
+  }
+  // Runs `--resume` runs of at most `window` until the pass has ended.
+  void resumeToTheEnd(const std::string& window, std::vector<std::string> args = {"-L", "VOL1"}) {
+    args.insert(args.begin(), {"--state-dir=state", "--resume", "--max-duration=" + window});
+    for (int run = 0; run < 100 && exists(checkpoint()); ++run) {
+      const size_t before = sim.requestsOf("browseBeasts").size();
+      const std::string saved = savedPosition(checkpoint());
+      std::string out;
+      const int status = runBatch(sim, args, dir.path(), &out);
+      EXPECT_TRUE(status == 0 || status == 1 || status == 4) << status << out;
+      const std::vector<std::string> sent = positions(sim.requestsOf("browseBeasts"));
+      ASSERT_LT(before, sent.size());
+      EXPECT_EQ(saved, sent[before]) << "the resumed run began elsewhere";
+      EXPECT_NE(std::string::npos, out.find("velkor-batch: resuming pass ")) << out;
+    }
+    EXPECT_FALSE(exists(checkpoint())) << "the pass never ended";
+  }
+  std::string checkpoint() const { return dir.file("state/VOL1.checkpoint"); }
+  static bool exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
+
+  Simulator sim, reference;
+  TempDir dir;
+};
+
+}  // namespace
+
+// A pass stopped by SIGTERM and then run in windows that --max-duration ends
+// visits every object of the volume exactly once; each resumed run's first
+// browse request carries the position the checkpoint saved, and the log
+// says which runs resume which pass.
+TEST(Resume, PassStoppedAndRunInWindowsVisitsEveryObjectOnce) {
+  Pass pass;
+  EXPECT_EQ(32 | 4, pass.stoppedRun(SIGTERM, 10));
+  ASSERT_TRUE(Pass::exists(pass.checkpoint()));
+  pass.resumeToTheEnd("1s");
+  EXPECT_EQ(visits(pass.reference), visits(pass.sim));
+  const std::string log = testsupport::readFile(pass.dir.file("velkor.log"));
+  EXPECT_NE(std::string::npos, log.find("<finishStatus>stopped by a signal</finishStatus>"));
+  EXPECT_TRUE(std::regex_search(log, std::regex("\n  Pass \\d+-\\d+, run 1: from the first object\n")));
+  EXPECT_TRUE(std::regex_search(log, std::regex("\n  Pass \\d+-\\d+, run 2: resumes the pass at scan position \\d+\n")));
+}
+
+// After SIGKILL the pass goes on from its last save: no object is missed,
+// and only the objects of one save interval are visited twice.
+TEST(Resume, KilledPassMissesNothingAndRepeatsOneSaveInterval) {
+  Pass pass;
+  pass.stoppedRun(SIGKILL, 25);
+  ASSERT_TRUE(Pass::exists(pass.checkpoint()));
+  pass.resumeToTheEnd("600s");
+  const std::map<std::string, int> once = visits(pass.reference), resumed = visits(pass.sim);
+  ASSERT_EQ(once.size(), resumed.size());
+  size_t twice = 0;
+  for (const auto& [zid, count] : once) {
+    EXPECT_LE(count, resumed.at(zid)) << zid;
+    if (resumed.at(zid) > count) ++twice;
+  }
+  EXPECT_LE(twice, velkor::PassKeeper::kBatchesBetweenSaves * 20u);
+}
+
+// A fix pass stopped and resumed repairs each fixable file once; a
+// checkpoint of another operation or log begins a new pass, saying why; one
+// another user owns is refused and left in place.
+TEST(Resume, FixPassRepairsOnceAndForeignCheckpointsAreNotFollowed) {
+  Pass pass("-F");
+  EXPECT_EQ(32 | 4, pass.stoppedRun(SIGTERM, 10, {"-F", "VOL1"}));
+  pass.resumeToTheEnd("600s", {"-F", "VOL1"});
+  EXPECT_EQ(visits(pass.reference, "setBeastInfo"), visits(pass.sim, "setBeastInfo"));
+  EXPECT_FALSE(visits(pass.sim, "setBeastInfo").empty());
+
+  EXPECT_EQ(32 | 4, pass.stoppedRun(SIGTERM, pass.sim.requestsOf("browseBeasts").size() + 5));
+  std::string out;
+  const std::string path = "state/VOL1.checkpoint";
+  runBatch(pass.sim, {"--state-dir=state", "--resume", "--max-duration=1s", "-C", "VOL1"}, pass.dir.path(), &out);
+  EXPECT_NE(std::string::npos, out.find("velkor-batch: the checkpoint " + path +
+                                        " is of a --list-all pass, not of --clear-all: a new pass begins and "
+                                        "replaces it")) << out;
+  EXPECT_EQ(32 | 4, pass.stoppedRun(SIGTERM, pass.sim.requestsOf("browseBeasts").size() + 5));
+  runBatch(pass.sim, {"--state-dir=state", "--resume", "--max-duration=1s", "-p", "other.log", "-L", "VOL1"},
+           pass.dir.path(), &out);
+  EXPECT_NE(std::string::npos, out.find(" is of a pass logged in " + pass.dir.file("velkor.log") + ", not in " +
+                                        pass.dir.file("other.log") + ": a new pass begins")) << out;
+
+  testsupport::writeFile(pass.checkpoint(), "theirs\n");
+  ASSERT_EQ(0, chown(pass.checkpoint().c_str(), 4242, 4242));
+  const std::string before = testsupport::readFile(pass.checkpoint());
+  const size_t browses = pass.sim.requestsOf("browseBeasts").size();
+  EXPECT_EQ(8, runBatch(pass.sim, {"--state-dir=state", "-L", "VOL1"}, pass.dir.path(), &out));
+  EXPECT_NE(std::string::npos, out.find("velkor-batch: " + path + " is owned by uid 4242, not by root (uid 0) who "
+                                        "runs this: another user could steer the pass with it; it is left in "
+                                        "place (rm " + path + " begins a new pass).")) << out;
+  EXPECT_EQ(before, testsupport::readFile(pass.checkpoint()));
+  EXPECT_EQ(browses, pass.sim.requestsOf("browseBeasts").size());
 }

@@ -189,15 +189,16 @@ promtool check metrics < "$stage/var/lib/prometheus/node-exporter/velkor-VOL1.pr
 # the unit names are the simulator's and the staging root's.
 declare -A place=(
   [/_admin/Manage_KVF]="$work/mnt/Manage_KVF" [/media/kvf/VOL1]="$work/mnt/volumes/VOL1"
-  [/run/lock]="$work/unit-lock" [/var/log/velkor]="$stage/var/log/velkor"
+  [/run/lock]="$work/unit-lock" [/var/log/velkor]="$stage/var/log/velkor" [/var/lib/velkor]="$work/unit-state"
 )
 mkdir -m 1777 "$work/unit-lock"
+mkdir -m 0700 "$work/unit-state"
 # unit_runs FILE... : runs the ExecStart lines of the unit files given (the
 # unit, then its drop-ins), printing each one's exit status; their output
 # goes to unit.out.
 unit_runs() {
   local writable=() caps=() lines=() line path args
-  writable+=("/var/log/$(sed -n 's/^LogsDirectory=//p' "$@")")
+  writable+=("/var/log/$(sed -n 's/^LogsDirectory=//p' "$@")" "/var/lib/$(sed -n 's/^StateDirectory=//p' "$@")")
   for path in $(sed -n 's/^ReadWritePaths=//p' "$@"); do writable+=("${path#-}"); done
   for cap in $(sed -n 's/^CapabilityBoundingSet=//p' "$@"); do caps+=(--cap-add "$cap"); done
   while IFS= read -r line; do
@@ -207,7 +208,7 @@ unit_runs() {
   args=(--unshare-pid --die-with-parent --cap-drop ALL "${caps[@]}")
   for path in /usr /etc /var /opt /srv; do [ -d "$path" ] && args+=(--ro-bind "$path" "$path"); done
   args+=(--symlink usr/bin /bin --symlink usr/lib /lib --symlink usr/lib64 /lib64 --symlink usr/sbin /sbin)
-  args+=(--dev /dev --proc /proc --tmpfs /tmp --tmpfs /run --tmpfs /media --tmpfs /var/log)
+  args+=(--dev /dev --proc /proc --tmpfs /tmp --tmpfs /run --tmpfs /media --tmpfs /var/log --tmpfs /var/lib)
   args+=(--ro-bind "$stage/usr" "$stage/usr")
   for path in "${!place[@]}"; do
     local bind=--ro-bind

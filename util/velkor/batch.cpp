@@ -18,8 +18,10 @@
 #include "common_cpp/kvfError.h"
 #include "velkor/beastRecords.h"
 #include "velkor/channel.h"
+#include "velkor/checkpoint.h"
 #include "velkor/commandLine.h"
 #include "velkor/compCandidate.h"
+#include "velkor/duration.h"
 #include "velkor/errorWords.h"
 #include "velkor/logElements.h"
 #include "velkor/operations.h"
@@ -112,6 +114,21 @@ bool parseSeconds(const char* text, unsigned* seconds) {
   return true;
 }
 
+// The run log's path as a checkpoint records it: the same log by any path.
+std::string absoluteLogPath(const char* path) {
+  std::unique_ptr<char, decltype(&free)> real(realpath(path, nullptr), free);
+  return real ? real.get() : path;
+}
+
+bool parseRate(const char* text, double* rate) {
+  char* end = nullptr;
+  errno = 0;
+  const unsigned long value = strtoul(text, &end, 10);
+  if (errno || *end || !isdigit(static_cast<unsigned char>(text[0])) || value == 0 || value > 10000000) return false;
+  *rate = static_cast<double>(value);
+  return true;
+}
+
 void batchUsage() {
   VELKOR_Usage(logPath);
   std::cout << "velkor-batch runs the operations above without a screen, for cron, systemd and ssh:\n"
@@ -120,6 +137,13 @@ void batchUsage() {
             << "      --progress[=SECONDS]     A progress line on standard error every SECONDS\n"
             << "                               (default 10; on when standard error is a terminal)\n"
             << "      --quiet                  Errors only\n"
+            << "      --resume                 Go on with the volume's stopped pass (-L, -F, -D, -C)\n"
+            << "                               from its checkpoint, else begin a new one\n"
+            << "      --state-dir DIR          Keep the checkpoints in DIR (default /var/lib/velkor)\n"
+            << "      --no-checkpoint          Keep no checkpoint of the pass\n"
+            << "      --max-duration DURATION  End the run after DURATION (30s, 90m, 4h); with a\n"
+            << "                               checkpoint, --resume goes on with the pass next time\n"
+            << "      --max-rate N             At most N objects a second, paced smoothly\n"
             << "Exit status (bits combined): 0 nothing found, 1 problems found and all repaired or\n"
             << "deleted, 4 problems left, 8 operational error, 16 usage error, 32 stopped before the end.\n";
   std::cout.flush();
@@ -130,7 +154,7 @@ int usageError(const std::string& message) { return failWithTry(message, kBatchU
 }  // namespace
 
 BatchView::BatchView(const BatchSettings& settings, unsigned int operation, const char* target)
-    : settings_(settings), operation_(operation), target_(printable(target)) {
+    : settings_(settings), operation_(operation), target_(printable(target)), pacer_(settings.maxRate) {
   start_ = lastLine_ = monotonicNow();
 }
 
@@ -181,7 +205,21 @@ int BatchView::readKey() {
   return 'n';
 }
 
-bool BatchView::abortRequested() const { return stopSignal != 0; }
+bool BatchView::abortRequested() const {
+  if (stopSignal != 0) return true;
+  if (settings_.maxDuration > 0 && !windowEnded_ && secondsSince(start_, monotonicNow()) >= settings_.maxDuration)
+    windowEnded_ = true;
+  return windowEnded_;
+}
+
+void BatchView::scanStart(ScanPosition* at) {
+  if (pass_) pass_->start(at);
+}
+
+void BatchView::scanPosition(const ScanPosition& next, bool stopping) {
+  if (pass_) pass_->position(next, stopping, done_, found_, fixed_, deleted_);
+  if (!stopping) pacer_.done(kZidSlots);
+}
 
 void BatchView::objectDone() {
   ++done_;
@@ -198,9 +236,11 @@ void BatchView::progressLine(const struct timespec& now) {
   lastLine_ = now;
   const double seconds = secondsSince(start_, now), rate = seconds > 0 ? done_ / seconds : 0;
   const uint64_t total = total_ > done_ ? total_ : done_;
-  fprintf(stderr, "%s: %s: %llu of %llu objects (%llu%%), %.0f/s, %llu problems, %llu fixed, %llu deleted, %s left\n",
+  char limit[48] = "";
+  if (settings_.maxRate > 0) snprintf(limit, sizeof limit, " (at most %.0f/s)", settings_.maxRate);
+  fprintf(stderr, "%s: %s: %llu of %llu objects (%llu%%), %.0f/s%s, %llu problems, %llu fixed, %llu deleted, %s left\n",
           appName, target_.c_str(), static_cast<unsigned long long>(done_), static_cast<unsigned long long>(total),
-          static_cast<unsigned long long>(total ? done_ * 100 / total : 100), rate,
+          static_cast<unsigned long long>(total ? done_ * 100 / total : 100), rate, limit,
           static_cast<unsigned long long>(found_), static_cast<unsigned long long>(fixed_),
           static_cast<unsigned long long>(deleted_),
           rate > 0 ? hoursMinutesSeconds((total - done_) / rate).c_str() : "?");
@@ -259,6 +299,20 @@ int readCommandLine(int argc, char** argv, CommandLine* line, BatchSettings* set
     if (option == kBatchProgress && argument && !parseSeconds(argument, &settings->progress))
       return usageError("--progress takes a number of seconds from 1 to 86400, not '" + printable(argument) + "'.");
   }
+  for (const auto& [option, argument] : line->extras) {
+    int64_t seconds = 0;
+    if (option == kBatchResume) settings->resume = true;
+    if (option == kBatchNoCheckpoint) settings->checkpoint = false;
+    if (option == kBatchStateDir) stateDir = argument;
+    if (option == kBatchMaxDuration && !parseDuration(argument, &seconds))
+      return usageError("--max-duration takes a duration such as 30s, 90m or 4h, not '" + printable(argument) + "'.");
+    if (option == kBatchMaxDuration) settings->maxDuration = seconds;
+    if (option == kBatchMaxRate && !parseRate(argument, &settings->maxRate))
+      return usageError("--max-rate takes a number of objects a second from 1 to 10000000, not '" +
+                        printable(argument) + "'.");
+  }
+  if (settings->resume && !settings->checkpoint)
+    return usageError("--resume needs the checkpoint that --no-checkpoint leaves out.");
   if (settings->quiet) settings->progress = 0;
   return -1;
 }
@@ -292,10 +346,15 @@ int batchMain(int argc, char** argv) {
     fprintf(stderr, "%s: %s.\n", appName, lockRefusal.c_str());
     return kBatchError;
   }
+  PassKeeper pass;
+  const bool keepsPass = settings.checkpoint && (operation & (opListAll | opFixAll | opDeleteAll | opClearAll));
+  if (keepsPass && !pass.begin(path.get(), operationName(operation), absoluteLogPath(logPath), settings.resume))
+    return kBatchError;
   catchStopSignals();
-  LogDocumentStart(argc, argv);
+  LogDocumentStart(argc, argv, keepsPass ? pass.descriptionLine() : std::string());
 
   BatchView view(settings, operation, path.get());
+  if (keepsPass) view.keepPass(&pass);
   CompStats stats(&view);
   stats.fixable = stats.fixed = stats.deleted = 0;
   view.attach(&stats);
@@ -318,7 +377,13 @@ int batchMain(int argc, char** argv) {
   } else if (view.declined()) {
     text = kStoppedForQuestion;
     status |= kBatchStopped;
+  } else if (view.windowEnded() && !error) {
+    text = kWindowEnded;
   }
+  // A pass that ran to its end (or found no compression) leaves no checkpoint;
+  // one stopped or failed keeps its last for --resume.
+  if (keepsPass && !error && stopSignal == 0 && !view.windowEnded() && !view.declined()) pass.end();
+  if (keepsPass && !pass.failure().empty()) status |= kBatchError;
   if (error || volumeLockRefused()) status |= kBatchError;
   if (!LogFailure()) {
     LogFinishStatus(text);

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "velkor/compStats.h"
+#include "velkor/pacer.h"
 
 namespace velkor {
 
@@ -24,11 +25,17 @@ enum BatchExit : int {
 // The finish statuses velkor-batch writes besides the ones velkor writes.
 inline constexpr char kStoppedBySignal[] = "stopped by a signal";
 inline constexpr char kStoppedForQuestion[] = "stopped: a question needs --yes";
+// A run ended by --max-duration: planned, not stopped; the next run resumes the pass.
+inline constexpr char kWindowEnded[] = "the window ended; the pass goes on";
 
 struct BatchSettings {
   bool yes = false;         // --yes: answer yes to the operation's question
   unsigned progress = 0;    // seconds between progress lines; 0: none
   bool quiet = false;       // --quiet: errors only
+  bool resume = false;      // --resume: go on with the volume's saved pass
+  bool checkpoint = true;   // --no-checkpoint: keep none
+  int64_t maxDuration = 0;  // --max-duration in seconds; 0: none
+  double maxRate = 0;       // --max-rate: objects a second; 0: no limit
 };
 
 // The view of a run without a screen: log entries as velkor writes them,
@@ -52,6 +59,13 @@ class BatchView : public OperationView {
   void setTotal(uint64_t objects) override { total_ = objects; }
   void objectDone() override;
   bool needsName(unsigned long problems) const override;
+  void scanStart(ScanPosition* at) override;
+  void scanPosition(const ScanPosition& next, bool stopping) override;
+
+  // The pass whose checkpoint this run keeps (volume operations).
+  void keepPass(class PassKeeper* pass) { pass_ = pass; }
+  // The run was ended by --max-duration.
+  bool windowEnded() const { return windowEnded_; }
 
   // The text lines the operation drew (statistics, candidate), in row order.
   std::string drawnLines() const;
@@ -73,6 +87,9 @@ class BatchView : public OperationView {
   uint64_t found_ = 0, resolved_ = 0, fixed_ = 0, deleted_ = 0;
   bool declined_ = false;
   struct timespec start_ = {}, lastLine_ = {};
+  class PassKeeper* pass_ = nullptr;
+  Pacer pacer_;
+  mutable bool windowEnded_ = false;
 };
 
 // The program: parses the command line, opens the log, takes the lock, runs

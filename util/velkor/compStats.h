@@ -14,6 +14,7 @@ namespace velkor {
 
 class UncompBeastInfo;
 class CompBeastInfo;
+struct ScanPosition;
 
 // What a running operation shows and asks. Called on the operation's thread
 // (the main thread); an implementation serialises its drawing with anything
@@ -45,6 +46,12 @@ class OperationView {
   virtual bool abortRequested() const { return false; }
   virtual void setTotal(uint64_t objects) {}
   virtual void objectDone() {}
+  // Where a volume scan begins (left as it is: at the first object; a
+  // resumed pass sets its saved position), and where it goes on: after each
+  // batch whose objects are all done, and when it stops before its end
+  // (`stopping`).
+  virtual void scanStart(ScanPosition* at) {}
+  virtual void scanPosition(const ScanPosition& next, bool stopping) {}
 
   // Whether the file just checked, found with the problem word `problems`,
   // needs its full name looked up. A screen shows every file's name; a view
