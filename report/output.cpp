@@ -109,6 +109,21 @@ Verdict judge(const Run& r, const Options& options) {
                       " problem files remain"};
 }
 
+// What a run of a pass adds to its status: the pass, the run's number in it
+// and the pass's coverage; on the run that ended it, the runs it took.
+std::string passNote(const Run& r) {
+  if (r.pass.run == 0) return "";
+  std::string note = " (pass " + r.pass.pass + (r.passRuns ? ", " + std::to_string(r.passRuns) + " runs" : ", run " + std::to_string(r.pass.run));
+  if (r.passTotal) note += ", " + std::to_string(r.passObjects) + " of " + std::to_string(r.passTotal) + " objects";
+  return note + ")";
+}
+
+// The pass's share of its volume's objects done; 1 when it is unknown.
+double passProgress(const Run& r) {
+  if (r.passRuns) return 1;
+  return r.passTotal ? static_cast<double>(std::min(r.passObjects, r.passTotal)) / r.passTotal : 0;
+}
+
 // ---- Table of runs ----
 
 class TableOutput : public Output {
@@ -117,7 +132,7 @@ class TableOutput : public Output {
   void run(const Run& run, const std::vector<Entry>&) override {
     rows_.push_back({std::to_string(run.index), localTime(run.start),
                      run.operation.empty() ? "?" : run.operation, printable(run.target),
-                     printable(run.statusText()), std::to_string(run.entries),
+                     printable(run.statusText()) + passNote(run), std::to_string(run.entries),
                      std::to_string(run.remaining - run.remainingCorrupted), std::to_string(run.remainingCorrupted)});
   }
   int finish(uint64_t) override {
@@ -269,6 +284,16 @@ json runJson(const Run& r) {
           {"remainingFixable", r.remaining - r.remainingCorrupted},
           {"remainingCorrupted", r.remainingCorrupted},
           {"remainingByProblem", r.remainingByProblem},
+          {"pass", r.pass.run == 0 ? json(nullptr)
+                                   : json({{"name", r.pass.pass},
+                                           {"run", r.pass.run},
+                                           {"resumedAt", r.pass.resumed ? json(r.pass.position) : json(nullptr)},
+                                           {"objects", r.passObjects},
+                                           {"total", r.passTotal},
+                                           {"progress", passProgress(r)},
+                                           {"ended", r.passRuns != 0},
+                                           {"runs", r.passRuns ? json(r.passRuns) : json(nullptr)},
+                                           {"start", r.passRuns ? timeJson(r.passStart) : json(nullptr)}})},
           {"notTaken", r.notTaken}};
 }
 
@@ -377,19 +402,26 @@ class CheckOutput : public Output {
   CheckOutput(std::ostream& out, const Options& options) : out_(out), options_(options) {}
   void run(const Run& run, const std::vector<Entry>&) override {
     // A volume's verdict: its last run that decides it, unless a run is named.
+    if (volumeVerdict() && run.leftPassOpen() && run.target == options_.volume) {
+      underWay_ = "a newer pass is under way: pass " + run.pass.pass + ", " + std::to_string(run.pass.run) +
+                  (run.pass.run == 1 ? " run" : " runs") + " so far, " + std::to_string(run.passObjects) + " of " +
+                  std::to_string(run.passTotal) + " objects done\n";
+    }
     if (volumeVerdict() && !run.decidesVolume()) return;
     last_ = run;
     found_ = true;
+    if (run.passRuns || run.pass.run == 0) underWay_.clear();
   }
   int finish(uint64_t) override {
     if (!found_) {
       out_ << "no " << (volumeVerdict() ? "list, fix or delete run" : "run")
            << (options_.volume.empty() ? "" : " on volume " + printable(options_.volume))
-           << (options_.run ? " with index " + std::to_string(options_.run) : "") << " in the log\n";
+           << (options_.run ? " with index " + std::to_string(options_.run) : "") << " in the log\n"
+           << underWay_;
       return kNoAnswer;
     }
     Verdict verdict = judge(last_, options_);
-    out_ << verdict.why << "\n";
+    out_ << verdict.why << "\n" << underWay_;
     return verdict.status;
   }
 
@@ -400,6 +432,7 @@ class CheckOutput : public Output {
   const Options& options_;
   Run last_;
   bool found_ = false;
+  std::string underWay_;  // the pass begun after the run judged, not yet ended
 };
 
 // ---- Prometheus ----
@@ -435,7 +468,9 @@ class PrometheusOutput : public Output {
  public:
   PrometheusOutput(std::ostream& out, const Options& options) : out_(out), options_(options) {}
   void run(const Run& run, const std::vector<Entry>&) override {
-    if (run.decidesVolume() && (options_.volume.empty() || run.target == options_.volume)) last_[run.target] = run;
+    if (!options_.volume.empty() && run.target != options_.volume) return;
+    if (run.decidesVolume()) last_[run.target] = run;
+    if (run.pass.run != 0 && !run.fileTarget) progress_[run.target] = passProgress(run);
   }
   int finish(uint64_t) override {
     gauge("velkor_last_run_timestamp_seconds",
@@ -461,6 +496,10 @@ class PrometheusOutput : public Output {
           [](const Run& r, auto sample) { sample("", countOf(r.actions, "fixed")); });
     gauge("velkor_last_run_deleted_files", "Files the last run deleted.",
           [](const Run& r, auto sample) { sample("", countOf(r.actions, "deleted")); });
+    out_ << "# HELP velkor_pass_progress_ratio The share of the volume's objects the latest velkor-batch pass has "
+            "done (1: it has ended).\n# TYPE velkor_pass_progress_ratio gauge\n";
+    for (const auto& [volume, ratio] : progress_)
+      out_ << "velkor_pass_progress_ratio{volume=\"" << labelValue(volume) << "\"} " << ratio << "\n";
     return kClean;
   }
 
@@ -481,6 +520,7 @@ class PrometheusOutput : public Output {
   std::ostream& out_;
   const Options& options_;
   std::map<std::string, Run> last_;
+  std::map<std::string, double> progress_;  // by volume
 };
 
 }  // namespace

@@ -18,6 +18,7 @@
 
 #include "logReader.h"
 #include "output.h"
+#include "passes.h"
 #include "velkor/duration.h"
 #include "velkor/logElements.h"
 
@@ -47,6 +48,7 @@ class ReportSink : public RunSink {
   // entry itself names the volume and has the problem asked for. So entries
   // are handed over as they are read, and only for runs that are shown.
   void entry(const Run& run, const Entry& read) override {
+    passes_.entry(run, read);
     if (!entryShown(read) || !runShown(run)) return;
     const Entry* shown = &read;
     Entry marked;
@@ -66,6 +68,7 @@ class ReportSink : public RunSink {
   }
 
   void runEnd(Run& run) override {
+    passes_.runEnd(run);
     auto taken = notTaken_.find(run.index);
     if (taken != notTaken_.end()) run.notTaken = taken->second.size();
     // A run whose entries were handed over is always ended in the output.
@@ -116,6 +119,7 @@ class ReportSink : public RunSink {
   Output& output_;
   std::ostream& err_;
   const std::map<uint64_t, std::set<std::string>>& notTaken_;
+  PassJoiner passes_;
   std::vector<Entry> entries_;
   Run last_;
   std::vector<Entry> lastEntries_;

@@ -45,7 +45,7 @@ int runBatch(const Simulator& sim, const std::vector<std::string>& args, const s
 std::vector<std::string> comparableRuns(const std::string& log) {
   static const std::regex varying(
       "<CurrentTime [^>]*/>|  Build: [^\n]*|argv=\"[^\"]*velkor(-batch)?\"|  velkor(-batch)? - ");
-  static const std::regex pass("\n  Pass [^\n]*");
+  static const std::regex pass("\n  Pass [^\n]*|<msg>pass [^<]*</msg>\n");
   std::vector<std::string> runs;
   for (size_t at = 0; (at = log.find("<velkor>\n", at)) != std::string::npos; ++at)
     runs.push_back(std::regex_replace(
@@ -301,7 +301,6 @@ std::string savedPosition(const std::string& checkpoint) {
 // one run nothing stopped went over (`operation`).
 struct Pass {
   explicit Pass(const std::string& operation = "-L") : sim(options()), reference(options()) {
-    TempDir referenceDir;
     EXPECT_EQ(4, runBatch(reference, {"--no-checkpoint", operation, "VOL1"}, referenceDir.path()));
     sim.setFaults(R"({"request":"browseBeasts","count":0,"action":"delay","ms":25})");
   }
@@ -340,10 +339,41 @@ struct Pass {
     EXPECT_FALSE(exists(checkpoint())) << "the pass never ended";
   }
   std::string checkpoint() const { return dir.file("state/VOL1.checkpoint"); }
+  // velkor-report on the pass's log.
+  testsupport::ProcessResult report(const std::vector<std::string>& args, bool ofReference = false) const {
+    std::vector<std::string> argv = {testsupport::binaryPath("report/velkor-report")};
+    argv.insert(argv.end(), args.begin(), args.end());
+    argv.push_back((ofReference ? referenceDir : dir).file("velkor.log"));
+    return testsupport::runProcess(argv);
+  }
+  // The pass as velkor-report joins it: one pass, its files counted once,
+  // as many as the generator made and one run nothing stopped found, and
+  // the verdict its own.
+  void reportMeetsTheGenerator(const std::string& counts) const {
+    const nlohmann::json runs = nlohmann::json::parse(report({"--format=json"}).out)["runs"];
+    const nlohmann::json once = nlohmann::json::parse(report({"--format=json"}, true).out)["runs"].back();
+    const nlohmann::json& last = runs.back(), expected = sim.expected()[counts];
+    ASSERT_FALSE(last["pass"].is_null()) << last;
+    EXPECT_TRUE(last["pass"]["ended"].get<bool>()) << last;
+    EXPECT_EQ(runs.size(), last["pass"]["runs"].get<size_t>()) << last;
+    EXPECT_EQ(expected["processed"], last["pass"]["objects"]);
+    EXPECT_EQ(expected["processed"], last["pass"]["total"]);
+    EXPECT_EQ(expected["openSkipped"], last["skipped"]);
+    EXPECT_EQ(expected["fixed"], last["actions"]["fixed"]);
+    if (counts == "list") {
+      EXPECT_EQ(expected["fixable"], last["remainingFixable"]);
+      EXPECT_EQ(expected["corrupted"], last["remainingCorrupted"]);
+    }
+    for (const char* key : {"entries", "remaining", "remainingFixable", "remainingCorrupted", "remainingByProblem"})
+      EXPECT_EQ(once[key], last[key]) << key;
+    const testsupport::ProcessResult check = report({"--check", "--volume=VOL1"});
+    EXPECT_EQ(1, check.exitStatus) << check.out;
+    EXPECT_NE(std::string::npos, check.out.find("problem files remain")) << check.out;
+  }
   static bool exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
 
   Simulator sim, reference;
-  TempDir dir;
+  TempDir dir, referenceDir;
 };
 
 }  // namespace
@@ -356,8 +386,12 @@ TEST(Resume, PassStoppedAndRunInWindowsVisitsEveryObjectOnce) {
   Pass pass;
   EXPECT_EQ(32 | 4, pass.stoppedRun(SIGTERM, 10));
   ASSERT_TRUE(Pass::exists(pass.checkpoint()));
+  const testsupport::ProcessResult underWay = pass.report({"--check", "--volume=VOL1"});
+  EXPECT_EQ(3, underWay.exitStatus) << underWay.out;
+  EXPECT_NE(std::string::npos, underWay.out.find("a newer pass is under way: pass ")) << underWay.out;
   pass.resumeToTheEnd("1s");
   EXPECT_EQ(visits(pass.reference), visits(pass.sim));
+  pass.reportMeetsTheGenerator("list");
   const std::string log = testsupport::readFile(pass.dir.file("velkor.log"));
   EXPECT_NE(std::string::npos, log.find("<finishStatus>stopped by a signal</finishStatus>"));
   EXPECT_TRUE(std::regex_search(log, std::regex("\n  Pass \\d+-\\d+, run 1: from the first object\n")));
@@ -379,6 +413,7 @@ TEST(Resume, KilledPassMissesNothingAndRepeatsOneSaveInterval) {
     if (resumed.at(zid) > count) ++twice;
   }
   EXPECT_LE(twice, velkor::PassKeeper::kBatchesBetweenSaves * 20u);
+  pass.reportMeetsTheGenerator("list");
 }
 
 // A fix pass stopped and resumed repairs each fixable file once; a
@@ -390,6 +425,7 @@ TEST(Resume, FixPassRepairsOnceAndForeignCheckpointsAreNotFollowed) {
   pass.resumeToTheEnd("600s", {"-F", "VOL1"});
   EXPECT_EQ(visits(pass.reference, "setBeastInfo"), visits(pass.sim, "setBeastInfo"));
   EXPECT_FALSE(visits(pass.sim, "setBeastInfo").empty());
+  pass.reportMeetsTheGenerator("fix");
 
   EXPECT_EQ(32 | 4, pass.stoppedRun(SIGTERM, pass.sim.requestsOf("browseBeasts").size() + 5));
   std::string out;

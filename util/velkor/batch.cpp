@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <clocale>
 #include <cerrno>
@@ -378,7 +379,7 @@ int batchMain(int argc, char** argv) {
     text = kStoppedForQuestion;
     status |= kBatchStopped;
   } else if (view.windowEnded() && !error) {
-    text = kWindowEnded;
+    text = kWindowEndedStatus;
   }
   // A pass that ran to its end (or found no compression) leaves no checkpoint;
   // one stopped or failed keeps its last for --resume.
@@ -386,6 +387,9 @@ int batchMain(int argc, char** argv) {
   if (keepsPass && !pass.failure().empty()) status |= kBatchError;
   if (error || volumeLockRefused()) status |= kBatchError;
   if (!LogFailure()) {
+    const uint64_t passObjects = pass.objectsBefore() + view.done();
+    if (keepsPass)
+      LogMessage(passProgressText(pass.pass().pass, passObjects, std::max(passObjects, view.total())).c_str());
     LogFinishStatus(text);
     LogDocumentEnd();
   }

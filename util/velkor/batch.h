@@ -25,8 +25,6 @@ enum BatchExit : int {
 // The finish statuses velkor-batch writes besides the ones velkor writes.
 inline constexpr char kStoppedBySignal[] = "stopped by a signal";
 inline constexpr char kStoppedForQuestion[] = "stopped: a question needs --yes";
-// A run ended by --max-duration: planned, not stopped; the next run resumes the pass.
-inline constexpr char kWindowEnded[] = "the window ended; the pass goes on";
 
 struct BatchSettings {
   bool yes = false;         // --yes: answer yes to the operation's question
@@ -64,6 +62,8 @@ class BatchView : public OperationView {
 
   // The pass whose checkpoint this run keeps (volume operations).
   void keepPass(class PassKeeper* pass) { pass_ = pass; }
+  uint64_t done() const { return done_; }
+  uint64_t total() const { return total_; }
   // The run was ended by --max-duration.
   bool windowEnded() const { return windowEnded_; }
 

@@ -79,6 +79,8 @@ class PassKeeper {
   void end();
   std::string descriptionLine() const { return passLineOf(pass_); }
   const Checkpoint& pass() const { return pass_; }
+  // The objects the pass's runs before this one did.
+  uint64_t objectsBefore() const { return base_.objects; }
   // Why a save or the removal failed; empty while none has.
   const std::string& failure() const { return failure_; }
 

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <string_view>
@@ -20,6 +21,8 @@ struct PassLine {
 };
 
 inline constexpr std::string_view kPassLineStart = "  Pass ";
+// The finish status of a run --max-duration ended: planned, not stopped.
+inline constexpr char kWindowEndedStatus[] = "the window ended; the pass goes on";
 
 inline std::string passLineText(const PassLine& line) {
   std::string text = std::string(kPassLineStart) + line.pass + ", run " + std::to_string(line.run) + ": ";
@@ -51,6 +54,27 @@ inline bool readPassLine(std::string_view text, PassLine* line) {
   line->position = strtoll(number.c_str(), &end, 10);
   line->resumed = true;
   return !number.empty() && *end == '\0';
+}
+
+// The message a run of a pass logs before its finish status: the objects the
+// pass has done so far, over all its runs, of the volume's objects.
+//   "pass 1764099558-4242: 120000 of 1000000 objects done"
+inline std::string passProgressText(const std::string& pass, uint64_t objects, uint64_t total) {
+  return "pass " + pass + ": " + std::to_string(objects) + " of " + std::to_string(total) + " objects done";
+}
+
+inline bool readPassProgress(std::string_view text, const std::string& pass, uint64_t* objects, uint64_t* total) {
+  const std::string start = "pass " + pass + ": ";
+  if (text.substr(0, start.size()) != start) return false;
+  const std::string rest(text.substr(start.size()));
+  unsigned long long done = 0, all = 0;
+  int used = 0;
+  if (sscanf(rest.c_str(), "%llu of %llu objects done%n", &done, &all, &used) != 2 ||
+      static_cast<size_t>(used) != rest.size())
+    return false;
+  *objects = done;
+  *total = all;
+  return true;
 }
 
 }  // namespace velkor
