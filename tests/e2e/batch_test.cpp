@@ -40,16 +40,16 @@ int runBatch(const Simulator& sim, const std::vector<std::string>& args, const s
 }
 
 // A run log's documents, each without what differs from run to run and
-// program to program: times, the build, the program's path and
-// velkor-batch's pass.
+// program to program: times, the build, the program's path, argument
+// indexes, and velkor-batch's pass and --yes.
 std::vector<std::string> comparableRuns(const std::string& log) {
   static const std::regex varying(
-      "<CurrentTime [^>]*/>|  Build: [^\n]*|argv=\"[^\"]*velkor(-batch)?\"|  velkor(-batch)? - ");
-  static const std::regex pass("\n  Pass [^\n]*|<msg>pass [^<]*</msg>\n");
+      "<CurrentTime [^>]*/>|  Build: [^\n]*|argv=\"[^\"]*velkor(-batch)?\"|  velkor(-batch)? - |index=\"\\d+\"");
+  static const std::regex pass("\n  Pass [^\n]*|<msg>pass [^<]*</msg>\n| <argv index=\"\\d+\" argv=\"--yes\" />\n");
   std::vector<std::string> runs;
   for (size_t at = 0; (at = log.find("<velkor>\n", at)) != std::string::npos; ++at)
     runs.push_back(std::regex_replace(
-        std::regex_replace(log.substr(at, log.find("</velkor>", at) - at), varying, "#"), pass, ""));
+        std::regex_replace(log.substr(at, log.find("</velkor>", at) - at), pass, ""), varying, "#"));
   return runs;
 }
 
@@ -78,7 +78,9 @@ TEST(Batch, VolumeOperationsLogWhatVelkorLogsWithFsckStatuses) {
     FinishedRun run(byVelkor, args, here);
     ASSERT_TRUE(run.finalScreen) << args[0];
     std::string output;
-    EXPECT_EQ(status, runBatch(byBatch, args, batchDir.path(), &output)) << args[0] << "\n" << output;
+    std::vector<std::string> batchArgs = args;
+    if (args[0] == "-D") batchArgs.push_back("--yes");
+    EXPECT_EQ(status, runBatch(byBatch, batchArgs, batchDir.path(), &output)) << args[0] << "\n" << output;
     EXPECT_TRUE(std::regex_search(output, std::regex("velkor-batch: --[a-z-]+ VOL1: \\d+ objects in ")))
         << output;
   }
@@ -123,7 +125,13 @@ TEST(Batch, FileOperationsQuestionAndErrors) {
   EXPECT_EQ(4, runBatch(sim, {"-l", "/media/kvf/VOL1/f0"}, dir.path(), &out)) << out;
   EXPECT_EQ(1, runBatch(sim, {"-f", "/media/kvf/VOL1/f0"}, dir.path(), &out)) << out;
   EXPECT_NE(std::string::npos, out.find(", fixed")) << out;
-  EXPECT_EQ(1, runBatch(sim, {"-d", "/media/kvf/VOL1/corrupt"}, dir.path(), &out)) << out;
+  // A deletion is asked for in so many words; without them nothing goes.
+  EXPECT_EQ(16, runBatch(sim, {"-d", "/media/kvf/VOL1/corrupt"}, dir.path(), &out)) << out;
+  EXPECT_NE(std::string::npos, out.find("velkor-batch: --delete deletes files, which cannot be undone: add --yes to "
+                                        "delete the corrupted files it finds. Nothing was deleted.")) << out;
+  EXPECT_EQ(16, runBatch(sim, {"-D", "VOL1"}, dir.path(), &out)) << out;
+  EXPECT_TRUE(sim.requestsOf("browseBeasts").empty());
+  EXPECT_EQ(1, runBatch(sim, {"--yes", "-d", "/media/kvf/VOL1/corrupt"}, dir.path(), &out)) << out;
   EXPECT_NE(std::string::npos, out.find("/corrupt: compBeastNotFound, deleted")) << out;
   EXPECT_EQ(0, runBatch(sim, {"-c", "/media/kvf/VOL1/good"}, dir.path(), &out)) << out;
   EXPECT_EQ(0, runBatch(sim, {"-l", "/media/kvf/VOL1/x\x1b[2J\x1b]0;owned\x07y"}, dir.path(), &out)) << out;

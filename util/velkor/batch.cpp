@@ -134,7 +134,8 @@ void batchUsage() {
   VELKOR_Usage(logPath);
   std::cout << "velkor-batch runs the operations above without a screen, for cron, systemd and ssh:\n"
             << "      --yes                    Answer yes to the operation's question (the statistics\n"
-            << "                               recount on a volume not in maintenance state)\n"
+            << "                               recount on a volume not in maintenance state); -d and\n"
+            << "                               -D delete nothing without it\n"
             << "      --progress[=SECONDS]     A progress line on standard error every SECONDS\n"
             << "                               (default 10; on when standard error is a terminal)\n"
             << "      --quiet                  Errors only\n"
@@ -312,6 +313,11 @@ int readCommandLine(int argc, char** argv, CommandLine* line, BatchSettings* set
       return usageError("--max-rate takes a number of objects a second from 1 to 10000000, not '" +
                         printable(argument) + "'.");
   }
+  // Deleting cannot be undone: it is never what velkor-batch does unasked.
+  if ((line->operation & (opDeleteAll | opDelete)) && !settings->yes)
+    return usageError(std::string("--") + operationName(line->operation) +
+                      " deletes files, which cannot be undone: add --yes to delete the corrupted files it finds. "
+                      "Nothing was deleted.");
   if (settings->resume && !settings->checkpoint)
     return usageError("--resume needs the checkpoint that --no-checkpoint leaves out.");
   if (settings->quiet) settings->progress = 0;
