@@ -24,6 +24,8 @@ share/bash-completion/completions/velkor
 share/bash-completion/completions/velkor-batch
 share/bash-completion/completions/velkor-report
 share/doc/velkor/examples/systemd-timer
+share/doc/velkor/examples/velkor-check-nightly-timer.conf
+share/doc/velkor/examples/velkor-check-nightly.conf
 share/doc/velkor/examples/velkor-check-repair.conf
 share/doc/velkor/examples/velkor.cron
 share/man/man1/kvf-sandbox.1

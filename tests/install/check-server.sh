@@ -52,7 +52,9 @@ systemctl --root="$stage" --quiet enable "$timer"
 [ -L "$stage/etc/systemd/system/timers.target.wants/$timer" ] || fail "$timer was not enabled"
 dropins="$stage/etc/systemd/system/${timer%.timer}.service.d"
 mkdir -p "$dropins"
-cp "$examples/velkor-check-repair.conf" "$dropins/"
+cp "$examples/velkor-check-repair.conf" "$examples/velkor-check-nightly.conf" "$dropins/"
+mkdir -p "$stage/etc/systemd/system/$timer.d"
+cp "$examples/velkor-check-nightly-timer.conf" "$stage/etc/systemd/system/$timer.d/"
 verify=$(systemd-analyze verify --man=no --root="$stage" "$timer" "${timer%.timer}.service" 2>&1) ||
   fail "systemd-analyze verify: $verify"
 [ -z "$verify" ] || fail "systemd-analyze verify: $verify"
@@ -69,6 +71,7 @@ done
 # ---- the log directory and its rotation ----
 systemd-tmpfiles --create --root="$stage" velkor.conf
 [ "$(stat -c '%a %U' "$stage/var/log/velkor")" = "750 root" ] || fail "/var/log/velkor: $(stat -c '%a %U' "$stage/var/log/velkor")"
+[ "$(stat -c '%a %U' "$stage/var/lib/velkor")" = "700 root" ] || fail "/var/lib/velkor: $(stat -c '%a %U' "$stage/var/lib/velkor")"
 [ "$(stat -c '%a %U' "$stage/run/lock/velkor")" = "700 root" ] ||
   fail "/run/lock/velkor: $(stat -c '%a %U' "$stage/run/lock/velkor" 2>&1)"
 rmdir "$stage/var/log/velkor"
@@ -228,6 +231,12 @@ unit_runs() {
 }
 volume_files() { find "$work/mnt/volumes/VOL1" -type f | wc -l; }
 [ "$(unit_runs "$units/velkor-check@.service")" = 4 ] || fail "the unit's list: $(cat "$work/unit.out")"
+# The nightly window's run: a whole pass on this small volume, its checkpoint gone at its end.
+[ "$(unit_runs "$units/velkor-check@.service" "$dropins/velkor-check-nightly.conf")" = 4 ] ||
+  fail "the nightly drop-in's list: $(cat "$work/unit.out")"
+grep -q "no checkpoint of VOL1 in /var/lib/velkor: a new pass begins" "$work/unit.out" ||
+  fail "the nightly run did not look for its pass: $(cat "$work/unit.out")"
+[ -z "$(ls -A "$work/unit-state")" ] || fail "the ended pass left $(ls "$work/unit-state")"
 before=$(volume_files)
 # The fix leaves the corrupted files, the delete the fixable files the fix
 # did not take (open ones): 4 both; what matters is what they did.
