@@ -129,15 +129,19 @@ double passProgress(const Run& r) {
 class TableOutput : public Output {
  public:
   explicit TableOutput(std::ostream& out) : out_(out) {}
+  bool showsNotTaken() const override { return true; }
   void run(const Run& run, const std::vector<Entry>&) override {
     rows_.push_back({std::to_string(run.index), localTime(run.start),
                      run.operation.empty() ? "?" : run.operation, printable(run.target),
                      printable(run.statusText()) + passNote(run), std::to_string(run.entries),
-                     std::to_string(run.remaining - run.remainingCorrupted), std::to_string(run.remainingCorrupted)});
+                     std::to_string(run.remaining - run.remainingCorrupted), std::to_string(run.notTaken),
+                     std::to_string(run.remainingCorrupted)});
   }
+  // NOT TAKEN: of a fix run's entries, those the next list of the volume
+  // found again with the same problems.
   int finish(uint64_t) override {
-    std::vector<std::string> header = {"RUN",    "START",   "OPERATION", "TARGET",
-                                       "STATUS", "ENTRIES", "FIXABLE",   "CORRUPTED"};
+    std::vector<std::string> header = {"RUN",     "START",   "OPERATION", "TARGET",   "STATUS",
+                                       "ENTRIES", "FIXABLE", "NOT TAKEN", "CORRUPTED"};
     std::vector<size_t> width(header.size());
     for (size_t c = 0; c < header.size(); ++c) {
       width[c] = header[c].size();
@@ -471,6 +475,10 @@ class PrometheusOutput : public Output {
     if (!options_.volume.empty() && run.target != options_.volume) return;
     if (run.decidesVolume()) last_[run.target] = run;
     if (run.pass.run != 0 && !run.fileTarget) progress_[run.target] = passProgress(run);
+    // Ended whole, without an error: a volume-wide one covered its volume.
+    const bool whole = run.complete() && !run.stopped() && run.errors.empty() && run.time().present;
+    if (whole && run.decidesVolume()) completeScan_[run.target] = run.time().seconds;
+    if (whole && !run.fileTarget && !run.operation.empty()) withoutError_[run.target] = run.time().seconds;
   }
   int finish(uint64_t) override {
     gauge("velkor_last_run_timestamp_seconds",
@@ -496,10 +504,23 @@ class PrometheusOutput : public Output {
           [](const Run& r, auto sample) { sample("", countOf(r.actions, "fixed")); });
     gauge("velkor_last_run_deleted_files", "Files the last run deleted.",
           [](const Run& r, auto sample) { sample("", countOf(r.actions, "deleted")); });
-    out_ << "# HELP velkor_pass_progress_ratio The share of the volume's objects the latest velkor-batch pass has "
-            "done (1: it has ended).\n# TYPE velkor_pass_progress_ratio gauge\n";
-    for (const auto& [volume, ratio] : progress_)
-      out_ << "velkor_pass_progress_ratio{volume=\"" << labelValue(volume) << "\"} " << ratio << "\n";
+    // What alerts need, with the operation as a label: the problem files
+    // left in all and by kind (each file once), and the open files skipped.
+    gauge("velkor_problem_files_left", "Problem files the last run left, each file once.",
+          [](const Run& r, auto sample) { sample(operationLabel(r), r.remaining); });
+    gauge("velkor_fixable_files_left", "Problem files the last run left that a fix can repair.",
+          [](const Run& r, auto sample) { sample(operationLabel(r), r.remaining - r.remainingCorrupted); });
+    gauge("velkor_corrupted_files_left", "Problem files the last run left that only a delete removes.",
+          [](const Run& r, auto sample) { sample(operationLabel(r), r.remainingCorrupted); });
+    gauge("velkor_open_files_skipped", "Files the last run skipped because they were open.",
+          [](const Run& r, auto sample) { sample(operationLabel(r), r.skipped); });
+    byVolume("velkor_last_complete_pass_timestamp_seconds",
+          "When the last list, fix or delete pass that covered the volume and ended without an error ended.",
+          completeScan_);
+    byVolume("velkor_last_run_without_error_timestamp_seconds",
+          "When the last run on the volume that ended whole and without an error ended.", withoutError_);
+    byVolume("velkor_pass_progress_ratio",
+             "The share of the volume's objects the latest velkor-batch pass has done (1: it has ended).", progress_);
     return kClean;
   }
 
@@ -517,10 +538,20 @@ class PrometheusOutput : public Output {
     }
   }
 
+  static std::string operationLabel(const Run& r) { return "operation=\"" + labelValue(r.operation) + "\""; }
+  // A metric family of one value by volume.
+  template <typename Value>
+  void byVolume(const char* name, const char* help, const std::map<std::string, Value>& values) {
+    out_ << "# HELP " << name << " " << help << "\n# TYPE " << name << " gauge\n";
+    for (const auto& [volume, value] : values)
+      out_ << name << "{volume=\"" << labelValue(volume) << "\"} " << value << "\n";
+  }
+
   std::ostream& out_;
   const Options& options_;
   std::map<std::string, Run> last_;
   std::map<std::string, double> progress_;  // by volume
+  std::map<std::string, int64_t> completeScan_, withoutError_;  // end times, by volume
 };
 
 }  // namespace

@@ -55,6 +55,12 @@ mkdir -p "$dropins"
 cp "$examples/velkor-check-repair.conf" "$examples/velkor-check-nightly.conf" "$dropins/"
 mkdir -p "$stage/etc/systemd/system/$timer.d"
 cp "$examples/velkor-check-nightly-timer.conf" "$stage/etc/systemd/system/$timer.d/"
+cp "$examples/velkor-check-mail.conf" "$dropins/"
+cp "$examples/velkor-check-mail@.service" "$stage/etc/systemd/system/"
+# The mail unit runs the host's shell: verified on the host, as an instance.
+cp "$examples/velkor-check-mail@.service" "$work/velkor-check-mail@velkor-check@VOL1.service.service"
+verify=$(systemd-analyze verify --man=no "$work/velkor-check-mail@velkor-check@VOL1.service.service" 2>&1) ||
+  fail "systemd-analyze verify: $verify"
 verify=$(systemd-analyze verify --man=no --root="$stage" "$timer" "${timer%.timer}.service" 2>&1) ||
   fail "systemd-analyze verify: $verify"
 [ -z "$verify" ] || fail "systemd-analyze verify: $verify"
@@ -67,6 +73,10 @@ for page in $(sed -n 's/^Documentation=//p' "$units"/velkor-check@.*); do
   name="${name%(*}" section="${section%)}"
   [ -f "$stage/usr/share/man/man$section/$name.$section" ] || fail "the units name $page, which is not installed"
 done
+
+# ---- the alerting rules, as installed ----
+(cd "$examples" && promtool check rules velkor.rules.yml && promtool test rules velkor.rules.test.yml) > "$work/rules.out" 2>&1 ||
+  fail "the alerting rules: $(cat "$work/rules.out")"
 
 # ---- the log directory and its rotation ----
 systemd-tmpfiles --create --root="$stage" velkor.conf
