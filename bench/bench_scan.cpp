@@ -559,9 +559,18 @@ bool pacerAccuracy(uint64_t n, const std::vector<uint64_t>& rates, uint64_t seed
   printf("\n--max-rate on %" PRIu64 " objects (load %.2f)\n", n, loadAverage());
   for (uint64_t rate : rates) {
     Figures fig = runBatch(sim, n, std::chrono::seconds(120 + 3 * n / rate), {"--max-rate", std::to_string(rate)});
-    const double achieved = static_cast<double>(n) / fig.wall, error = achieved / static_cast<double>(rate) - 1;
-    printf("  limit %6" PRIu64 "/s: %8.1f objects/s over %.1f s of wall time (sandbox start included), %+.1f%%  %s\n",
-           rate, achieved, fig.wall, error * 100, fig.ok && error <= 0.10 && error >= -0.10 ? "within 10%" : "MISSED");
+    // The run's own figure (its summary: objects over its time from start to end).
+    double achieved = 0, runSeconds = 0;
+    for (const std::string& row : fig.screen) {
+      const size_t at = row.find(" objects in ");
+      if (row.find("--list-all VOL1: ") != std::string::npos && at != std::string::npos)
+        runSeconds = atof(row.c_str() + at + 12);
+    }
+    if (runSeconds > 0) achieved = static_cast<double>(n) / runSeconds;
+    const double error = achieved / static_cast<double>(rate) - 1;
+    printf("  limit %6" PRIu64 "/s: %8.1f objects/s over the run's %.2f s (%.1f s with the sandbox), %+.1f%%  %s\n",
+           rate, achieved, runSeconds, fig.wall, error * 100,
+           fig.ok && error <= 0.10 && error >= -0.10 ? "within 10%" : "MISSED");
     ok = ok && fig.ok;
   }
   return ok;

@@ -1,5 +1,7 @@
 #include "output.h"
 
+#include "velkor/deletionPlan.h"
+
 #include <algorithm>
 #include <ctime>
 #include <nlohmann/json.hpp>
@@ -170,16 +172,26 @@ class TableOutput : public Output {
 
 // ---- One run in detail ----
 
-class DetailOutput : public Output {
+// An output of the one run the options name, with its entries.
+class OneRunOutput : public Output {
  public:
-  explicit DetailOutput(std::ostream& out) : out_(out) {}
   bool wantsEntries() const override { return true; }
-  bool showsNotTaken() const override { return true; }
   void run(const Run& run, const std::vector<Entry>& entries) override {
     run_ = run;
     entries_ = entries;
     found_ = true;
   }
+
+ protected:
+  Run run_;
+  std::vector<Entry> entries_;
+  bool found_ = false;
+};
+
+class DetailOutput : public OneRunOutput {
+ public:
+  explicit DetailOutput(std::ostream& out) : out_(out) {}
+  bool showsNotTaken() const override { return true; }
   int finish(uint64_t) override {
     if (!found_) return kNoAnswer;
     const Run& r = run_;
@@ -226,9 +238,6 @@ class DetailOutput : public Output {
   }
 
   std::ostream& out_;
-  Run run_;
-  std::vector<Entry> entries_;
-  bool found_ = false;
 };
 
 // ---- JSON ----
@@ -439,6 +448,30 @@ class CheckOutput : public Output {
   std::string underWay_;  // the pass begun after the run judged, not yet ended
 };
 
+// ---- --plan ----
+
+// The deletion plan of one list run (velkor/deletionPlan.h): its volume, and
+// the corrupted files it found, one a line.
+class PlanOutput : public OneRunOutput {
+ public:
+  explicit PlanOutput(std::ostream& out) : out_(out) {}
+  int finish(uint64_t) override {
+    if (!found_) return kNoAnswer;
+    if (run_.operation != "list-all" || !run_.complete() || run_.stopped() || !run_.errors.empty()) {
+      out_ << "velkor-report: run " << run_.index << " is not a list run of a volume that ended whole ("
+           << printable(run_.operation) << ", " << printable(run_.statusText()) << "): no plan\n";
+      return kNoAnswer;
+    }
+    out_ << velkor::kPlanFirstLine << "\n" << velkor::planVolumeLine(run_.target);
+    for (const Entry& e : entries_)
+      if (e.corrupted() && e.remains() && !e.zid.empty()) out_ << velkor::planFileLine(e.zid, e.name);
+    return kClean;
+  }
+
+ private:
+  std::ostream& out_;
+};
+
 // ---- Prometheus ----
 
 // A label value of the text format. A label value is UTF-8: a byte that is
@@ -558,6 +591,7 @@ class PrometheusOutput : public Output {
 
 std::unique_ptr<Output> makeOutput(const Options& options, std::ostream& out) {
   if (options.check) return std::make_unique<CheckOutput>(out, options);
+  if (options.plan) return std::make_unique<PlanOutput>(out);
   switch (options.format) {
     case Format::json: return std::make_unique<JsonOutput>(out, options);
     case Format::csv: return std::make_unique<CsvOutput>(out, options.lastRun);

@@ -302,6 +302,7 @@ void usage(std::ostream& out) {
       << "  -r, --run=N|last      only run N (1 = the oldest) or the last run; a table shows it in detail\n"
       << "      --volume=NAME     only runs on volume NAME and file runs on its files\n"
       << "      --problem=NAME    only files with the problem NAME, and runs that have one\n"
+      << "      --plan            with --run N: the deletion plan of that list run, for velkor-batch -D --plan\n"
       << "      --check           judge the last run, or with --volume the volume's last list, fix or\n"
       << "                        delete run: exit 0 clean, 1 problem files remain, 2 error, incomplete\n"
       << "                        or stopped, 3 no run or unreadable log; rotated logs are read too\n"
@@ -321,13 +322,14 @@ bool usageError(std::ostream& err, const std::string& message, int* status) {
 }  // namespace
 
 bool parseOptions(int argc, char** argv, Options* options, std::ostream& out, std::ostream& err, int* status) {
-  enum { kFiles = 256, kVolume, kProblem, kCheck, kMaxAge };
+  enum { kFiles = 256, kVolume, kProblem, kCheck, kMaxAge, kPlan };
   static const struct option longOptions[] = {
       {"format", required_argument, nullptr, 'f'}, {"files", no_argument, nullptr, kFiles},
       {"run", required_argument, nullptr, 'r'},    {"volume", required_argument, nullptr, kVolume},
       {"problem", required_argument, nullptr, kProblem}, {"check", no_argument, nullptr, kCheck},
       {"max-age", required_argument, nullptr, kMaxAge}, {"output", required_argument, nullptr, 'o'},
-      {"help", no_argument, nullptr, 'h'},         {nullptr, 0, nullptr, 0},
+      {"plan", no_argument, nullptr, kPlan},       {"help", no_argument, nullptr, 'h'},
+      {nullptr, 0, nullptr, 0},
   };
   optind = 0;
   opterr = 0;
@@ -375,6 +377,9 @@ bool parseOptions(int argc, char** argv, Options* options, std::ostream& out, st
       case kCheck:
         options->check = true;
         break;
+      case kPlan:
+        options->plan = true;
+        break;
       case kMaxAge:
         if (!parseDuration(value, &options->maxAge))
           return usageError(err, "--max-age takes a duration: a number and s, m, h or d (26h), not '" + value + "'",
@@ -395,6 +400,9 @@ bool parseOptions(int argc, char** argv, Options* options, std::ostream& out, st
   }
   if (options->maxAge != 0 && !options->check && options->format != Format::prometheus)
     return usageError(err, "--max-age judges runs: it goes with --check or --format prometheus",
+                      status);
+  if (options->plan && ((options->run == 0 && !options->lastRun) || options->check))
+    return usageError(err, "--plan writes the deletion plan of one list run: give it --run N (and no --check)",
                       status);
   for (int i = optind; i < argc; ++i) options->logs.push_back(argv[i]);
   if (options->logs.empty()) options->logs.push_back("./velkor.log");

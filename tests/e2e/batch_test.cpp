@@ -7,6 +7,8 @@
 
 #include <csignal>
 #include <map>
+#include <set>
+#include <sstream>
 #include <regex>
 #include <string>
 #include <vector>
@@ -127,7 +129,8 @@ TEST(Batch, FileOperationsQuestionAndErrors) {
   EXPECT_NE(std::string::npos, out.find(", fixed")) << out;
   // A deletion is asked for in so many words; without them nothing goes.
   EXPECT_EQ(16, runBatch(sim, {"-d", "/media/kvf/VOL1/corrupt"}, dir.path(), &out)) << out;
-  EXPECT_NE(std::string::npos, out.find("velkor-batch: --delete deletes files, which cannot be undone: add --yes to "
+  EXPECT_NE(std::string::npos, out.find("velkor-batch: --delete deletes files, which cannot be undone: add --plan "
+                                        "FILE (a plan velkor-report --plan wrote and you reviewed) or --yes to "
                                         "delete the corrupted files it finds. Nothing was deleted.")) << out;
   EXPECT_EQ(16, runBatch(sim, {"-D", "VOL1"}, dir.path(), &out)) << out;
   EXPECT_TRUE(sim.requestsOf("browseBeasts").empty());
@@ -458,4 +461,54 @@ TEST(Resume, FixPassRepairsOnceAndForeignCheckpointsAreNotFollowed) {
                                         "place (rm " + path + " begins a new pass).")) << out;
   EXPECT_EQ(before, testsupport::readFile(pass.checkpoint()));
   EXPECT_EQ(browses, pass.sim.requestsOf("browseBeasts").size());
+}
+
+// Deletion as plan, then apply: velkor-report writes the plan of a list run;
+// velkor-batch -D --plan deletes only the planned files still corrupted,
+// tells of those no longer corrupted or no longer there, and refuses a plan
+// of another volume.
+TEST(DeletionPlan, OnlyPlannedFilesStillCorruptedAreDeleted) {
+  Simulator::Options options;
+  options.generate = 600;
+  options.seed = 11;
+  Simulator sim(options);
+  TempDir dir;
+  EXPECT_EQ(4, runBatch(sim, {"-L", "VOL1"}, dir.path()));
+  const testsupport::ProcessResult plan = testsupport::runProcess(
+      {testsupport::binaryPath("report/velkor-report"), "--plan", "--run", "1", dir.file("velkor.log")});
+  ASSERT_EQ(0, plan.exitStatus) << plan.out << plan.err;
+  std::vector<std::string> lines;
+  std::istringstream in(plan.out);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  ASSERT_GT(lines.size(), 4u) << plan.out;
+  EXPECT_EQ("velkor deletion plan 1", lines[0]);
+  EXPECT_EQ("volume VOL1", lines[1]);
+  // The reviewer takes the first file off the plan; a zid that is gone is
+  // put on it.
+  const std::string kept = lines[2].substr(0, lines[2].find(' '));
+  std::string reviewed = lines[0] + "\n" + lines[1] + "\n";
+  for (size_t i = 3; i < lines.size(); ++i) reviewed += lines[i] + "\n";
+  reviewed += "99999999 /gone\n";
+  testsupport::writeFile(dir.file("plan"), reviewed);
+  testsupport::writeFile(dir.file("other-plan"), "velkor deletion plan 1\nvolume VOL2\n" + lines[3] + "\n");
+
+  std::string out;
+  EXPECT_EQ(16, runBatch(sim, {"-D", "VOL1", "--plan", "other-plan"}, dir.path(), &out)) << out;
+  EXPECT_NE(std::string::npos, out.find("velkor-batch: the plan other-plan is not a plan of volume VOL1 (volume VOL2): "
+                                        "nothing was deleted.")) << out;
+  const size_t before = sim.requests().size();
+  EXPECT_EQ(4, runBatch(sim, {"-D", "VOL1", "--plan", "plan"}, dir.path(), &out)) << out;
+  const std::string log = testsupport::readFile(dir.file("velkor.log"));
+  std::set<std::string> deleted;
+  static const std::regex deletedEntry("<actionTaken><deleted/></actionTaken><zid>(\\d+)</zid>");
+  const std::string lastRun = log.substr(log.rfind("<velkor>"));
+  for (std::sregex_iterator it(lastRun.begin(), lastRun.end(), deletedEntry), end; it != end; ++it)
+    deleted.insert((*it)[1]);
+  std::set<std::string> planned;
+  for (size_t i = 3; i < lines.size(); ++i) planned.insert(lines[i].substr(0, lines[i].find(' ')));
+  EXPECT_EQ(planned, deleted) << "deleted beyond or short of the plan";
+  EXPECT_EQ(0u, deleted.count(kept));
+  EXPECT_NE(std::string::npos, out.find("; of the " + std::to_string(planned.size() + 1) +
+                                        " planned files 0 no longer corrupted, 1 no longer there; ")) << out;
+  EXPECT_GT(sim.requests().size(), before);
 }

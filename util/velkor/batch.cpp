@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -22,6 +23,7 @@
 #include "velkor/checkpoint.h"
 #include "velkor/commandLine.h"
 #include "velkor/compCandidate.h"
+#include "velkor/deletionPlan.h"
 #include "velkor/duration.h"
 #include "velkor/errorWords.h"
 #include "velkor/logElements.h"
@@ -121,6 +123,29 @@ std::string absoluteLogPath(const char* path) {
   return real ? real.get() : path;
 }
 
+// The zids of a deletion plan (velkor/deletionPlan.h) of `volume`; false,
+// with `why` set, when it cannot be read or is another volume's.
+bool readDeletionPlan(const char* path, const char* volume, std::set<std::string>* zids, std::string* why) {
+  std::ifstream in(path);
+  std::string line, zid, name;
+  if (!in || !std::getline(in, line) || line != kPlanFirstLine) {
+    *why = "is not a deletion plan (velkor-report --plan --run N writes one)";
+    return false;
+  }
+  if (!std::getline(in, line) || line != planVolumeLine(volume).substr(0, planVolumeLine(volume).size() - 1)) {
+    *why = "is not a plan of volume " + printable(volume) + " (" + printable(line) + ")";
+    return false;
+  }
+  while (std::getline(in, line)) {
+    if (!readPlanFileLine(line, &zid, &name)) {
+      *why = "holds a line that names no file: " + printable(line);
+      return false;
+    }
+    zids->insert(zid);
+  }
+  return true;
+}
+
 bool parseRate(const char* text, double* rate) {
   char* end = nullptr;
   errno = 0;
@@ -163,6 +188,10 @@ BatchView::BatchView(const BatchSettings& settings, unsigned int operation, cons
 void BatchView::showFile(UncompBeastInfo* file, CompBeastInfo* compData, char* name, unsigned long problems,
                          unsigned long noHeader, unsigned long fixed, unsigned long deleted) {
   const bool volumeLevel = isVolumeOperation(operation_);
+  if (following_ && planned_.count(file->zid)) {
+    plannedSeen_.insert(file->zid);
+    if (!(problems & kCorruptedProblems)) ++plannedNotCorrupted_;
+  }
   if (problems & (kFixableProblems | kCorruptedProblems)) {
     ++found_;
     if (fixed || deleted) ++resolved_;
@@ -214,6 +243,8 @@ bool BatchView::abortRequested() const {
   return windowEnded_;
 }
 
+bool BatchView::mayDelete(const char* zid) const { return !following_ || planned_.count(zid) != 0; }
+
 void BatchView::scanStart(ScanPosition* at) {
   if (pass_) pass_->start(at);
 }
@@ -264,7 +295,13 @@ std::string BatchView::summary(const char* status) const {
            static_cast<unsigned long long>(done_), seconds, seconds > 0 ? done_ / seconds : 0.0,
            static_cast<unsigned long long>(found_), static_cast<unsigned long long>(fixed_),
            static_cast<unsigned long long>(deleted_), static_cast<unsigned long long>(found_ - resolved_));
-  return std::string(appName) + ": --" + operationName(operation_) + " " + target_ + ": " + figures + "; " + status;
+  std::string plan;
+  if (following_)
+    plan = "; of the " + std::to_string(planned_.size()) + " planned files " +
+           std::to_string(plannedNotCorrupted_) + " no longer corrupted, " +
+           std::to_string(planned_.size() - plannedSeen_.size()) + " no longer there";
+  return std::string(appName) + ": --" + operationName(operation_) + " " + target_ + ": " + figures + plan + "; " +
+         status;
 }
 
 int BatchView::verdict() const {
@@ -313,11 +350,15 @@ int readCommandLine(int argc, char** argv, CommandLine* line, BatchSettings* set
       return usageError("--max-rate takes a number of objects a second from 1 to 10000000, not '" +
                         printable(argument) + "'.");
   }
+  for (const auto& [option, argument] : line->extras)
+    if (option == kBatchPlan) settings->plan = argument;
+  if (settings->plan && line->operation != opDeleteAll)
+    return usageError("--plan goes with -D: the files of a reviewed plan are deleted.");
   // Deleting cannot be undone: it is never what velkor-batch does unasked.
-  if ((line->operation & (opDeleteAll | opDelete)) && !settings->yes)
+  if ((line->operation & (opDeleteAll | opDelete)) && !settings->yes && !settings->plan)
     return usageError(std::string("--") + operationName(line->operation) +
-                      " deletes files, which cannot be undone: add --yes to delete the corrupted files it finds. "
-                      "Nothing was deleted.");
+                      " deletes files, which cannot be undone: add --plan FILE (a plan velkor-report --plan wrote "
+                      "and you reviewed) or --yes to delete the corrupted files it finds. Nothing was deleted.");
   if (settings->resume && !settings->checkpoint)
     return usageError("--resume needs the checkpoint that --no-checkpoint leaves out.");
   if (settings->quiet) settings->progress = 0;
@@ -362,6 +403,19 @@ int batchMain(int argc, char** argv) {
 
   BatchView view(settings, operation, path.get());
   if (keepsPass) view.keepPass(&pass);
+  if (settings.plan) {
+    std::set<std::string> zids;
+    std::string why;
+    if (!readDeletionPlan(settings.plan, path.get(), &zids, &why)) {
+      fprintf(stderr, "%s: the plan %s %s: nothing was deleted.\n", appName, printable(settings.plan).c_str(),
+              why.c_str());
+      LogMessage(("the plan was refused: " + why).c_str());
+      LogFinishStatus("finished with error");
+      LogDocumentEnd();
+      return kBatchUsage;
+    }
+    view.followPlan(std::move(zids));
+  }
   CompStats stats(&view);
   stats.fixable = stats.fixed = stats.deleted = 0;
   view.attach(&stats);

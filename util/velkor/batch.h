@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <set>
 #include <string>
 
 #include "velkor/compStats.h"
@@ -34,6 +35,7 @@ struct BatchSettings {
   bool checkpoint = true;   // --no-checkpoint: keep none
   int64_t maxDuration = 0;  // --max-duration in seconds; 0: none
   double maxRate = 0;       // --max-rate: objects a second; 0: no limit
+  const char* plan = nullptr;  // --plan FILE: delete only the files it names
 };
 
 // The view of a run without a screen: log entries as velkor writes them,
@@ -59,6 +61,11 @@ class BatchView : public OperationView {
   bool needsName(unsigned long problems) const override;
   void scanStart(ScanPosition* at) override;
   void scanPosition(const ScanPosition& next, bool stopping) override;
+
+  bool mayDelete(const char* zid) const override;
+  // A deletion plan: only its files are deleted; the summary tells of the
+  // others.
+  void followPlan(std::set<std::string> zids) { planned_ = std::move(zids); following_ = true; }
 
   // The pass whose checkpoint this run keeps (volume operations).
   void keepPass(class PassKeeper* pass) { pass_ = pass; }
@@ -90,6 +97,9 @@ class BatchView : public OperationView {
   class PassKeeper* pass_ = nullptr;
   Pacer pacer_;
   mutable bool windowEnded_ = false;
+  bool following_ = false;
+  std::set<std::string> planned_, plannedSeen_;
+  uint64_t plannedNotCorrupted_ = 0;
 };
 
 // The program: parses the command line, opens the log, takes the lock, runs

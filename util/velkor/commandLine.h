@@ -39,7 +39,7 @@ inline const struct option kLongOptions[] = {
 // values lie above every option letter.
 enum BatchOption : int {
   kBatchYes = 256, kBatchProgress, kBatchQuiet,
-  kBatchResume, kBatchStateDir, kBatchNoCheckpoint, kBatchMaxDuration, kBatchMaxRate,
+  kBatchResume, kBatchStateDir, kBatchNoCheckpoint, kBatchMaxDuration, kBatchMaxRate, kBatchPlan,
 };
 
 // velkor-batch's table: velkor's rows and its own. (velkor's table stays as
@@ -55,6 +55,7 @@ inline std::vector<struct option> batchLongOptions() {
   rows.push_back({"no-checkpoint", no_argument, nullptr, kBatchNoCheckpoint});
   rows.push_back({"max-duration", required_argument, nullptr, kBatchMaxDuration});
   rows.push_back({"max-rate", required_argument, nullptr, kBatchMaxRate});
+  rows.push_back({"plan", required_argument, nullptr, kBatchPlan});
   rows.push_back({nullptr, 0, nullptr, 0});
   return rows;
 }
@@ -150,7 +151,7 @@ inline CommandLine parseCommandLine(int argc, char** argv, const char* shortOpti
         break;
       case kBatchYes: case kBatchProgress: case kBatchQuiet:
       case kBatchResume: case kBatchStateDir: case kBatchNoCheckpoint:
-      case kBatchMaxDuration: case kBatchMaxRate:
+      case kBatchMaxDuration: case kBatchMaxRate: case kBatchPlan:
         line.extras.emplace_back(option, optarg);
         break;
       default:

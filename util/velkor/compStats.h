@@ -51,6 +51,9 @@ class OperationView {
   // batch whose objects are all done, and when it stops before its end
   // (`stopping`).
   virtual void scanStart(ScanPosition* at) {}
+  // Whether the corrupted object `zid` may be deleted (a deletion plan names
+  // the only ones that may).
+  virtual bool mayDelete(const char* zid) const { return true; }
   virtual void scanPosition(const ScanPosition& next, bool stopping) {}
 
   // Whether the file just checked, found with the problem word `problems`,

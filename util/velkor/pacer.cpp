@@ -7,6 +7,8 @@ namespace velkor {
 
 namespace {
 
+constexpr double kMaxCredit = 0.5;  // seconds
+
 class Monotonic : public PacerClock {
  public:
   double now() override {
@@ -35,11 +37,11 @@ Pacer::Pacer(double rate, PacerClock& clock) : rate_(rate), clock_(clock), due_(
 void Pacer::done(uint64_t objects) {
   if (rate_ <= 0) return;
   const double now = clock_.now();
+  // Behind the rate (slow replies, a busy machine): at most half a second's
+  // objects are made up, so the average holds without a long burst.
+  if (due_ < now - kMaxCredit) due_ = now - kMaxCredit;
   due_ += static_cast<double>(objects) / rate_;
-  if (due_ > now)
-    clock_.sleepFor(due_ - now);
-  else
-    due_ = now;  // behind the rate (slow replies): no credit for a burst
+  if (due_ > now) clock_.sleepFor(due_ - now);
 }
 
 }  // namespace velkor

@@ -1,7 +1,8 @@
 // --max-rate: at most a given number of objects a second on average, kept
 // smoothly: after each batch the scan sleeps until the batch's share of time
 // has passed, instead of running at full speed and then pausing. Time lost
-// to a slow file system is not made up afterwards by a burst.
+// to a slow file system is made up only up to half a second's objects, never
+// by a long burst.
 #pragma once
 
 #include <cstdint>
