@@ -12,6 +12,7 @@
 #include <map>
 #include <sstream>
 
+#include "velkor/pacer.h"
 #include "velkor/velkor.h"
 #include "velkor/volumeLock.h"
 
@@ -229,6 +230,7 @@ bool PassKeeper::begin(const std::string& volume, const std::string& operation, 
     pass_.pass = std::to_string(pass_.began) + "-" + std::to_string(getpid());
   }
   base_ = pass_;
+  lastSave_ = monotonicClock().now();
   return true;
 }
 
@@ -239,7 +241,11 @@ void PassKeeper::position(const ScanPosition& next, bool stopping, uint64_t obje
   pass_.problems = base_.problems + problems;
   pass_.fixed = base_.fixed + fixed;
   pass_.deleted = base_.deleted + deleted;
-  if (stopping || ++batches_ % kBatchesBetweenSaves == 0) save();
+  const double now = monotonicClock().now();
+  if (!stopping && (++batches_ < kBatchesBetweenSaves || now - lastSave_ < kSecondsBetweenSaves)) return;
+  batches_ = 0;
+  lastSave_ = now;
+  save();
 }
 
 void PassKeeper::save() {
