@@ -377,6 +377,11 @@ struct Pass {
     }
     for (const char* key : {"entries", "remaining", "remainingFixable", "remainingCorrupted", "remainingByProblem"})
       EXPECT_EQ(once[key], last[key]) << key;
+    const std::string metrics = report({"--format=prometheus"}).out;
+    EXPECT_NE(std::string::npos, metrics.find("velkor_pass_progress_ratio{volume=\"VOL1\"} 1\n")) << metrics;
+    EXPECT_NE(std::string::npos, metrics.find("velkor_problem_files_left{volume=\"VOL1\",operation=\"" +
+                                              last["operation"].get<std::string>() + "\"} " +
+                                              last["remaining"].dump() + "\n")) << metrics;
     const testsupport::ProcessResult check = report({"--check", "--volume=VOL1"});
     EXPECT_EQ(1, check.exitStatus) << check.out;
     EXPECT_NE(std::string::npos, check.out.find("problem files remain")) << check.out;
