@@ -394,6 +394,13 @@ int batchMain(int argc, char** argv) {
     fprintf(stderr, "%s: %s.\n", appName, lockRefusal.c_str());
     return kBatchError;
   }
+  std::set<std::string> planned;
+  std::string why;
+  if (settings.plan && !readDeletionPlan(settings.plan, path.get(), &planned, &why)) {
+    fprintf(stderr, "%s: the plan %s %s: nothing was deleted.\n", appName, printable(settings.plan).c_str(),
+            why.c_str());
+    return kBatchUsage;
+  }
   PassKeeper pass;
   const bool keepsPass = settings.checkpoint && (operation & (opListAll | opFixAll | opDeleteAll | opClearAll));
   if (keepsPass && !pass.begin(path.get(), operationName(operation), absoluteLogPath(logPath), settings.resume))
@@ -403,19 +410,7 @@ int batchMain(int argc, char** argv) {
 
   BatchView view(settings, operation, path.get());
   if (keepsPass) view.keepPass(&pass);
-  if (settings.plan) {
-    std::set<std::string> zids;
-    std::string why;
-    if (!readDeletionPlan(settings.plan, path.get(), &zids, &why)) {
-      fprintf(stderr, "%s: the plan %s %s: nothing was deleted.\n", appName, printable(settings.plan).c_str(),
-              why.c_str());
-      LogMessage(("the plan was refused: " + why).c_str());
-      LogFinishStatus("finished with error");
-      LogDocumentEnd();
-      return kBatchUsage;
-    }
-    view.followPlan(std::move(zids));
-  }
+  if (settings.plan) view.followPlan(std::move(planned));
   CompStats stats(&view);
   stats.fixable = stats.fixed = stats.deleted = 0;
   view.attach(&stats);
