@@ -9,6 +9,8 @@
 //   bench_scan [--objects N[,N...]] [--rounds R] [--seed S] [--no-fix]
 //              [--no-syscalls] [--check-requests] [--smoke] [--velkor BINARY]
 //              [--keep DIR] [--no-batch] [--figures FILE] [--callgrind DIR]
+//   bench_scan --objects N --windows DURATION   one pass in --max-duration windows
+//   bench_scan --objects N --pacer R[,R...]     --max-rate's accuracy
 //
 // --objects         volume sizes (default 10000,100000)
 // --rounds          baseline/list pairs per size, alternated (default 1)
@@ -191,12 +193,15 @@ Figures runBaseline(const Simulator& sim, std::chrono::seconds timeout, const st
 }
 
 // velkor-batch -L to its exit; not ok unless its summary counts `objects`.
-Figures runBatch(const Simulator& sim, uint64_t objects, std::chrono::seconds timeout) {
+Figures runBatch(const Simulator& sim, uint64_t objects, std::chrono::seconds timeout,
+                 std::vector<std::string> args = {}) {
   Figures fig;
   VelkorTerminal::Options options;
   options.binary = batchBinary;
+  options.cols = 300;
   auto start = Clock::now();
-  VelkorTerminal term(sim, {"-L", "VOL1"}, options);
+  args.insert(args.end(), {"-L", "VOL1"});
+  VelkorTerminal term(sim, args, options);
   bool ended = term.waitExit(timeout);
   fig.wall = seconds(Clock::now() - start);
   fig.screen = term.screen();
@@ -322,6 +327,7 @@ bool checkRequests(uint64_t objects, uint64_t seed) {
 struct SizeResult {
   uint64_t objects = 0;
   std::vector<double> ratio, cpuRatio, baselineCpu, velkorCpu, velkorIo, baselineIo, listRate, batchRate;
+  std::vector<double> checkpointRatio;  // velkor-batch -L's wall with checkpoints / without
   long velkorHwm = 0, baselineHwm = 0;
   double fixRate = 0;
   bool fixRan = false;
@@ -375,6 +381,8 @@ struct Options {
   uint64_t seed = 1;
   bool withFix = true, check = false, smoke = false, syscalls = true, withBatch = true;
   std::string callgrindDir;  // --callgrind DIR: instructions per object instead (bench/callgrind.sh)
+  std::string window;           // --windows DURATION: one pass in windows
+  std::vector<uint64_t> rates;  // --pacer R,R,R: --max-rate's accuracy
 };
 
 // Reads the command line; sets the binaries' globals and opens the figures
@@ -393,6 +401,8 @@ int parseArgs(int argc, char** argv, Options& o) {
     else if (a == "--keep" && i + 1 < argc) keepDir = argv[++i];
     else if (a == "--no-batch") o.withBatch = false;
     else if (a == "--callgrind" && i + 1 < argc) o.callgrindDir = argv[++i];
+    else if (a == "--windows" && i + 1 < argc) o.window = argv[++i];
+    else if (a == "--pacer" && i + 1 < argc) o.rates = parseSizes(argv[++i]);
     else if (a == "--figures" && i + 1 < argc) {
       const char* path = argv[++i];
       bool fresh = access(path, F_OK) != 0;
@@ -451,11 +461,19 @@ bool listRound(const Simulator& sim, const nlohmann::json& expected, const Optio
   r.velkorHwm = std::max(r.velkorHwm, v.hwmKb);
   r.baselineHwm = std::max(r.baselineHwm, b.hwmKb);
   if (!o.withBatch) return true;
-  Figures batch = runBatch(sim, n, timeout);
+  // Its checkpoints in its working directory, on the disk of the temporary
+  // directories (the sandbox's own /var/lib/velkor is in memory).
+  Figures batch = runBatch(sim, n, timeout, {"--state-dir=state"});
   snprintf(extra, sizeof extra, "%.2f x velkor's objects/s", v.wall / batch.wall);
   printRow("batch -L", n, batch, (batch.ok ? "" : "FAILED: " + batch.note) + extra);
   if (!batch.ok) return false;
   r.batchRate.push_back(objects / batch.wall);
+  // The checkpoint's cost: the same run keeping none, right after.
+  Figures bare = runBatch(sim, n, timeout, {"--no-checkpoint"});
+  snprintf(extra, sizeof extra, "with checkpoints / without: %.3f", batch.wall / bare.wall);
+  printRow("batch -L, no checkpoint", n, bare, (bare.ok ? "" : "FAILED: " + bare.note) + extra);
+  if (!bare.ok) return false;
+  r.checkpointRatio.push_back(batch.wall / bare.wall);
   return true;
 }
 
@@ -518,6 +536,11 @@ void printTargets(const std::vector<SizeResult>& results, const SyscallFigures& 
     if (!at100k->batchRate.empty())
       printf("  velkor-batch -L objects/s >= 1.5 x velkor -L's at 100,000 objects: %.2f  %s\n", batch,
              batch >= 1.5 ? "met" : "MISSED");
+    if (!at100k->checkpointRatio.empty()) {
+      const double cost = median(at100k->checkpointRatio);
+      printf("  velkor-batch -L with checkpoints / without at 100,000 objects <= 1.02: %.3f  %s\n", cost,
+             cost <= 1.02 ? "met" : "MISSED");
+    }
   } else {
     printf("  wall and CPU ratios at 100,000 objects: not run\n");
   }
@@ -602,11 +625,80 @@ bool measureInstructions(const Options& o, const std::string& dir) {
 
 }  // namespace
 
+// --max-rate on the real clock: velkor-batch -L at each rate on a volume of
+// n objects; the rate its summary gives against the limit.
+bool pacerAccuracy(uint64_t n, const std::vector<uint64_t>& rates, uint64_t seed) {
+  Simulator sim(generated(n, seed));
+  bool ok = true;
+  printf("\n--max-rate on %" PRIu64 " objects (load %.2f)\n", n, loadAverage());
+  for (uint64_t rate : rates) {
+    Figures fig = runBatch(sim, n, std::chrono::seconds(120 + 3 * n / rate), {"--max-rate", std::to_string(rate)});
+    // The run's own figure (its summary: objects over its time from start to end).
+    double achieved = 0, runSeconds = 0;
+    for (const std::string& row : fig.screen) {
+      const size_t at = row.find(" objects in ");
+      if (row.find("--list-all VOL1: ") != std::string::npos && at != std::string::npos)
+        runSeconds = atof(row.c_str() + at + 12);
+    }
+    if (runSeconds > 0) achieved = static_cast<double>(n) / runSeconds;
+    const double error = achieved / static_cast<double>(rate) - 1;
+    printf("  limit %6" PRIu64 "/s: %8.1f objects/s over the run's %.2f s (%.1f s with the sandbox), %+.1f%%  %s\n",
+           rate, achieved, runSeconds, fig.wall, error * 100,
+           fig.ok && error <= 0.10 && error >= -0.10 ? "within 10%" : "MISSED");
+    ok = ok && fig.ok;
+  }
+  return ok;
+}
+
+// A pass in windows: velkor-batch --resume --max-duration=WINDOW until the
+// pass has ended, then velkor-report's pass against the generator's counts.
+bool passInWindows(uint64_t n, const std::string& window, uint64_t seed) {
+  Simulator sim(generated(n, seed));
+  const nlohmann::json expected = sim.expected()["list"];
+  testsupport::TempDir dir;
+  printf("\n%" PRIu64 " objects listed in windows of %s (load %.2f)\n", n, window.c_str(), loadAverage());
+  int runs = 0;
+  const auto start = Clock::now();
+  do {
+    VelkorTerminal::Options options;
+    options.binary = batchBinary;
+    options.cwd = dir.path();
+    options.cols = 300;
+    VelkorTerminal term(sim, {"--state-dir=state", "--resume", "--max-duration=" + window, "-L", "VOL1"}, options);
+    term.finish(std::chrono::hours(2));
+    ++runs;
+    std::string summary;
+    for (const std::string& row : term.screen())
+      if (row.find("--list-all VOL1: ") != std::string::npos) summary = row;
+    printf("  run %d: exit %d: %s\n", runs, term.exitStatus(), summary.c_str());
+  } while (access(dir.file("state/VOL1.checkpoint").c_str(), F_OK) == 0 && runs < 100);
+  printf("  %d runs in %.0f s\n", runs, seconds(Clock::now() - start));
+  testsupport::ProcessResult report = testsupport::runProcess(
+      {testsupport::binaryPath("report/velkor-report"), "--format=json", dir.file("velkor.log")});
+  const nlohmann::json last = nlohmann::json::parse(report.out)["runs"].back();
+  const bool met = !last["pass"].is_null() && last["pass"]["ended"] == true && last["pass"]["objects"] == expected["processed"] &&
+                   last["remainingFixable"] == expected["fixable"] && last["remainingCorrupted"] == expected["corrupted"] &&
+                   last["skipped"] == expected["openSkipped"];
+  printf("  velkor-report: pass %s of %s runs, %s of %s objects, %s fixable, %s corrupted, %s skipped; generator: "
+         "%s objects, %s fixable, %s corrupted, %s skipped  %s\n",
+         last["pass"].is_null() ? "none" : last["pass"]["name"].dump().c_str(), last["pass"]["runs"].dump().c_str(),
+         last["pass"]["objects"].dump().c_str(), last["pass"]["total"].dump().c_str(),
+         last["remainingFixable"].dump().c_str(), last["remainingCorrupted"].dump().c_str(),
+         last["skipped"].dump().c_str(), expected["processed"].dump().c_str(), expected["fixable"].dump().c_str(),
+         expected["corrupted"].dump().c_str(), expected["openSkipped"].dump().c_str(), met ? "met" : "MISSED");
+  testsupport::ProcessResult check = testsupport::runProcess(
+      {testsupport::binaryPath("report/velkor-report"), "--check", "--volume=VOL1", dir.file("velkor.log")});
+  printf("  velkor-report --check: %s", check.out.c_str());
+  return met && runs >= 3;
+}
+
 int main(int argc, char** argv) {
   Options o;
   if (int status = parseArgs(argc, argv, o); status >= 0) return status;
   setvbuf(stdout, nullptr, _IOLBF, 0);
   printf("load average at the start: %.2f\n", loadAverage());
+  if (!o.window.empty()) return passInWindows(o.sizes.back(), o.window, o.seed) ? 0 : 1;
+  if (!o.rates.empty()) return pacerAccuracy(o.sizes.back(), o.rates, o.seed) ? 0 : 1;
 
   if (!o.callgrindDir.empty()) return measureInstructions(o, o.callgrindDir) ? 0 : 1;
   bool failed = false;

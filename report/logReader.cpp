@@ -218,6 +218,7 @@ void LogReader::line(std::string_view text) {
       if (text == "<CommandLine>") state_ = State::commandLine;
       else if (text == "</description>") inDescription_ = false;
       else if (text == "<description>") inDescription_ = true;
+      else if (inDescription_ && startsWith(text, velkor::kPassLineStart)) velkor::readPassLine(text, &run_.pass);
       else if (inDescription_ && run_.program.empty()) run_.program = programOf(text);
       else if (!inDescription_) {
         state_ = State::body;

@@ -1,5 +1,7 @@
 #include "output.h"
 
+#include "velkor/deletionPlan.h"
+
 #include <algorithm>
 #include <ctime>
 #include <nlohmann/json.hpp>
@@ -109,20 +111,39 @@ Verdict judge(const Run& r, const Options& options) {
                       " problem files remain"};
 }
 
+// What a run of a pass adds to its status: the pass, the run's number in it
+// and the pass's coverage; on the run that ended it, the runs it took.
+std::string passNote(const Run& r) {
+  if (r.pass.run == 0) return "";
+  std::string note = " (pass " + r.pass.pass + (r.passRuns ? ", " + std::to_string(r.passRuns) + " runs" : ", run " + std::to_string(r.pass.run));
+  if (r.passTotal) note += ", " + std::to_string(r.passObjects) + " of " + std::to_string(r.passTotal) + " objects";
+  return note + ")";
+}
+
+// The pass's share of its volume's objects done; 1 when it is unknown.
+double passProgress(const Run& r) {
+  if (r.passRuns) return 1;
+  return r.passTotal ? static_cast<double>(std::min(r.passObjects, r.passTotal)) / r.passTotal : 0;
+}
+
 // ---- Table of runs ----
 
 class TableOutput : public Output {
  public:
   explicit TableOutput(std::ostream& out) : out_(out) {}
+  bool showsNotTaken() const override { return true; }
   void run(const Run& run, const std::vector<Entry>&) override {
     rows_.push_back({std::to_string(run.index), localTime(run.start),
                      run.operation.empty() ? "?" : run.operation, printable(run.target),
-                     printable(run.statusText()), std::to_string(run.entries),
-                     std::to_string(run.remaining - run.remainingCorrupted), std::to_string(run.remainingCorrupted)});
+                     printable(run.statusText()) + passNote(run), std::to_string(run.entries),
+                     std::to_string(run.remaining - run.remainingCorrupted), std::to_string(run.notTaken),
+                     std::to_string(run.remainingCorrupted)});
   }
+  // NOT TAKEN: of a fix run's entries, those the next list of the volume
+  // found again with the same problems.
   int finish(uint64_t) override {
-    std::vector<std::string> header = {"RUN",    "START",   "OPERATION", "TARGET",
-                                       "STATUS", "ENTRIES", "FIXABLE",   "CORRUPTED"};
+    std::vector<std::string> header = {"RUN",     "START",   "OPERATION", "TARGET",   "STATUS",
+                                       "ENTRIES", "FIXABLE", "NOT TAKEN", "CORRUPTED"};
     std::vector<size_t> width(header.size());
     for (size_t c = 0; c < header.size(); ++c) {
       width[c] = header[c].size();
@@ -151,16 +172,26 @@ class TableOutput : public Output {
 
 // ---- One run in detail ----
 
-class DetailOutput : public Output {
+// An output of the one run the options name, with its entries.
+class OneRunOutput : public Output {
  public:
-  explicit DetailOutput(std::ostream& out) : out_(out) {}
   bool wantsEntries() const override { return true; }
-  bool showsNotTaken() const override { return true; }
   void run(const Run& run, const std::vector<Entry>& entries) override {
     run_ = run;
     entries_ = entries;
     found_ = true;
   }
+
+ protected:
+  Run run_;
+  std::vector<Entry> entries_;
+  bool found_ = false;
+};
+
+class DetailOutput : public OneRunOutput {
+ public:
+  explicit DetailOutput(std::ostream& out) : out_(out) {}
+  bool showsNotTaken() const override { return true; }
   int finish(uint64_t) override {
     if (!found_) return kNoAnswer;
     const Run& r = run_;
@@ -210,9 +241,6 @@ class DetailOutput : public Output {
   }
 
   std::ostream& out_;
-  Run run_;
-  std::vector<Entry> entries_;
-  bool found_ = false;
 };
 
 // ---- JSON ----
@@ -272,6 +300,16 @@ json runJson(const Run& r) {
           {"remainingFixable", r.remaining - r.remainingCorrupted},
           {"remainingCorrupted", r.remainingCorrupted},
           {"remainingByProblem", r.remainingByProblem},
+          {"pass", r.pass.run == 0 ? json(nullptr)
+                                   : json({{"name", r.pass.pass},
+                                           {"run", r.pass.run},
+                                           {"resumedAt", r.pass.resumed ? json(r.pass.position) : json(nullptr)},
+                                           {"objects", r.passObjects},
+                                           {"total", r.passTotal},
+                                           {"progress", passProgress(r)},
+                                           {"ended", r.passRuns != 0},
+                                           {"runs", r.passRuns ? json(r.passRuns) : json(nullptr)},
+                                           {"start", r.passRuns ? timeJson(r.passStart) : json(nullptr)}})},
           {"notTaken", r.notTaken}, {"outcomeUnknown", r.outcomeUnknown}};
 }
 
@@ -380,19 +418,26 @@ class CheckOutput : public Output {
   CheckOutput(std::ostream& out, const Options& options) : out_(out), options_(options) {}
   void run(const Run& run, const std::vector<Entry>&) override {
     // A volume's verdict: its last run that decides it, unless a run is named.
+    if (volumeVerdict() && run.leftPassOpen() && run.target == options_.volume) {
+      underWay_ = "a newer pass is under way: pass " + run.pass.pass + ", " + std::to_string(run.pass.run) +
+                  (run.pass.run == 1 ? " run" : " runs") + " so far, " + std::to_string(run.passObjects) + " of " +
+                  std::to_string(run.passTotal) + " objects done\n";
+    }
     if (volumeVerdict() && !run.decidesVolume()) return;
     last_ = run;
     found_ = true;
+    if (run.passRuns || run.pass.run == 0) underWay_.clear();
   }
   int finish(uint64_t) override {
     if (!found_) {
       out_ << "no " << (volumeVerdict() ? "list, fix or delete run" : "run")
            << (options_.volume.empty() ? "" : " on volume " + printable(options_.volume))
-           << (options_.run ? " with index " + std::to_string(options_.run) : "") << " in the log\n";
+           << (options_.run ? " with index " + std::to_string(options_.run) : "") << " in the log\n"
+           << underWay_;
       return kNoAnswer;
     }
     Verdict verdict = judge(last_, options_);
-    out_ << verdict.why << "\n";
+    out_ << verdict.why << "\n" << underWay_;
     return verdict.status;
   }
 
@@ -403,6 +448,31 @@ class CheckOutput : public Output {
   const Options& options_;
   Run last_;
   bool found_ = false;
+  std::string underWay_;  // the pass begun after the run judged, not yet ended
+};
+
+// ---- --plan ----
+
+// The deletion plan of one list run (velkor/deletionPlan.h): its volume, and
+// the corrupted files it found, one a line.
+class PlanOutput : public OneRunOutput {
+ public:
+  explicit PlanOutput(std::ostream& out) : out_(out) {}
+  int finish(uint64_t) override {
+    if (!found_) return kNoAnswer;
+    if (run_.operation != "list-all" || !run_.complete() || run_.stopped() || !run_.errors.empty()) {
+      out_ << "velkor-report: run " << run_.index << " is not a list run of a volume that ended whole ("
+           << printable(run_.operation) << ", " << printable(run_.statusText()) << "): no plan\n";
+      return kNoAnswer;
+    }
+    out_ << velkor::kPlanFirstLine << "\n" << velkor::planVolumeLine(run_.target);
+    for (const Entry& e : entries_)
+      if (e.corrupted() && e.remains() && !e.zid.empty()) out_ << velkor::planFileLine(e.zid, e.name);
+    return kClean;
+  }
+
+ private:
+  std::ostream& out_;
 };
 
 // ---- Prometheus ----
@@ -438,7 +508,13 @@ class PrometheusOutput : public Output {
  public:
   PrometheusOutput(std::ostream& out, const Options& options) : out_(out), options_(options) {}
   void run(const Run& run, const std::vector<Entry>&) override {
-    if (run.decidesVolume() && (options_.volume.empty() || run.target == options_.volume)) last_[run.target] = run;
+    if (!options_.volume.empty() && run.target != options_.volume) return;
+    if (run.decidesVolume()) last_[run.target] = run;
+    if (run.pass.run != 0 && !run.fileTarget) progress_[run.target] = passProgress(run);
+    // Ended whole, without an error: a volume-wide one covered its volume.
+    const bool whole = run.complete() && !run.stopped() && run.errors.empty() && run.time().present;
+    if (whole && run.decidesVolume()) completeScan_[run.target] = run.time().seconds;
+    if (whole && !run.fileTarget && !run.operation.empty()) withoutError_[run.target] = run.time().seconds;
   }
   int finish(uint64_t) override {
     gauge("velkor_last_run_timestamp_seconds",
@@ -464,6 +540,23 @@ class PrometheusOutput : public Output {
           [](const Run& r, auto sample) { sample("", countOf(r.actions, "fixed")); });
     gauge("velkor_last_run_deleted_files", "Files the last run deleted.",
           [](const Run& r, auto sample) { sample("", countOf(r.actions, "deleted")); });
+    // What alerts need, with the operation as a label: the problem files
+    // left in all and by kind (each file once), and the open files skipped.
+    gauge("velkor_problem_files_left", "Problem files the last run left, each file once.",
+          [](const Run& r, auto sample) { sample(operationLabel(r), r.remaining); });
+    gauge("velkor_fixable_files_left", "Problem files the last run left that a fix can repair.",
+          [](const Run& r, auto sample) { sample(operationLabel(r), r.remaining - r.remainingCorrupted); });
+    gauge("velkor_corrupted_files_left", "Problem files the last run left that only a delete removes.",
+          [](const Run& r, auto sample) { sample(operationLabel(r), r.remainingCorrupted); });
+    gauge("velkor_open_files_skipped", "Files the last run skipped because they were open.",
+          [](const Run& r, auto sample) { sample(operationLabel(r), r.skipped); });
+    byVolume("velkor_last_complete_pass_timestamp_seconds",
+          "When the last list, fix or delete pass that covered the volume and ended without an error ended.",
+          completeScan_);
+    byVolume("velkor_last_run_without_error_timestamp_seconds",
+          "When the last run on the volume that ended whole and without an error ended.", withoutError_);
+    byVolume("velkor_pass_progress_ratio",
+             "The share of the volume's objects the latest velkor-batch pass has done (1: it has ended).", progress_);
     return kClean;
   }
 
@@ -481,15 +574,27 @@ class PrometheusOutput : public Output {
     }
   }
 
+  static std::string operationLabel(const Run& r) { return "operation=\"" + labelValue(r.operation) + "\""; }
+  // A metric family of one value by volume.
+  template <typename Value>
+  void byVolume(const char* name, const char* help, const std::map<std::string, Value>& values) {
+    out_ << "# HELP " << name << " " << help << "\n# TYPE " << name << " gauge\n";
+    for (const auto& [volume, value] : values)
+      out_ << name << "{volume=\"" << labelValue(volume) << "\"} " << value << "\n";
+  }
+
   std::ostream& out_;
   const Options& options_;
   std::map<std::string, Run> last_;
+  std::map<std::string, double> progress_;  // by volume
+  std::map<std::string, int64_t> completeScan_, withoutError_;  // end times, by volume
 };
 
 }  // namespace
 
 std::unique_ptr<Output> makeOutput(const Options& options, std::ostream& out) {
   if (options.check) return std::make_unique<CheckOutput>(out, options);
+  if (options.plan) return std::make_unique<PlanOutput>(out);
   switch (options.format) {
     case Format::json: return std::make_unique<JsonOutput>(out, options);
     case Format::csv: return std::make_unique<CsvOutput>(out, options.lastRun);

@@ -18,6 +18,8 @@
 
 #include "logReader.h"
 #include "output.h"
+#include "passes.h"
+#include "velkor/duration.h"
 #include "velkor/logElements.h"
 
 namespace velkorreport {
@@ -46,6 +48,7 @@ class ReportSink : public RunSink {
   // entry itself names the volume and has the problem asked for. So entries
   // are handed over as they are read, and only for runs that are shown.
   void entry(const Run& run, const Entry& read) override {
+    passes_.entry(run, read);
     if (!entryShown(read) || !runShown(run)) return;
     const Entry* shown = &read;
     Entry marked;
@@ -65,6 +68,7 @@ class ReportSink : public RunSink {
   }
 
   void runEnd(Run& run) override {
+    passes_.runEnd(run);
     auto taken = notTaken_.find(run.index);
     if (taken != notTaken_.end()) run.notTaken = taken->second.size();
     // A run whose entries were handed over is always ended in the output.
@@ -115,6 +119,7 @@ class ReportSink : public RunSink {
   Output& output_;
   std::ostream& err_;
   const std::map<uint64_t, std::set<std::string>>& notTaken_;
+  PassJoiner passes_;
   std::vector<Entry> entries_;
   Run last_;
   std::vector<Entry> lastEntries_;
@@ -297,6 +302,7 @@ void usage(std::ostream& out) {
       << "  -r, --run=N|last      only run N (1 = the oldest) or the last run; a table shows it in detail\n"
       << "      --volume=NAME     only runs on volume NAME and file runs on its files\n"
       << "      --problem=NAME    only files with the problem NAME, and runs that have one\n"
+      << "      --plan            with --run N: the deletion plan of that list run, for velkor-batch -D --plan\n"
       << "      --check           judge the last run, or with --volume the volume's last list, fix or\n"
       << "                        delete run: exit 0 clean, 1 problem files remain, 2 error, incomplete\n"
       << "                        or stopped, 3 no run or unreadable log; rotated logs are read too\n"
@@ -316,13 +322,14 @@ bool usageError(std::ostream& err, const std::string& message, int* status) {
 }  // namespace
 
 bool parseOptions(int argc, char** argv, Options* options, std::ostream& out, std::ostream& err, int* status) {
-  enum { kFiles = 256, kVolume, kProblem, kCheck, kMaxAge };
+  enum { kFiles = 256, kVolume, kProblem, kCheck, kMaxAge, kPlan };
   static const struct option longOptions[] = {
       {"format", required_argument, nullptr, 'f'}, {"files", no_argument, nullptr, kFiles},
       {"run", required_argument, nullptr, 'r'},    {"volume", required_argument, nullptr, kVolume},
       {"problem", required_argument, nullptr, kProblem}, {"check", no_argument, nullptr, kCheck},
       {"max-age", required_argument, nullptr, kMaxAge}, {"output", required_argument, nullptr, 'o'},
-      {"help", no_argument, nullptr, 'h'},         {nullptr, 0, nullptr, 0},
+      {"plan", no_argument, nullptr, kPlan},       {"help", no_argument, nullptr, 'h'},
+      {nullptr, 0, nullptr, 0},
   };
   optind = 0;
   opterr = 0;
@@ -370,6 +377,9 @@ bool parseOptions(int argc, char** argv, Options* options, std::ostream& out, st
       case kCheck:
         options->check = true;
         break;
+      case kPlan:
+        options->plan = true;
+        break;
       case kMaxAge:
         if (!parseDuration(value, &options->maxAge))
           return usageError(err, "--max-age takes a duration: a number and s, m, h or d (26h), not '" + value + "'",
@@ -391,22 +401,15 @@ bool parseOptions(int argc, char** argv, Options* options, std::ostream& out, st
   if (options->maxAge != 0 && !options->check && options->format != Format::prometheus)
     return usageError(err, "--max-age judges runs: it goes with --check or --format prometheus",
                       status);
+  if (options->plan && ((options->run == 0 && !options->lastRun) || options->check))
+    return usageError(err, "--plan writes the deletion plan of one list run: give it --run N (and no --check)",
+                      status);
   for (int i = optind; i < argc; ++i) options->logs.push_back(argv[i]);
   if (options->logs.empty()) options->logs.push_back("./velkor.log");
   return true;
 }
 
-bool parseDuration(const std::string& text, int64_t* seconds) {
-  static const std::map<char, int64_t> kUnits = {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86400}};
-  if (text.size() < 2 || text.size() > 10 || !kUnits.count(text.back())) return false;
-  int64_t n = 0;
-  for (size_t i = 0; i + 1 < text.size(); ++i) {
-    if (text[i] < '0' || text[i] > '9') return false;
-    n = n * 10 + (text[i] - '0');
-  }
-  *seconds = n * kUnits.at(text.back());
-  return n > 0;
-}
+bool parseDuration(const std::string& text, int64_t* seconds) { return velkor::parseDuration(text, seconds); }
 
 int report(const Options& options, std::ostream& out, std::ostream& err, bool* logsRead) {
   if (logsRead) *logsRead = false;

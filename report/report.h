@@ -21,6 +21,7 @@ struct Options {
   Format format = Format::table;
   bool files = false;   // JSON: each run's entries
   bool check = false;
+  bool plan = false;    // --plan: the deletion plan of the list run --run names
   uint64_t run = 0;     // --run N; 0: every run
   bool lastRun = false; // --run last
   std::string volume;   // --volume

@@ -146,8 +146,10 @@ bool Run::concerns(const std::string& volume) const {
 }
 
 bool Run::decidesVolume() const {
-  return (operationCode & (velkor::opListAll | velkor::opFixAll | velkor::opDeleteAll)) != 0;
+  return (operationCode & (velkor::opListAll | velkor::opFixAll | velkor::opDeleteAll)) != 0 && !leftPassOpen();
 }
+
+bool Run::windowEnded() const { return hasFinishStatus && finishStatus == velkor::kWindowEndedStatus; }
 
 std::string Run::incompleteReason() const {
   if (!end.present) return "it has no end time";

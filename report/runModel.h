@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "velkor/passLine.h"
+
 namespace velkorreport {
 
 // The longest line, and longest element spread over several lines, that the
@@ -112,6 +114,15 @@ struct Run {
   std::map<std::string, uint64_t> types;     // entries per type
   std::map<std::string, uint64_t> actions;   // "fixed", "deleted"
   std::map<std::string, uint64_t> remainingByProblem;
+  // A run of velkor-batch's resumable pass (velkor/passLine.h): its pass,
+  // its number in it and where it began (pass.run 0: no pass), and the
+  // pass's progress its message gave at its end.
+  velkor::PassLine pass;
+  uint64_t passObjects = 0, passTotal = 0;
+  // On the run that ended its pass: the pass's runs, when it began, and the
+  // counts above are the pass's, each file counted once (by zid).
+  unsigned passRuns = 0;
+  LoggedTime passStart;
   NameList skippedFiles;  // kept only when listSkipped is set
   bool listSkipped = true;
   std::set<std::string> volumes;  // the volumes its entries name
@@ -125,6 +136,11 @@ struct Run {
   // Its finish status says it was stopped before its end (the operator's
   // abort, a signal, a question left unanswered): it covered part of its target.
   bool stopped() const;
+  // velkor-batch --max-duration ended it: planned, the pass goes on.
+  bool windowEnded() const;
+  // A run of a pass that left it to be resumed (its window ended, or it was
+  // stopped): part of a pass, it decides nothing on its own.
+  bool leftPassOpen() const { return pass.run != 0 && (windowEnded() || stopped()); }
   // When it ran: its end time, else its start time; absent when it has neither.
   const LoggedTime& time() const { return end.present ? end : start; }
   // The operation derived from argv the way velkor parses its command line.
@@ -135,7 +151,8 @@ struct Run {
   bool concerns(const std::string& volume) const;
   // A volume-wide list, fix or delete run: the runs that decide their
   // volume's verdict. Single-file runs, the recount, the Cc clear and the
-  // background run are listed but never decide it.
+  // background run are listed but never decide it, nor does a run that left
+  // its pass open: its pass decides once a run ends it.
   bool decidesVolume() const;
   // The status shown for it: the finish status, or "incomplete".
   std::string statusText() const;

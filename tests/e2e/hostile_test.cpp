@@ -95,7 +95,7 @@ TEST(HostileNames, DeleteRunNeverUnlinksAnotherFileThanTheOneJudged) {
   // velkor-batch, which asks names only of problem files, judges alike.
   VelkorTerminal::Options batch;
   batch.binary = testsupport::binaryPath("util/velkor/velkor-batch");
-  VelkorTerminal batchRun(sim, {"-D", "VOL1"}, batch);
+  VelkorTerminal batchRun(sim, {"--yes", "-D", "VOL1"}, batch);
   batchRun.finish();
   EXPECT_EQ(4, batchRun.exitStatus()) << "the corrupted file is left";
   EXPECT_FALSE(sim.beast(100).is_null()) << "the healthy file was removed by velkor-batch";

@@ -24,8 +24,14 @@ share/bash-completion/completions/velkor
 share/bash-completion/completions/velkor-batch
 share/bash-completion/completions/velkor-report
 share/doc/velkor/examples/systemd-timer
+share/doc/velkor/examples/velkor-check-mail.conf
+share/doc/velkor/examples/velkor-check-mail@.service
+share/doc/velkor/examples/velkor-check-nightly-timer.conf
+share/doc/velkor/examples/velkor-check-nightly.conf
 share/doc/velkor/examples/velkor-check-repair.conf
 share/doc/velkor/examples/velkor.cron
+share/doc/velkor/examples/velkor.rules.test.yml
+share/doc/velkor/examples/velkor.rules.yml
 share/man/man1/kvf-sandbox.1
 share/man/man1/kvfsim.1
 share/man/man1/velkor-report.1

@@ -52,7 +52,15 @@ systemctl --root="$stage" --quiet enable "$timer"
 [ -L "$stage/etc/systemd/system/timers.target.wants/$timer" ] || fail "$timer was not enabled"
 dropins="$stage/etc/systemd/system/${timer%.timer}.service.d"
 mkdir -p "$dropins"
-cp "$examples/velkor-check-repair.conf" "$dropins/"
+cp "$examples/velkor-check-repair.conf" "$examples/velkor-check-nightly.conf" "$dropins/"
+mkdir -p "$stage/etc/systemd/system/$timer.d"
+cp "$examples/velkor-check-nightly-timer.conf" "$stage/etc/systemd/system/$timer.d/"
+cp "$examples/velkor-check-mail.conf" "$dropins/"
+cp "$examples/velkor-check-mail@.service" "$stage/etc/systemd/system/"
+# The mail unit runs the host's shell: verified on the host, as an instance.
+cp "$examples/velkor-check-mail@.service" "$work/velkor-check-mail@velkor-check@VOL1.service.service"
+verify=$(systemd-analyze verify --man=no "$work/velkor-check-mail@velkor-check@VOL1.service.service" 2>&1) ||
+  fail "systemd-analyze verify: $verify"
 verify=$(systemd-analyze verify --man=no --root="$stage" "$timer" "${timer%.timer}.service" 2>&1) ||
   fail "systemd-analyze verify: $verify"
 [ -z "$verify" ] || fail "systemd-analyze verify: $verify"
@@ -66,9 +74,14 @@ for page in $(sed -n 's/^Documentation=//p' "$units"/velkor-check@.*); do
   [ -f "$stage/usr/share/man/man$section/$name.$section" ] || fail "the units name $page, which is not installed"
 done
 
+# ---- the alerting rules, as installed ----
+(cd "$examples" && promtool check rules velkor.rules.yml && promtool test rules velkor.rules.test.yml) > "$work/rules.out" 2>&1 ||
+  fail "the alerting rules: $(cat "$work/rules.out")"
+
 # ---- the log directory and its rotation ----
 systemd-tmpfiles --create --root="$stage" velkor.conf
 [ "$(stat -c '%a %U' "$stage/var/log/velkor")" = "750 root" ] || fail "/var/log/velkor: $(stat -c '%a %U' "$stage/var/log/velkor")"
+[ "$(stat -c '%a %U' "$stage/var/lib/velkor")" = "700 root" ] || fail "/var/lib/velkor: $(stat -c '%a %U' "$stage/var/lib/velkor")"
 [ "$(stat -c '%a %U' "$stage/run/lock/velkor")" = "700 root" ] ||
   fail "/run/lock/velkor: $(stat -c '%a %U' "$stage/run/lock/velkor" 2>&1)"
 rmdir "$stage/var/log/velkor"
@@ -189,15 +202,16 @@ promtool check metrics < "$stage/var/lib/prometheus/node-exporter/velkor-VOL1.pr
 # the unit names are the simulator's and the staging root's.
 declare -A place=(
   [/_admin/Manage_KVF]="$work/mnt/Manage_KVF" [/media/kvf/VOL1]="$work/mnt/volumes/VOL1"
-  [/run/lock]="$work/unit-lock" [/var/log/velkor]="$stage/var/log/velkor"
+  [/run/lock]="$work/unit-lock" [/var/log/velkor]="$stage/var/log/velkor" [/var/lib/velkor]="$work/unit-state"
 )
 mkdir -m 1777 "$work/unit-lock"
+mkdir -m 0700 "$work/unit-state"
 # unit_runs FILE... : runs the ExecStart lines of the unit files given (the
 # unit, then its drop-ins), printing each one's exit status; their output
 # goes to unit.out.
 unit_runs() {
   local writable=() caps=() lines=() line path args
-  writable+=("/var/log/$(sed -n 's/^LogsDirectory=//p' "$@")")
+  writable+=("/var/log/$(sed -n 's/^LogsDirectory=//p' "$@")" "/var/lib/$(sed -n 's/^StateDirectory=//p' "$@")")
   for path in $(sed -n 's/^ReadWritePaths=//p' "$@"); do writable+=("${path#-}"); done
   for cap in $(sed -n 's/^CapabilityBoundingSet=//p' "$@"); do caps+=(--cap-add "$cap"); done
   while IFS= read -r line; do
@@ -207,7 +221,7 @@ unit_runs() {
   args=(--unshare-pid --die-with-parent --cap-drop ALL "${caps[@]}")
   for path in /usr /etc /var /opt /srv; do [ -d "$path" ] && args+=(--ro-bind "$path" "$path"); done
   args+=(--symlink usr/bin /bin --symlink usr/lib /lib --symlink usr/lib64 /lib64 --symlink usr/sbin /sbin)
-  args+=(--dev /dev --proc /proc --tmpfs /tmp --tmpfs /run --tmpfs /media --tmpfs /var/log)
+  args+=(--dev /dev --proc /proc --tmpfs /tmp --tmpfs /run --tmpfs /media --tmpfs /var/log --tmpfs /var/lib)
   args+=(--ro-bind "$stage/usr" "$stage/usr")
   for path in "${!place[@]}"; do
     local bind=--ro-bind
@@ -227,6 +241,12 @@ unit_runs() {
 }
 volume_files() { find "$work/mnt/volumes/VOL1" -type f | wc -l; }
 [ "$(unit_runs "$units/velkor-check@.service")" = 4 ] || fail "the unit's list: $(cat "$work/unit.out")"
+# The nightly window's run: a whole pass on this small volume, its checkpoint gone at its end.
+[ "$(unit_runs "$units/velkor-check@.service" "$dropins/velkor-check-nightly.conf")" = 4 ] ||
+  fail "the nightly drop-in's list: $(cat "$work/unit.out")"
+grep -q "no checkpoint of VOL1 in /var/lib/velkor: a new pass begins" "$work/unit.out" ||
+  fail "the nightly run did not look for its pass: $(cat "$work/unit.out")"
+[ -z "$(ls -A "$work/unit-state")" ] || fail "the ended pass left $(ls "$work/unit-state")"
 before=$(volume_files)
 # The fix leaves the corrupted files, the delete the fixable files the fix
 # did not take (open ones): 4 both; what matters is what they did.

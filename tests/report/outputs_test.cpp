@@ -421,8 +421,12 @@ TEST(ReportOutputs, MetricsOfAnyVolumeName) {
     EXPECT_EQ(0u, line.rfind("velkor_", 0)) << line;
     EXPECT_EQ(std::string::npos, line.find("velkor_forged{a=\"b\"}")) << line;
   }
-  // Per volume: time, duration, verdict, fixed, deleted and one per problem name.
-  EXPECT_EQ(2 * (5 + velkor::kNamedProblemBits - 2), samples) << r.out;
+  // Per volume: time, duration, verdict, fixed, deleted, one per problem
+  // name, the files left in all and by kind, the open files skipped, and
+  // the times of the last complete pass and the last run without an error.
+  EXPECT_EQ(2 * (5 + velkor::kNamedProblemBits - 2 + 4 + 2), samples) << r.out;
+  EXPECT_NE(std::string::npos, r.out.find("velkor_problem_files_left{" + label + ",operation=\"list-all\"} 1\n"));
+  EXPECT_NE(std::string::npos, r.out.find("velkor_corrupted_files_left{volume=\"VOL1\",operation=\"fix-all\"} 0\n"));
 
   // Names that are not UTF-8 stay apart from each other and from the valid
   // names that look like them: a byte that is not UTF-8 is written as \xHH,

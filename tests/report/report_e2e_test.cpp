@@ -344,6 +344,10 @@ TEST(ReportEndToEnd, AFixThatDidNotTake) {
       << detail.out;
   EXPECT_NE(std::string::npos, detail.out.find("  Not taken:   1 ")) << detail.out;
   EXPECT_EQ(std::string::npos, detail.out.find("/f0  zid 1000  invalidState  fixed, not")) << detail.out;
+  // The table shows it beside FIXABLE.
+  ProcessResult table = testsupport::runProcess({testsupport::binaryPath("report/velkor-report"), log.log()});
+  EXPECT_TRUE(std::regex_search(table.out, std::regex("FIXABLE  NOT TAKEN  CORRUPTED\n.*\n +2 .* fix-all .* +3 +0 +1 +0\n")))
+      << table.out;
 }
 
 // The manual page's unattended recipe, taken from the page and run as it

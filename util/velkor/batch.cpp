@@ -4,12 +4,14 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <clocale>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -19,8 +21,11 @@
 #include "velkor/beastQueries.h"
 #include "velkor/beastRecords.h"
 #include "velkor/channel.h"
+#include "velkor/checkpoint.h"
 #include "velkor/commandLine.h"
 #include "velkor/compCandidate.h"
+#include "velkor/deletionPlan.h"
+#include "velkor/duration.h"
 #include "velkor/errorWords.h"
 #include "velkor/logElements.h"
 #include "velkor/operations.h"
@@ -113,14 +118,60 @@ bool parseSeconds(const char* text, unsigned* seconds) {
   return true;
 }
 
+// The run log's path as a checkpoint records it: the same log by any path.
+std::string absoluteLogPath(const char* path) {
+  std::unique_ptr<char, decltype(&free)> real(realpath(path, nullptr), free);
+  return real ? real.get() : path;
+}
+
+// The zids of a deletion plan (velkor/deletionPlan.h) of `volume`; false,
+// with `why` set, when it cannot be read or is another volume's.
+bool readDeletionPlan(const char* path, const char* volume, std::set<std::string>* zids, std::string* why) {
+  std::ifstream in(path);
+  std::string line, zid, name;
+  if (!in || !std::getline(in, line) || line != kPlanFirstLine) {
+    *why = "is not a deletion plan (velkor-report --plan --run N writes one)";
+    return false;
+  }
+  if (!std::getline(in, line) || line != planVolumeLine(volume).substr(0, planVolumeLine(volume).size() - 1)) {
+    *why = "is not a plan of volume " + printable(volume) + " (" + printable(line) + ")";
+    return false;
+  }
+  while (std::getline(in, line)) {
+    if (!readPlanFileLine(line, &zid, &name)) {
+      *why = "holds a line that names no file: " + printable(line);
+      return false;
+    }
+    zids->insert(zid);
+  }
+  return true;
+}
+
+bool parseRate(const char* text, double* rate) {
+  char* end = nullptr;
+  errno = 0;
+  const unsigned long value = strtoul(text, &end, 10);
+  if (errno || *end || !isdigit(static_cast<unsigned char>(text[0])) || value == 0 || value > 10000000) return false;
+  *rate = static_cast<double>(value);
+  return true;
+}
+
 void batchUsage() {
   VELKOR_Usage(logPath);
   std::cout << "velkor-batch runs the operations above without a screen, for cron, systemd and ssh:\n"
             << "      --yes                    Answer yes to the operation's question (the statistics\n"
-            << "                               recount on a volume not in maintenance state)\n"
+            << "                               recount on a volume not in maintenance state); -d and\n"
+            << "                               -D delete nothing without it\n"
             << "      --progress[=SECONDS]     A progress line on standard error every SECONDS\n"
             << "                               (default 10; on when standard error is a terminal)\n"
             << "      --quiet                  Errors only\n"
+            << "      --resume                 Go on with the volume's stopped pass (-L, -F, -D, -C)\n"
+            << "                               from its checkpoint, else begin a new one\n"
+            << "      --state-dir DIR          Keep the checkpoints in DIR (default /var/lib/velkor)\n"
+            << "      --no-checkpoint          Keep no checkpoint of the pass\n"
+            << "      --max-duration DURATION  End the run after DURATION (30s, 90m, 4h); with a\n"
+            << "                               checkpoint, --resume goes on with the pass next time\n"
+            << "      --max-rate N             At most N objects a second, paced smoothly\n"
             << "Exit status (bits combined): 0 nothing found, 1 problems found and all repaired or\n"
             << "deleted, 4 problems left, 8 operational error, 16 usage error, 32 stopped before the end.\n";
   std::cout.flush();
@@ -131,11 +182,15 @@ int usageError(const std::string& message) { return failWithTry(message, kBatchU
 }  // namespace
 
 BatchView::BatchView(const BatchSettings& settings, unsigned int operation, const char* target)
-    : settings_(settings), operation_(operation), target_(printable(target)) {
+    : settings_(settings), operation_(operation), target_(printable(target)), pacer_(settings.maxRate) {
   start_ = lastLine_ = monotonicNow();
 }
 
 void BatchView::fileChecked(const FileResult& result) {
+  if (following_ && planned_.count(result.file->zid)) {
+    plannedSeen_.insert(result.file->zid);
+    if (!(result.problems & kCorruptedProblems)) ++plannedNotCorrupted_;
+  }
   if (result.problems & (kFixableProblems | kCorruptedProblems)) {
     ++found_;
     if (result.fixed || result.deleted) ++resolved_;
@@ -182,7 +237,23 @@ bool BatchView::confirm(Question) {
   return false;
 }
 
-bool BatchView::abortRequested() const { return stopSignal != 0; }
+bool BatchView::abortRequested() const {
+  if (stopSignal != 0) return true;
+  if (settings_.maxDuration > 0 && !windowEnded_ && secondsSince(start_, monotonicNow()) >= settings_.maxDuration)
+    windowEnded_ = true;
+  return windowEnded_;
+}
+
+bool BatchView::mayDelete(const char* zid) const { return !following_ || planned_.count(zid) != 0; }
+
+void BatchView::scanStart(ScanPosition* at) {
+  if (pass_) pass_->start(at);
+}
+
+void BatchView::scanPosition(const ScanPosition& next, bool stopping) {
+  if (pass_) pass_->position(next, stopping, done_, found_, fixed_, deleted_);
+  if (!stopping) pacer_.done(kZidSlots);
+}
 
 void BatchView::objectDone() {
   ++done_;
@@ -195,9 +266,11 @@ void BatchView::progressLine(const struct timespec& now) {
   lastLine_ = now;
   const double seconds = secondsSince(start_, now), rate = seconds > 0 ? done_ / seconds : 0;
   const uint64_t total = total_ > done_ ? total_ : done_;
-  fprintf(stderr, "%s: %s: %llu of %llu objects (%llu%%), %.0f/s, %llu problems, %llu fixed, %llu deleted, %s left\n",
+  char limit[48] = "";
+  if (settings_.maxRate > 0) snprintf(limit, sizeof limit, " (at most %.0f/s)", settings_.maxRate);
+  fprintf(stderr, "%s: %s: %llu of %llu objects (%llu%%), %.0f/s%s, %llu problems, %llu fixed, %llu deleted, %s left\n",
           appName, target_.c_str(), static_cast<unsigned long long>(done_), static_cast<unsigned long long>(total),
-          static_cast<unsigned long long>(total ? done_ * 100 / total : 100), rate,
+          static_cast<unsigned long long>(total ? done_ * 100 / total : 100), rate, limit,
           static_cast<unsigned long long>(found_), static_cast<unsigned long long>(fixed_),
           static_cast<unsigned long long>(deleted_),
           rate > 0 ? hoursMinutesSeconds((total - done_) / rate).c_str() : "?");
@@ -210,7 +283,13 @@ std::string BatchView::summary(const char* status) const {
            static_cast<unsigned long long>(done_), seconds, seconds > 0 ? done_ / seconds : 0.0,
            static_cast<unsigned long long>(found_), static_cast<unsigned long long>(fixed_),
            static_cast<unsigned long long>(deleted_), static_cast<unsigned long long>(found_ - resolved_));
-  return std::string(appName) + ": --" + operationName(operation_) + " " + target_ + ": " + figures + "; " + status;
+  std::string plan;
+  if (following_)
+    plan = "; of the " + std::to_string(planned_.size()) + " planned files " +
+           std::to_string(plannedNotCorrupted_) + " no longer corrupted, " +
+           std::to_string(planned_.size() - plannedSeen_.size()) + " no longer there";
+  return std::string(appName) + ": --" + operationName(operation_) + " " + target_ + ": " + figures + plan + "; " +
+         status;
 }
 
 int BatchView::verdict() const {
@@ -247,6 +326,29 @@ int readCommandLine(int argc, char** argv, CommandLine* line, BatchSettings* set
     if (option == kBatchProgress && argument && !parseSeconds(argument, &settings->progress))
       return usageError("--progress takes a number of seconds from 1 to 86400, not '" + printable(argument) + "'.");
   }
+  for (const auto& [option, argument] : line->extras) {
+    int64_t seconds = 0;
+    if (option == kBatchResume) settings->resume = true;
+    if (option == kBatchNoCheckpoint) settings->checkpoint = false;
+    if (option == kBatchStateDir) stateDir = argument;
+    if (option == kBatchMaxDuration && !parseDuration(argument, &seconds))
+      return usageError("--max-duration takes a duration such as 30s, 90m or 4h, not '" + printable(argument) + "'.");
+    if (option == kBatchMaxDuration) settings->maxDuration = seconds;
+    if (option == kBatchMaxRate && !parseRate(argument, &settings->maxRate))
+      return usageError("--max-rate takes a number of objects a second from 1 to 10000000, not '" +
+                        printable(argument) + "'.");
+  }
+  for (const auto& [option, argument] : line->extras)
+    if (option == kBatchPlan) settings->plan = argument;
+  if (settings->plan && line->operation != opDeleteAll)
+    return usageError("--plan goes with -D: the files of a reviewed plan are deleted.");
+  // Deleting cannot be undone: it is never what velkor-batch does unasked.
+  if ((line->operation & (opDeleteAll | opDelete)) && !settings->yes && !settings->plan)
+    return usageError(std::string("--") + operationName(line->operation) +
+                      " deletes files, which cannot be undone: add --plan FILE (a plan velkor-report --plan wrote "
+                      "and you reviewed) or --yes to delete the corrupted files it finds. Nothing was deleted.");
+  if (settings->resume && !settings->checkpoint)
+    return usageError("--resume needs the checkpoint that --no-checkpoint leaves out.");
   if (settings->quiet) settings->progress = 0;
   return -1;
 }
@@ -276,10 +378,23 @@ int batchMain(int argc, char** argv) {
   RunLog log;
   if (!log.open(logPath)) return kBatchError;
   if (!lockVolumeOperation(operation, path.get())) return kBatchError;
+  std::set<std::string> planned;
+  std::string why;
+  if (settings.plan && !readDeletionPlan(settings.plan, path.get(), &planned, &why)) {
+    fprintf(stderr, "%s: the plan %s %s: nothing was deleted.\n", appName, printable(settings.plan).c_str(),
+            why.c_str());
+    return kBatchUsage;
+  }
+  PassKeeper pass;
+  const bool keepsPass = settings.checkpoint && (operation & (opListAll | opFixAll | opDeleteAll | opClearAll));
+  if (keepsPass && !pass.begin(path.get(), operationName(operation), absoluteLogPath(logPath), settings.resume))
+    return kBatchError;
   catchStopSignals();
-  LogDocumentStart(argc, argv);
+  LogDocumentStart(argc, argv, keepsPass ? pass.descriptionLine() : std::string());
 
   BatchView view(settings, operation, path.get());
+  if (keepsPass) view.keepPass(&pass);
+  if (settings.plan) view.followPlan(std::move(planned));
   CompStats stats(&view);
   stats.fixable = stats.fixed = stats.deleted = 0;
   view.attach(&stats);
@@ -302,9 +417,18 @@ int batchMain(int argc, char** argv) {
   } else if (view.declined()) {
     text = kStoppedForQuestion;
     status |= kBatchStopped;
+  } else if (view.windowEnded() && !error) {
+    text = kWindowEndedStatus;
   }
+  // A pass that ran to its end (or found no compression) leaves no checkpoint;
+  // one stopped or failed keeps its last for --resume.
+  if (keepsPass && !error && stopSignal == 0 && !view.windowEnded() && !view.declined()) pass.end();
+  if (keepsPass && !pass.failure().empty()) status |= kBatchError;
   if (error) status |= kBatchError;
   if (!LogFailure()) {
+    const uint64_t passObjects = pass.objectsBefore() + view.done();
+    if (keepsPass)
+      LogMessage(passProgressText(pass.pass().pass, passObjects, std::max(passObjects, view.total())).c_str());
     LogFinishStatus(text);
     LogDocumentEnd();
   }

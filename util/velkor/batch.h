@@ -5,10 +5,12 @@
 
 #include <cstdint>
 #include <ctime>
+#include <set>
 #include <string>
 
 #include "velkor/compStats.h"
 #include "velkor/logElements.h"
+#include "velkor/pacer.h"
 
 namespace velkor {
 
@@ -26,6 +28,11 @@ struct BatchSettings {
   bool yes = false;         // --yes: answer yes to the operation's question
   unsigned progress = 0;    // seconds between progress lines; 0: none
   bool quiet = false;       // --quiet: errors only
+  bool resume = false;      // --resume: go on with the volume's saved pass
+  bool checkpoint = true;   // --no-checkpoint: keep none
+  int64_t maxDuration = 0;  // --max-duration in seconds; 0: none
+  double maxRate = 0;       // --max-rate: objects a second; 0: no limit
+  const char* plan = nullptr;  // --plan FILE: delete only the files it names
 };
 
 // The view of a run without a screen: progress lines on standard error, the
@@ -48,6 +55,20 @@ class BatchView : public OperationView {
   void setTotal(uint64_t objects) override { total_ = objects; }
   void objectDone() override;
   bool showsEveryName() const override { return false; }
+  void scanStart(ScanPosition* at) override;
+  void scanPosition(const ScanPosition& next, bool stopping) override;
+
+  bool mayDelete(const char* zid) const override;
+  // A deletion plan: only its files are deleted; the summary tells of the
+  // others.
+  void followPlan(std::set<std::string> zids) { planned_ = std::move(zids); following_ = true; }
+
+  // The pass whose checkpoint this run keeps (volume operations).
+  void keepPass(class PassKeeper* pass) { pass_ = pass; }
+  uint64_t done() const { return done_; }
+  uint64_t total() const { return total_; }
+  // The run was ended by --max-duration.
+  bool windowEnded() const { return windowEnded_; }
 
   // The statistics and the candidate verdict as plain lines, for the end.
   const std::string& resultLines() const { return results_; }
@@ -69,6 +90,12 @@ class BatchView : public OperationView {
   uint64_t found_ = 0, resolved_ = 0, fixed_ = 0, deleted_ = 0;
   bool declined_ = false;
   struct timespec start_ = {}, lastLine_ = {};
+  class PassKeeper* pass_ = nullptr;
+  Pacer pacer_;
+  mutable bool windowEnded_ = false;
+  bool following_ = false;
+  std::set<std::string> planned_, plannedSeen_;
+  uint64_t plannedNotCorrupted_ = 0;
 };
 
 // The program: parses the command line, opens the log, takes the lock, runs

@@ -37,7 +37,10 @@ inline const struct option kLongOptions[] = {
 
 // velkor-batch's own options, long ones only, beside the table above. Their
 // values lie above every option letter.
-enum BatchOption : int { kBatchYes = 256, kBatchProgress, kBatchQuiet };
+enum BatchOption : int {
+  kBatchYes = 256, kBatchProgress, kBatchQuiet,
+  kBatchResume, kBatchStateDir, kBatchNoCheckpoint, kBatchMaxDuration, kBatchMaxRate, kBatchPlan,
+};
 
 // velkor-batch's table: velkor's rows and its own. (velkor's table stays as
 // it is: velkor refuses these options as the parser does any unknown one.)
@@ -47,6 +50,12 @@ inline std::vector<struct option> batchLongOptions() {
   rows.push_back({"yes", no_argument, nullptr, kBatchYes});
   rows.push_back({"progress", optional_argument, nullptr, kBatchProgress});
   rows.push_back({"quiet", no_argument, nullptr, kBatchQuiet});
+  rows.push_back({"resume", no_argument, nullptr, kBatchResume});
+  rows.push_back({"state-dir", required_argument, nullptr, kBatchStateDir});
+  rows.push_back({"no-checkpoint", no_argument, nullptr, kBatchNoCheckpoint});
+  rows.push_back({"max-duration", required_argument, nullptr, kBatchMaxDuration});
+  rows.push_back({"max-rate", required_argument, nullptr, kBatchMaxRate});
+  rows.push_back({"plan", required_argument, nullptr, kBatchPlan});
   rows.push_back({nullptr, 0, nullptr, 0});
   return rows;
 }
@@ -141,6 +150,8 @@ inline CommandLine parseCommandLine(int argc, char** argv, const char* shortOpti
         }
         break;
       case kBatchYes: case kBatchProgress: case kBatchQuiet:
+      case kBatchResume: case kBatchStateDir: case kBatchNoCheckpoint:
+      case kBatchMaxDuration: case kBatchMaxRate: case kBatchPlan:
         line.extras.emplace_back(option, optarg);
         break;
       default:

@@ -14,6 +14,7 @@ namespace velkor {
 class UncompBeastInfo;
 class CompBeastInfo;
 struct VolumeStatistics;
+struct ScanPosition;
 
 // A file the per-object routine has checked, as it found and left it.
 struct FileResult {
@@ -70,6 +71,15 @@ class OperationView {
   virtual bool abortRequested() const { return false; }
   virtual void setTotal(uint64_t /*objects*/) {}
   virtual void objectDone() {}
+  // Where a volume scan begins (left as it is: at the first object; a
+  // resumed pass sets its saved position), and where it goes on: after each
+  // batch whose objects are all done, and when it stops before its end
+  // (`stopping`).
+  virtual void scanStart(ScanPosition* /*at*/) {}
+  // Whether the corrupted object `zid` may be deleted (a deletion plan names
+  // the only ones that may).
+  virtual bool mayDelete(const char* /*zid*/) const { return true; }
+  virtual void scanPosition(const ScanPosition& /*next*/, bool /*stopping*/) {}
 
   // Whether the view shows the name of every file checked, so that it must
   // be looked up even where the run log does not need it.

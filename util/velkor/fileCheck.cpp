@@ -377,7 +377,7 @@ void checkCompressionStatus(char* volume, char* zid, OpArgs_s* args, CompStats* 
       const unsigned long problems = stats->problemFlags;
       if (problems & kCorruptedProblems) {
         ++stats->corrupted;
-        if (args->delete_) {
+        if (args->delete_ && stats->view->mayDelete(zid)) {
           LogRequireRoom(stats->fileName ? strlen(stats->fileName.get()) : 0);
           try {
             deleteCorruptedFile(volume, zid, file.get(), compData.get(), stats);

@@ -293,13 +293,14 @@ void LogCurrentTime(bool alsoToScreen, bool newline) {
   if (alsoToScreen) std::cout << "  Current time   " << text << std::endl;
 }
 
-void LogDocumentStart(int argc, char** argv) {
+void LogDocumentStart(int argc, char** argv, const std::string& passLine) {
   std::cerr << "<velkor>\n"
             << "<description>\n"
             << "  " << appName << " - Validate and fix KVF compression files\n"
             << "  Version: " << appVersion << "\n"
-            << "  Build: " << __DATE__ << " at " << __TIME__ << "\n"
-            << "</description>\n"
+            << "  Build: " << __DATE__ << " at " << __TIME__ << "\n";
+  if (!passLine.empty()) std::cerr << passLine << "\n";
+  std::cerr << "</description>\n"
             << "<CommandLine>\n";
   for (int i = 0; i < argc; ++i)
     std::cerr << " <argv index=\"" << i << "\" argv=\"" << velkor::logText(argv[i], velkor::LogTextKind::attribute)

@@ -75,8 +75,9 @@ void LogRequireWritable();
 void LogCurrentTime(bool alsoToScreen, bool newline);
 
 // The document's opening (description, command line, start time) and its end
-// (end time, closing element, three empty lines).
-void LogDocumentStart(int argc, char** argv);
+// (end time, closing element, three empty lines). `passLine`, when not
+// empty, is one more line of the description (velkor-batch's pass, passLine.h).
+void LogDocumentStart(int argc, char** argv, const std::string& passLine = std::string());
 void LogDocumentEnd();
 
 // The interface object could not be made: why, and where.

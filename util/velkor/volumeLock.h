@@ -45,6 +45,21 @@ class LockRefusal : public KVFError {
 // they are (not a leading '.'), every other byte as %XX, so that no volume
 // name leads out of the directory.
 std::string volumeLockName(const std::string& volume);
+// That name without its ".lock": any text as a file name of the directory.
+std::string safeFileName(const std::string& text);
+
+// Opens the directory `dir` (made, 0700, when missing). -1, with `why` set,
+// when it cannot be opened or is not the effective user's own alone: `why`
+// then says whose it is or who may write it, that another user could `risk`
+// ("hold or replace the locks in it") and what to do. The lock directory and
+// the checkpoints' state directory are both held to this.
+int openOwnDirectory(const char* dir, const std::string& risk, std::string* why);
+// Why `name`, as `st` describes it, is not the effective user's own alone
+// ("NAME is owned by ..., not by ... who runs this", "NAME may be written by
+// other users (mode 0777)"); empty when it is.
+std::string notOwnAlone(const std::string& name, const struct stat& st);
+// "name (uid N)", or "uid N" for a user without a name.
+std::string ownerOf(uid_t uid);
 
 // The lock file's name for a run log, after the log file's device and inode
 // (so that every path to one file shares its lock): "log@MAJOR:MINOR-INODE",

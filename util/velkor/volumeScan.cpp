@@ -80,12 +80,15 @@ void scanVolume(char* volumeName, ObjectRoutine routine, OpArgs_s* args, CompSta
   // answers with zids already checked: only zids above the highest one
   // checked (compared as 64-bit numbers) are visited, and a batch that brings
   // none ends the scan instead of checking the same objects forever.
-  int position = 0;
-  bool checkedAny = false;
-  uint64_t highestChecked = 0;
+  ScanPosition start;
+  view->scanStart(&start);
+  int position = start.position;
+  bool checkedAny = start.visitedAny;
+  uint64_t highestChecked = start.highest;
   for (;;) {
     if (view->abortRequested()) {
       view->watchForAbort(false);
+      view->scanPosition(ScanPosition{position, checkedAny, highestChecked}, true);
       return;
     }
     view->setTotal(getVolumeTotalObjects(volumeName));
@@ -95,6 +98,7 @@ void scanVolume(char* volumeName, ObjectRoutine routine, OpArgs_s* args, CompSta
     if (n > 0) {
       if (view->abortRequested()) {
         view->watchForAbort(false);
+        view->scanPosition(ScanPosition{position, checkedAny, highestChecked}, true);
         return;
       }
       int slots = n < kZidSlots ? n : kZidSlots;
@@ -111,6 +115,7 @@ void scanVolume(char* volumeName, ObjectRoutine routine, OpArgs_s* args, CompSta
         LogRequireWritable();  // the object's entry, if it has one, was written
         if (view->abortRequested()) {
           view->watchForAbort(false);
+          view->scanPosition(ScanPosition{position, checkedAny, highestChecked}, true);
           return;
         }
       }
@@ -120,6 +125,7 @@ void scanVolume(char* volumeName, ObjectRoutine routine, OpArgs_s* args, CompSta
                        zERR_GENERIC_KVF_ERROR, KVF_HERE);
       const char* last = zids.get() + (slots - 1) * kZidSlotSize;
       position = static_cast<int>(static_cast<uint32_t>(KVF::LB_strtouq(last, nullptr, 10)));
+      if (n == kZidSlots) view->scanPosition(ScanPosition{position, checkedAny, highestChecked}, false);
     }
     if (n != kZidSlots) return;
   }

@@ -2,6 +2,8 @@
 // text and its terminator.
 #pragma once
 
+#include <cstdint>
+
 namespace velkor {
 
 class ReplyBuf;
@@ -10,6 +12,14 @@ struct OpArgs_s;
 
 // The per-object routine of the list, fix, delete and clear operations.
 typedef void (*ObjectRoutine)(char* volumeName, char* objectText, OpArgs_s* args, CompStats* stats);
+
+// Where a scan goes on: the position its next browse request carries, and
+// the highest zid visited (only zids above it are visited).
+struct ScanPosition {
+  int position = 0;
+  bool visitedAny = false;
+  uint64_t highest = 0;
+};
 
 const int kZidSlots = 20;
 const int kZidSlotSize = 21;
