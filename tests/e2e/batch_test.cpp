@@ -41,60 +41,7 @@ int runBatch(const Simulator& sim, const std::vector<std::string>& args, const s
   return run.exitStatus();
 }
 
-// A run log's documents, each without what differs from run to run and
-// program to program: times, the build, the program's path, argument
-// indexes, and velkor-batch's pass and --yes.
-std::vector<std::string> comparableRuns(const std::string& log) {
-  static const std::regex varying(
-      "<CurrentTime [^>]*/>|  Build: [^\n]*|argv=\"[^\"]*velkor(-batch)?\"|  velkor(-batch)? - |index=\"\\d+\"");
-  static const std::regex pass("\n  Pass [^\n]*|<msg>pass [^<]*</msg>\n| <argv index=\"\\d+\" argv=\"--yes\" />\n");
-  std::vector<std::string> runs;
-  for (size_t at = 0; (at = log.find("<velkor>\n", at)) != std::string::npos; ++at)
-    runs.push_back(std::regex_replace(
-        std::regex_replace(log.substr(at, log.find("</velkor>", at) - at), pass, ""), varying, "#"));
-  return runs;
-}
-
 }  // namespace
-
-// The same steps on two copies of one generated volume, by velkor and by
-// velkor-batch: the logs hold the same documents, entry for entry, and each
-// batch run's exit status says what was left.
-TEST(Batch, VolumeOperationsLogWhatVelkorLogsWithFsckStatuses) {
-  Simulator::Options options;
-  options.generate = 600;
-  options.seed = 11;
-  options.requestLog = false;
-  Simulator byVelkor(options), byBatch(options);
-  TempDir velkorDir, batchDir;
-  const std::vector<std::pair<std::vector<std::string>, int>> steps = {
-      {{"-L", "VOL1"}, 4},  // problems found, none repaired
-      {{"-F", "VOL1"}, 4},  // the corrupted ones are left
-      {{"-D", "VOL1"}, 4},  // the corrupted ones are deleted; fixable ones the fix did not take are left
-      {{"-L", "VOL1"}, 4},
-      {{"-C", "VOL1"}, 0},
-  };
-  for (const auto& [args, status] : steps) {
-    VelkorTerminal::Options here;
-    here.cwd = velkorDir.path();
-    FinishedRun run(byVelkor, args, here);
-    ASSERT_TRUE(run.finalScreen) << args[0];
-    std::string output;
-    std::vector<std::string> batchArgs = args;
-    if (args[0] == "-D") batchArgs.push_back("--yes");
-    EXPECT_EQ(status, runBatch(byBatch, batchArgs, batchDir.path(), &output)) << args[0] << "\n" << output;
-    EXPECT_TRUE(std::regex_search(output, std::regex("velkor-batch: --[a-z-]+ VOL1: \\d+ objects in ")))
-        << output;
-  }
-  const std::string batchLog = testsupport::readFile(batchDir.file("velkor.log"));
-  EXPECT_NE(std::string::npos, batchLog.find("  velkor-batch - Validate and fix KVF compression files\n"));
-  const std::vector<std::string> velkorRuns = comparableRuns(testsupport::readFile(velkorDir.file("velkor.log")));
-  const std::vector<std::string> batchRuns = comparableRuns(batchLog);
-  ASSERT_EQ(steps.size(), velkorRuns.size());
-  ASSERT_EQ(velkorRuns.size(), batchRuns.size());
-  for (size_t i = 0; i < steps.size(); ++i) EXPECT_EQ(velkorRuns[i], batchRuns[i]) << "run " << i;
-  EXPECT_NE(std::string::npos, batchRuns[0].find("<entry>")) << "the volume has no problem file";
-}
 
 // A good volume: a full name is asked only where a name is logged; velkor
 // asks one for every object it shows.

@@ -20,29 +20,6 @@ namespace {
 
 using testsupport::counters;
 
-// Processed, cleared, good, open skipped, fixable, corrupted, fixed, deleted.
-std::vector<uint64_t> expectedCounters(const json& e) {
-  return {e["processed"], e["ccBitCleared"], e["good"], e["openSkipped"],
-          e["fixable"],   e["corrupted"],    e["fixed"], e["deleted"]};
-}
-
-// The problem words of a run's log entries, each with the number of entries
-// that carry it, keyed as the generator's "words".
-json loggedWords(const std::vector<std::string>& entries) {
-  std::map<std::string, uint64_t> words;
-  const std::regex element("<(\\w+)/>");
-  for (const std::string& e : entries) {
-    size_t from = e.find("<fileStatus>"), to = e.find("</fileStatus>");
-    std::string status = e.substr(from, to - from);
-    uint32_t word = 0;
-    for (std::sregex_iterator m(status.begin(), status.end(), element), end; m != end; ++m)
-      for (size_t bit = 0; bit < velkor::kNamedProblemBits; ++bit)
-        if (velkor::kProblemElements[bit] == (*m)[1].str()) word |= 1u << bit;
-    ++words[std::to_string(word)];
-  }
-  return words;
-}
-
 std::vector<int> scanSequences(const Simulator& sim) {
   std::vector<int> sequences;
   std::regex sequence("<scanSequence>(-?\\d+)</scanSequence>");
@@ -76,50 +53,6 @@ TEST(VolumeScan, BatchesOfTwentyAndTheirScanPositions) {
     EXPECT_EQ(testsupport::requestText(velkor::browseRequest, "VOL1", true, 0, 20, 0),
               sim.requestsOf("browseBeasts").at(0)["request"]);
   }
-}
-
-// A generated volume against the generator's expectations, the sums of its
-// kinds' rows: the counters and the logged problem words of list, list
-// without the header check, fix, list again (with pretty-printed replies);
-// delete, list again; Cc clear twice,
-// then the statistics recount.
-TEST(VolumeScan, GeneratedVolumeRunsYieldTheGeneratorsCounts) {
-  Simulator::Options options;
-  options.generate = 2000;
-  options.seed = 7;
-  options.requestLog = false;
-  options.pretty = true;
-  Simulator sim(options);
-  json expected = sim.expected();
-  auto runs = [&](const Simulator& on, std::vector<std::pair<std::vector<std::string>, const char*>> steps) {
-    for (auto [options, key] : steps) {
-      options.push_back("VOL1");
-      FinishedRun run(on, options);
-      ASSERT_TRUE(run.finalScreen) << key;
-      EXPECT_EQ(expectedCounters(expected[key]), counters(run.screen)) << key;
-      EXPECT_EQ(expected[key]["words"], loggedWords(run.entries())) << key;
-    }
-  };
-  runs(sim, {{{"-L"}, "list"}, {{"-H", "-L"}, "listNoHeader"}, {{"-F"}, "fix"}, {{"-L"}, "afterFix"}});
-  options.pretty = false;
-  Simulator deleted(options);
-  runs(deleted, {{{"-D"}, "delete"}, {{"-L"}, "afterDelete"}});
-  EXPECT_EQ(deleted.state()["volumes"][0]["liveBeasts"], expected["afterDelete"]["processed"]);
-
-  Simulator cleared(options);
-  FinishedRun clear(cleared, {"-C", "VOL1"});
-  std::vector<uint64_t> counts = counters(clear.screen);
-  EXPECT_EQ(expected["clear"]["processed"], counts[0]);
-  EXPECT_EQ(expected["clear"]["ccBitCleared"], counts[1]);
-  EXPECT_EQ(0u, counters(FinishedRun(cleared, {"-C", "VOL1"}).screen)[1]);
-  VelkorTerminal stats(cleared, {"-S", "VOL1"});
-  ASSERT_TRUE(stats.waitFor("Do you want to continue")) << stats.screenText();
-  stats.send("y");
-  EXPECT_TRUE(stats.runToEnd()) << stats.screenText();
-  json recount = cleared.state()["volumes"][0]["stats"];
-  EXPECT_EQ(recount["compressedFiles"], expected["statsRecount"]["compressedFiles"]);
-  EXPECT_EQ(recount["preCompressionBlocks"], expected["statsRecount"]["preCompressionBlocks"]);
-  EXPECT_EQ(recount["uncompressibleFiles"], 0);  // the Cc attributes were cleared
 }
 
 TEST(VolumeScan, EscapeThenYesAbortsEscapeThenNoGoesOn) {

@@ -1,17 +1,20 @@
 // velkor-report on one log that the real velkor wrote on the simulator, run
-// after run: its counts against the generator's expectations, the requests
-// the simulator saw and the status velkor showed; --check's exit status for
-// each run; and the manual page's unattended recipe, run as it stands there.
+// after run: its counts against the generator's expectations, velkor-batch's
+// log of the same steps, the requests the simulator saw and the status velkor
+// showed; --check's exit status for each run; and the manual page's
+// unattended recipe, run as it stands there.
 #include <gtest/gtest.h>
 #include <signal.h>
 
 #include <fstream>
+#include <map>
 #include <regex>
 #include <set>
 
 #include "e2e.h"
 #include "fixtures.h"
 #include "logText.h"
+#include "velkor/logElements.h"
 
 using e2efixtures::FinishedRun;
 using e2efixtures::json;
@@ -35,7 +38,7 @@ std::string shownStatus(const std::vector<std::string>& screen) {
 
 // The requests the simulator saw during one run: [from, to) of its log.
 struct Requests {
-  std::vector<json> all;
+  const std::vector<json>& all;
   size_t from, to;
   std::vector<json> run() const {
     return {all.begin() + std::min(from, all.size()), all.begin() + std::min(to, all.size())};
@@ -66,6 +69,47 @@ std::set<std::string> zidsWith(const json& run, const std::string& action) {
 
 uint64_t problemFiles(const json& counts) { return counts["fixable"].get<uint64_t>() + counts["corrupted"].get<uint64_t>(); }
 
+// Processed, cleared, good, open skipped, fixable, corrupted, fixed, deleted.
+std::vector<uint64_t> expectedCounters(const json& e) {
+  return {e["processed"], e["ccBitCleared"], e["good"], e["openSkipped"],
+          e["fixable"],   e["corrupted"],    e["fixed"], e["deleted"]};
+}
+
+// The problem words of a run's log entries, each with the number of entries
+// that carry it, keyed as the generator's "words".
+json loggedWords(const std::vector<std::string>& entries) {
+  std::map<std::string, uint64_t> words;
+  const std::regex element("<(\\w+)/>");
+  for (const std::string& e : entries) {
+    size_t from = e.find("<fileStatus>"), to = e.find("</fileStatus>");
+    std::string status = e.substr(from, to - from);
+    uint32_t word = 0;
+    for (std::sregex_iterator m(status.begin(), status.end(), element), end; m != end; ++m)
+      for (size_t bit = 0; bit < velkor::kNamedProblemBits; ++bit)
+        if (velkor::kProblemElements[bit] == (*m)[1].str()) word |= 1u << bit;
+    ++words[std::to_string(word)];
+  }
+  return words;
+}
+
+// A run log's documents, in order.
+std::vector<std::string> documents(const std::string& log) {
+  std::vector<std::string> runs;
+  for (size_t at = 0; (at = log.find("<velkor>\n", at)) != std::string::npos; ++at)
+    runs.push_back(log.substr(at, std::min(log.find("</velkor>", at), log.find("<velkor>\n", at + 1)) - at));
+  return runs;
+}
+
+// A document without what differs from run to run and program to program:
+// times, the build, the program's path, argument indexes, and velkor-batch's
+// pass and --yes.
+std::string comparable(const std::string& document) {
+  static const std::regex varying(
+      "<CurrentTime [^>]*/>|  Build: [^\n]*|argv=\"[^\"]*velkor(-batch)?\"|  velkor(-batch)? - |index=\"\\d+\"");
+  static const std::regex pass("\n  Pass [^\n]*|<msg>pass [^<]*</msg>\n| <argv index=\"\\d+\" argv=\"--yes\" />\n");
+  return std::regex_replace(std::regex_replace(document, pass, ""), varying, "#");
+}
+
 // velkor run in one working directory, so that every run appends to one log.
 class OneLog {
  public:
@@ -75,13 +119,20 @@ class OneLog {
     o.cwd = dir_.path();
     return o;
   }
-  // Runs velkor to its final prompt; returns the status it showed.
-  std::string finished(const Simulator& sim, const std::vector<std::string>& args,
-                       VelkorTerminal::Options o = VelkorTerminal::Options()) {
-    o.cwd = dir_.path();
-    FinishedRun run(sim, args, o);
-    EXPECT_TRUE(run.finalScreen) << args[0];
-    return shownStatus(run.screen);
+  // Runs velkor to its final prompt, answering `answer` to a question
+  // first when one is given; returns the screen at the prompt.
+  std::vector<std::string> finished(const Simulator& sim, const std::vector<std::string>& args,
+                                    const std::string& answer = "") {
+    VelkorTerminal terminal(sim, args, options());
+    if (!answer.empty()) {
+      EXPECT_TRUE(terminal.waitFor("Do you want to continue (y/n)?")) << terminal.screenText();
+      terminal.send(answer);
+    }
+    EXPECT_TRUE(terminal.waitFor("Press any key", std::chrono::seconds(60))) << args[0];
+    std::vector<std::string> screen = terminal.screen();
+    terminal.send("x");
+    terminal.finish();
+    return screen;
   }
   // Starts a list run slowed down by a delay on every object and kills it
   // (SIGKILL, in the middle of its output) once it has checked some.
@@ -108,67 +159,140 @@ class OneLog {
   testsupport::TempDir dir_;
 };
 
-// One log of every kind of run, written by the real velkor: list, fix, list,
-// statistics, a scan ended by a fault, a killed run, then Cc clear and delete
-// on a fresh copy of the volume.
+// One log of every kind of run that velkor writes on a generated volume,
+// run by the real velkor and appended to one log: on the first copy list,
+// list without the header check (pretty-printed replies), fix, list, a scan
+// ended by a fault and a killed run; on a second copy Cc clear twice and the
+// statistics recount; on a third, delete. Each test below reads its own view
+// of it: the generator's counts, velkor-batch's log of the same steps, and
+// velkor-report's.
 struct LoggedRuns {
-  struct Shown {
-    std::string status;  // as velkor showed it; "" for the killed run
-    int check;           // --check's status
+  struct Run {
+    std::vector<std::string> args;
+    const char* expected;  // the generator's counts of the run, or nullptr
+    int check;             // --check's status
+    int batch;             // velkor-batch's exit status for the same step; -1: not repeated
+    int sim;               // which copy of the volume
+    std::string answer = {};  // to the recount question
+    std::string status = {};  // as velkor showed it
+    std::vector<uint64_t> counters = {};
+    size_t from = 0, to = 0;  // the run's requests
   };
+  enum { kFirst, kCleared, kDeleted, kCopies };
+  std::vector<Run> runs = {
+      {{"-L", "VOL1"}, "list", 1, 4, kFirst},
+      {{"-H", "-L", "VOL1"}, "listNoHeader", 1, 4, kFirst},
+      {{"--fix-all", "VOL1"}, "fix", 1, 4, kFirst},
+      {{"-L", "VOL1"}, "afterFix", 1, 4, kFirst},
+      {{"-L", "VOL1"}, nullptr, 2, -1, kFirst},  // a fault in the middle of the scan
+      {{"-L", "VOL1"}, nullptr, 2, -1, kFirst},  // killed
+      {{"--clear-all", "VOL1"}, nullptr, 0, 0, kCleared},
+      {{"-C", "VOL1"}, nullptr, 0, 0, kCleared},
+      {{"-S", "VOL1"}, nullptr, 0, -1, kCleared, "y"},
+      {{"-D", "VOL1"}, "delete", 1, 4, kDeleted},
+  };
+  static constexpr size_t kList = 0, kFix = 2, kAfterFix = 3, kFault = 4, kKilled = 5, kClear = 6, kRecount = 8,
+                          kDelete = 9;
+  Simulator::Options options;
   OneLog log;
   json expected;
-  std::vector<Shown> shown;
-  std::vector<json> all, freshAll;  // the requests of each simulator
-  std::vector<size_t> requestsBefore;
-  size_t clearEnd = 0;
-  // The requests of run i (on the first simulator).
-  Requests during(size_t i) const {
-    return Requests{all, requestsBefore.at(i), i + 1 < requestsBefore.size() ? requestsBefore[i + 1] : all.size()};
-  }
+  std::vector<json> requests[kCopies];
+  json recount;       // the statistics after the recount
+  json liveAfterDelete;
+  std::vector<uint64_t> afterDelete;  // list after delete (in a log of its own)
+  json afterDeleteWords;
+
+  Requests during(size_t i) const { return Requests{requests[runs[i].sim], runs[i].from, runs[i].to}; }
 };
 
 void writeEveryKindOfRun(LoggedRuns& r) {
-  Simulator::Options generated;
-  generated.generate = 2000;
-  generated.seed = 5;
-  Simulator sim(generated);
-  r.expected = sim.expected();
-  auto mark = [&] { r.requestsBefore.push_back(sim.requests().size()); };
-  mark();
-  r.shown.push_back({r.log.finished(sim, {"-L", "VOL1"}), 1});
-  mark();
-  r.shown.push_back({r.log.finished(sim, {"--fix-all", "VOL1"}), 1});
-  mark();
-  r.shown.push_back({r.log.finished(sim, {"-L", "VOL1"}), 1});
-  mark();
-  {
-    VelkorTerminal terminal(sim, {"-S", "VOL1"}, r.log.options());
-    ASSERT_TRUE(terminal.waitFor("Do you want to continue (y/n)?"));
-    terminal.send("y");
-    ASSERT_TRUE(terminal.waitFor("Press any key"));
-    r.shown.push_back({shownStatus(terminal.screen()), 0});
-    terminal.send("x");
-    terminal.finish();
+  r.options.generate = 2000;
+  r.options.seed = 5;
+  Simulator::Options pretty = r.options;
+  pretty.pretty = true;
+  Simulator first(pretty), cleared(r.options), deleted(r.options);
+  const Simulator* sims[] = {&first, &cleared, &deleted};
+  r.expected = first.expected();
+  for (size_t i = 0; i < r.runs.size(); ++i) {
+    LoggedRuns::Run& run = r.runs[i];
+    const Simulator& sim = *sims[run.sim];
+    run.from = sim.requests().size();
+    if (i == LoggedRuns::kKilled) {
+      r.log.killedList(sim);
+    } else {
+      if (i == LoggedRuns::kFault) sim.setFaults(R"({"request":"getBeastInfo","nth":25,"action":"result","value":20400})");
+      std::vector<std::string> screen = r.log.finished(sim, run.args, run.answer);
+      sim.setFaults("[]");
+      run.status = shownStatus(screen);
+      run.counters = testsupport::counters(screen);
+    }
+    run.to = sim.requests().size();
   }
-  // A fault in the middle of a scan.
-  sim.setFaults(R"({"request":"getBeastInfo","nth":25,"action":"result","value":20400})");
-  mark();
-  r.shown.push_back({r.log.finished(sim, {"-L", "VOL1"}), 2});
-  sim.setFaults("[]");
-  // A killed run. (An aborted one: velkor's log of it is volumeOps_test's
-  // EscapeThenYes..., the report's verdict on it outputs_test's StoppedAndOld...)
-  mark();
-  r.log.killedList(sim);
-  r.shown.push_back({"", 2});
-  mark();
-  r.all = sim.requests();
-  // Cc clear and delete runs on a fresh copy of the volume, appended to the same log.
-  Simulator fresh(generated);
-  r.shown.push_back({r.log.finished(fresh, {"--clear-all", "VOL1"}), 0});
-  r.clearEnd = fresh.requests().size();
-  r.shown.push_back({r.log.finished(fresh, {"-D", "VOL1"}), 1});
-  r.freshAll = fresh.requests();
+  for (int copy = 0; copy < LoggedRuns::kCopies; ++copy) r.requests[copy] = sims[copy]->requests();
+  r.recount = cleared.state()["volumes"][0]["stats"];
+  r.liveAfterDelete = deleted.state()["volumes"][0]["liveBeasts"];
+  FinishedRun list(deleted, {"-L", "VOL1"});
+  ASSERT_TRUE(list.finalScreen);
+  r.afterDelete = testsupport::counters(list.screen);
+  r.afterDeleteWords = loggedWords(list.entries());
+}
+
+// The generator's counts: the counters each run showed and the problem words
+// it logged; what the second Cc clear and the recount found, and what the
+// deletion left.
+void checkGeneratorsCounts(const LoggedRuns& r, const std::vector<std::string>& documents) {
+  for (size_t i = 0; i < r.runs.size(); ++i) {
+    const char* key = r.runs[i].expected;
+    if (!key) continue;
+    EXPECT_EQ(expectedCounters(r.expected[key]), r.runs[i].counters) << key;
+    EXPECT_EQ(r.expected[key]["words"], loggedWords(e2efixtures::entries(documents.at(i)))) << key;
+  }
+  std::vector<uint64_t> clear = r.runs[LoggedRuns::kClear].counters;
+  ASSERT_EQ(8u, clear.size());
+  EXPECT_EQ(r.expected["clear"]["processed"], clear[0]);
+  EXPECT_EQ(r.expected["clear"]["ccBitCleared"], clear[1]);
+  EXPECT_EQ(0u, r.runs[LoggedRuns::kClear + 1].counters.at(1)) << "the second clear found Cc attributes";
+  EXPECT_EQ(r.recount["compressedFiles"], r.expected["statsRecount"]["compressedFiles"]);
+  EXPECT_EQ(r.recount["preCompressionBlocks"], r.expected["statsRecount"]["preCompressionBlocks"]);
+  EXPECT_EQ(r.recount["uncompressibleFiles"], 0);  // the Cc attributes were cleared
+  EXPECT_EQ(expectedCounters(r.expected["afterDelete"]), r.afterDelete);
+  EXPECT_EQ(r.expected["afterDelete"]["words"], r.afterDeleteWords);
+  EXPECT_EQ(r.liveAfterDelete, r.expected["afterDelete"]["processed"]);
+}
+
+// velkor-batch repeats the steps it can on copies of its own, into a log of
+// its own: each exit status says what was left, and the log holds the same
+// documents as velkor's, entry for entry.
+void checkBatchLogsTheSame(const LoggedRuns& r, const std::vector<std::string>& velkorDocuments) {
+  Simulator::Options quiet = r.options;
+  quiet.requestLog = false;
+  Simulator::Options quietPretty = quiet;
+  quietPretty.pretty = true;
+  Simulator copies[] = {Simulator(quietPretty), Simulator(quiet), Simulator(quiet)};
+  testsupport::TempDir dir;
+  std::vector<std::string> byVelkor;
+  for (size_t i = 0; i < r.runs.size(); ++i) {
+    const LoggedRuns::Run& run = r.runs[i];
+    if (run.batch < 0) continue;
+    byVelkor.push_back(comparable(velkorDocuments.at(i)));
+    std::vector<std::string> args = run.args;
+    if (args[0] == "-D") args.push_back("--yes");
+    VelkorTerminal::Options options;
+    options.binary = testsupport::binaryPath("util/velkor/velkor-batch");
+    options.cwd = dir.path();
+    options.cols = 300;  // a message on one line
+    VelkorTerminal batch(copies[run.sim], args, options);
+    batch.finish();
+    EXPECT_EQ(run.batch, batch.exitStatus()) << args[0] << "\n" << batch.screenText();
+    EXPECT_TRUE(std::regex_search(batch.screenText(), std::regex("velkor-batch: --[a-z-]+ VOL1: \\d+ objects in ")))
+        << batch.screenText();
+  }
+  const std::string log = testsupport::readFile(dir.file("velkor.log"));
+  EXPECT_NE(std::string::npos, log.find("  velkor-batch - Validate and fix KVF compression files\n"));
+  std::vector<std::string> byBatch = documents(log);
+  ASSERT_EQ(byVelkor.size(), byBatch.size());
+  for (size_t i = 0; i < byBatch.size(); ++i) EXPECT_EQ(byVelkor[i], comparable(byBatch[i])) << "run " << i;
+  EXPECT_NE(std::string::npos, byBatch[0].find("<entry>")) << "the volume has no problem file";
 }
 
 // Each run's finish status and completeness as velkor showed them, and
@@ -177,14 +301,14 @@ void checkVerdicts(const LoggedRuns& r, const json& runs) {
   for (size_t i = 0; i < runs.size(); ++i) {
     const json& run = runs[i];
     EXPECT_EQ(i + 1, run["index"].get<size_t>());
-    if (!r.shown[i].status.empty()) {
-      EXPECT_EQ(r.shown[i].status, run["finishStatus"]) << i;
+    if (i != LoggedRuns::kKilled) {
+      EXPECT_EQ(r.runs[i].status, run["finishStatus"]) << i;
       EXPECT_TRUE(run["complete"].get<bool>()) << i;
     } else {
       EXPECT_FALSE(run["complete"].get<bool>()) << i;
       EXPECT_TRUE(run["end"].is_null()) << i;
     }
-    EXPECT_EQ(r.shown[i].check, r.log.check(i + 1)) << "run " << i + 1 << "\n" << run.dump(1).substr(0, 2000);
+    EXPECT_EQ(r.runs[i].check, r.log.check(i + 1)) << "run " << i + 1 << "\n" << run.dump(1).substr(0, 2000);
   }
   // (A run whose status speaks of problem files it has no entry of is not
   // clean: outputs_test's RunsForgedByNamesOfOlderLogsAreNotClean.)
@@ -192,8 +316,8 @@ void checkVerdicts(const LoggedRuns& r, const json& runs) {
 
 // List, fix, list again, statistics, the fault and the killed run: the
 // generator's counts and the requests the simulator saw.
-void checkFirstVolumesRuns(const LoggedRuns& r, const json& runs) {
-  const json& list = runs[0];
+void checkScansAndStatistics(const LoggedRuns& r, const json& runs) {
+  const json& list = runs[LoggedRuns::kList];
   EXPECT_EQ("list-all", list["operation"]);
   EXPECT_EQ("VOL1", list["target"]);
   EXPECT_EQ(problemFiles(r.expected["list"]), list["remaining"].get<uint64_t>());
@@ -201,39 +325,38 @@ void checkFirstVolumesRuns(const LoggedRuns& r, const json& runs) {
   ASSERT_EQ(list["skipped"], list["skippedFiles"].size());
   for (const json& name : list["skippedFiles"]) EXPECT_EQ('/', name.get<std::string>().at(0)) << name;
   EXPECT_EQ(list["skipped"].get<uint64_t>() + list["remaining"].get<uint64_t>(), list["entries"].get<uint64_t>());
-  const json& fix = runs[1];
+  const json& fix = runs[LoggedRuns::kFix];
   EXPECT_EQ("fix-all", fix["operation"]) << "the long option";
   EXPECT_EQ(r.expected["fix"]["fixed"], fix["actions"]["fixed"]);
   // Every file the run changed is logged as fixed (some repairs need no change).
   std::set<std::string> fixedZids = zidsWith(fix, "fixed");
-  for (const std::string& zid : r.during(1).ids("setBeastInfo")) EXPECT_EQ(1u, fixedZids.count(zid)) << zid;
+  for (const std::string& zid : r.during(LoggedRuns::kFix).ids("setBeastInfo")) EXPECT_EQ(1u, fixedZids.count(zid)) << zid;
   EXPECT_EQ(problemFiles(r.expected["list"]) - r.expected["fix"]["fixed"].get<uint64_t>(),
             fix["remaining"].get<uint64_t>());
-  EXPECT_EQ(problemFiles(r.expected["afterFix"]), runs[2]["remaining"].get<uint64_t>());
+  EXPECT_EQ(problemFiles(r.expected["afterFix"]), runs[LoggedRuns::kAfterFix]["remaining"].get<uint64_t>());
   // Statistics log no entries.
-  EXPECT_EQ("fix-stats", runs[3]["operation"]);
-  EXPECT_EQ(0u, runs[3]["entries"].get<uint64_t>());
-  EXPECT_EQ(1u, r.during(3).count("fixCompStats"));
+  EXPECT_EQ("fix-stats", runs[LoggedRuns::kRecount]["operation"]);
+  EXPECT_EQ(0u, runs[LoggedRuns::kRecount]["entries"].get<uint64_t>());
+  EXPECT_EQ(1u, r.during(LoggedRuns::kRecount).count("fixCompStats"));
   // The fault's error.
-  EXPECT_EQ(1u, runs[4]["errors"].size());
-  EXPECT_EQ(25u, r.during(4).count("getBeastInfo")) << "the scan stopped at the fault";
-  EXPECT_LE(runs[4]["entries"].get<uint64_t>(), 24u);
+  EXPECT_EQ(1u, runs[LoggedRuns::kFault]["errors"].size());
+  EXPECT_EQ(25u, r.during(LoggedRuns::kFault).count("getBeastInfo")) << "the scan stopped at the fault";
+  EXPECT_LE(runs[LoggedRuns::kFault]["entries"].get<uint64_t>(), 24u);
   // The killed run holds what it logged before the end.
-  size_t checked = r.during(5).count("getBeastInfo");
+  size_t checked = r.during(LoggedRuns::kKilled).count("getBeastInfo");
   EXPECT_LT(checked, 2000u);
-  EXPECT_LE(runs[5]["entries"].get<uint64_t>(), checked);
+  EXPECT_LE(runs[LoggedRuns::kKilled]["entries"].get<uint64_t>(), checked);
 }
 
-// Cc clear logs no entries (what it clears: volumeOps_test's generated volume);
-// delete: the generator's counts and the deletions
-// the fresh simulator saw, by zid or by unlinking the name.
+// Cc clear logs no entries; delete: the generator's counts and the
+// deletions its copy of the volume saw, by zid or by unlinking the name.
 void checkClearAndDelete(const LoggedRuns& r, const json& runs) {
-  EXPECT_EQ("clear-all", runs[6]["operation"]);
-  EXPECT_EQ(0u, runs[6]["entries"].get<uint64_t>());
-  const json& remove = runs[7];
+  EXPECT_EQ("clear-all", runs[LoggedRuns::kClear]["operation"]);
+  EXPECT_EQ(0u, runs[LoggedRuns::kClear]["entries"].get<uint64_t>());
+  const json& remove = runs[LoggedRuns::kDelete];
   EXPECT_EQ("delete-all", remove["operation"]);
   EXPECT_EQ(r.expected["delete"]["deleted"], remove["actions"]["deleted"]);
-  Requests deletions{r.freshAll, r.clearEnd, r.freshAll.size()};
+  Requests deletions = r.during(LoggedRuns::kDelete);
   std::set<std::string> unlinked = deletions.unlinked();
   std::set<std::string> byId = deletions.ids("deleteBeast");
   EXPECT_EQ(remove["actions"]["deleted"].get<size_t>(), byId.size() + unlinked.size());
@@ -293,16 +416,26 @@ void checkMetrics(const std::string& log, const json& lastRun) {
 TEST(ReportEndToEnd, EveryKindOfRunInOneLog) {
   LoggedRuns r;
   ASSERT_NO_FATAL_FAILURE(writeEveryKindOfRun(r));
+  const std::vector<std::string> logged = documents(testsupport::readFile(r.log.log()));
+  ASSERT_EQ(r.runs.size(), logged.size());
+  {
+    SCOPED_TRACE("the generator's counts");
+    checkGeneratorsCounts(r, logged);
+  }
+  {
+    SCOPED_TRACE("velkor-batch");
+    checkBatchLogsTheSame(r, logged);
+  }
   const json report = r.log.report();
   const json& runs = report["runs"];
-  ASSERT_EQ(r.shown.size(), runs.size()) << report.dump(1);
+  ASSERT_EQ(r.runs.size(), runs.size()) << report.dump(1);
   {
     SCOPED_TRACE("verdicts");
     checkVerdicts(r, runs);
   }
   {
     SCOPED_TRACE("list, fix, statistics, fault and killed runs");
-    checkFirstVolumesRuns(r, runs);
+    checkScansAndStatistics(r, runs);
   }
   {
     SCOPED_TRACE("clear and delete");
