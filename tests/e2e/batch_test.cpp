@@ -235,17 +235,6 @@ std::map<std::string, int> visits(const Simulator& sim, const std::string& kind 
   return counted;
 }
 
-// The scan positions the browse requests carried, in order.
-std::vector<std::string> positions(const std::vector<nlohmann::json>& browses) {
-  std::vector<std::string> sent;
-  static const std::regex sequence("<scanSequence>(\\d+)</scanSequence>");
-  for (const auto& request : browses) {
-    std::smatch m;
-    const std::string text = request["request"];
-    if (std::regex_search(text, m, sequence)) sent.push_back(m[1]);
-  }
-  return sent;
-}
 
 std::string savedPosition(const std::string& checkpoint) {
   std::smatch m;
@@ -287,7 +276,7 @@ struct Pass {
       std::string out;
       const int status = runBatch(sim, args, dir.path(), &out);
       EXPECT_TRUE(status == 0 || status == 1 || status == 4) << status << out;
-      const std::vector<std::string> sent = positions(sim.requestsOf("browseBeasts"));
+      const std::vector<std::string> sent = scanPositions(sim.requestsOf("browseBeasts"));
       ASSERT_LT(before, sent.size());
       EXPECT_EQ(saved, sent[before]) << "the resumed run began elsewhere";
       EXPECT_NE(std::string::npos, out.find("velkor-batch: resuming pass ")) << out;

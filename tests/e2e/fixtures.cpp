@@ -1,5 +1,7 @@
 #include "fixtures.h"
 
+#include <gtest/gtest.h>
+
 #include <regex>
 
 namespace e2efixtures {
@@ -74,6 +76,17 @@ std::vector<std::string> requestIds(const std::vector<json>& requests) {
   return ids;
 }
 
+std::vector<std::string> scanPositions(const std::vector<json>& browses) {
+  std::vector<std::string> sent;
+  static const std::regex sequence("<scanSequence>(-?\\d+)</scanSequence>");
+  for (const json& request : browses) {
+    std::smatch m;
+    const std::string text = request["request"];
+    if (std::regex_search(text, m, sequence)) sent.push_back(m[1]);
+  }
+  return sent;
+}
+
 std::string row(const std::vector<std::string>& screen, size_t i) { return i < screen.size() ? screen[i] : ""; }
 
 std::vector<std::string> entries(const std::string& log) {
@@ -85,8 +98,12 @@ std::vector<std::string> entries(const std::string& log) {
 }
 
 FinishedRun::FinishedRun(const testsupport::Simulator& sim, std::vector<std::string> args,
-                         const testsupport::VelkorTerminal::Options& options)
+                         const testsupport::VelkorTerminal::Options& options, const std::string& answer)
     : terminal(sim, args, options) {
+  if (!answer.empty()) {
+    EXPECT_TRUE(terminal.waitFor("(y/n)?")) << terminal.screenText();
+    terminal.send(answer);
+  }
   finalScreen = terminal.waitFor("Press any key to continue....", std::chrono::seconds(120));
   // The timer thread, started with the screen, draws the elapsed time on its
   // own: a run quicker than its start (a loaded machine) ends before it.

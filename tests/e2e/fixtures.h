@@ -43,16 +43,19 @@ std::string row(const std::vector<std::string>& screen, size_t i);
 // without one are left out).
 std::vector<std::string> requestIds(const std::vector<json>& requests);
 
+// The scan positions browse requests carried, in order.
+std::vector<std::string> scanPositions(const std::vector<json>& browses);
+
 // The run log's entry elements, in order.
 std::vector<std::string> entries(const std::string& log);
 
 extern const std::string kVol;
 
 // velkor run to its final prompt, which is then answered; the screen as it
-// stood at the prompt.
+// stood at the prompt. A yes/no question on the way gets `answer`.
 struct FinishedRun {
   FinishedRun(const testsupport::Simulator& sim, std::vector<std::string> args,
-              const testsupport::VelkorTerminal::Options& options = {});
+              const testsupport::VelkorTerminal::Options& options = {}, const std::string& answer = "");
   std::string at(size_t i) const { return row(screen, i); }
   std::vector<std::string> entries() const { return e2efixtures::entries(terminal.runLog()); }
 

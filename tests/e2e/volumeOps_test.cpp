@@ -16,33 +16,18 @@ using namespace e2efixtures;
 using testsupport::Simulator;
 using testsupport::VelkorTerminal;
 
-namespace {
-
 using testsupport::counters;
-
-std::vector<int> scanSequences(const Simulator& sim) {
-  std::vector<int> sequences;
-  std::regex sequence("<scanSequence>(-?\\d+)</scanSequence>");
-  for (const json& r : sim.requestsOf("browseBeasts")) {
-    std::smatch m;
-    std::string text = r["request"];
-    if (std::regex_search(text, m, sequence)) sequences.push_back(std::stoi(m[1]));
-  }
-  return sequences;
-}
-
-}  // namespace
 
 TEST(VolumeScan, BatchesOfTwentyAndTheirScanPositions) {
   struct Case {
     int objects;
-    std::vector<int> sequences;
-  } cases[] = {{0, {0}}, {19, {0}}, {20, {0, 1019}}, {21, {0, 1019}}, {45, {0, 1019, 1039}}};
+    std::vector<std::string> sequences;
+  } cases[] = {{0, {"0"}}, {19, {"0"}}, {20, {"0", "1019"}}, {21, {"0", "1019"}}, {45, {"0", "1019", "1039"}}};
   for (const Case& c : cases) {
     Simulator sim = Simulator::withFixture(volume(plainFiles(c.objects), json::array()).dump());
     FinishedRun run(sim, {"-L", "VOL1"});
     ASSERT_TRUE(run.finalScreen) << c.objects;
-    EXPECT_EQ(c.sequences, scanSequences(sim)) << c.objects;
+    EXPECT_EQ(c.sequences, scanPositions(sim.requestsOf("browseBeasts"))) << c.objects;
     EXPECT_EQ(c.sequences.size(), sim.requestsOf("getVolumeInfo").size() - 1)
         << "the total is fetched again before each batch";
     EXPECT_EQ((std::vector<uint64_t>{uint64_t(c.objects), 0, uint64_t(c.objects), 0, 0, 0, 0, 0}),
@@ -169,15 +154,11 @@ TEST(Statistics, OtherStatesAskFirst) {
     terminal.finish();
     EXPECT_TRUE(sim.requestsOf("fixCompStats").empty());
   }
-  VelkorTerminal terminal(sim, {"-S", "VOL1"});
-  ASSERT_TRUE(terminal.waitFor("Do you want to continue (y/n)?"));
-  terminal.send("Y");
-  ASSERT_TRUE(terminal.waitFor("Press any key"));
+  FinishedRun yes(sim, {"-S", "VOL1"}, {}, "Y");
+  ASSERT_TRUE(yes.finalScreen);
   // More deleted than compressed files: the first figure wraps around.
-  EXPECT_NE(std::string::npos, row(terminal.screen(), 12).find("18446744073709551614"));
-  EXPECT_EQ("", row(terminal.screen(), 11));
-  terminal.send("x");
-  terminal.finish();
+  EXPECT_NE(std::string::npos, yes.at(12).find("18446744073709551614"));
+  EXPECT_EQ("", yes.at(11));
   EXPECT_EQ(1u, sim.requestsOf("fixCompStats").size());
 }
 

@@ -119,20 +119,12 @@ class OneLog {
     o.cwd = dir_.path();
     return o;
   }
-  // Runs velkor to its final prompt, answering `answer` to a question
-  // first when one is given; returns the screen at the prompt.
+  // Runs velkor to its final prompt; returns the screen at the prompt.
   std::vector<std::string> finished(const Simulator& sim, const std::vector<std::string>& args,
                                     const std::string& answer = "") {
-    VelkorTerminal terminal(sim, args, options());
-    if (!answer.empty()) {
-      EXPECT_TRUE(terminal.waitFor("Do you want to continue (y/n)?")) << terminal.screenText();
-      terminal.send(answer);
-    }
-    EXPECT_TRUE(terminal.waitFor("Press any key", std::chrono::seconds(60))) << args[0];
-    std::vector<std::string> screen = terminal.screen();
-    terminal.send("x");
-    terminal.finish();
-    return screen;
+    FinishedRun run(sim, args, options(), answer);
+    EXPECT_TRUE(run.finalScreen) << args[0];
+    return run.screen;
   }
   // Starts a list run slowed down by a delay on every object and kills it
   // (SIGKILL, in the middle of its output) once it has checked some.
