@@ -24,6 +24,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/utf8.h"
 #include "velkor/runStart.h"
 
 extern "C" {
@@ -239,24 +240,6 @@ struct VelkorTerminal::Screen {
 };
 
 namespace {
-
-void appendUtf8(std::string& out, uint32_t c) {
-  if (c < 0x80) {
-    out += char(c);
-  } else if (c < 0x800) {
-    out += char(0xC0 | (c >> 6));
-    out += char(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    out += char(0xE0 | (c >> 12));
-    out += char(0x80 | ((c >> 6) & 0x3F));
-    out += char(0x80 | (c & 0x3F));
-  } else {
-    out += char(0xF0 | (c >> 18));
-    out += char(0x80 | ((c >> 12) & 0x3F));
-    out += char(0x80 | ((c >> 6) & 0x3F));
-    out += char(0x80 | (c & 0x3F));
-  }
-}
 
 void answerTerminal(const char* bytes, size_t len, void* user) {
   int fd = *static_cast<int*>(user);
@@ -509,7 +492,7 @@ std::string VelkorTerminal::row(int r) const {
     VTermPos pos = {r, c};
     if (!vterm_screen_get_cell(screen_->screen, pos, &cell)) continue;
     if (cell.chars[0] == 0) row += ' ';
-    for (int i = 0; i < VTERM_MAX_CHARS_PER_CELL && cell.chars[i]; ++i) appendUtf8(row, cell.chars[i]);
+    for (int i = 0; i < VTERM_MAX_CHARS_PER_CELL && cell.chars[i]; ++i) KVF::appendUtf8(row, cell.chars[i]);
     if (cell.width > 1) c += cell.width - 1;
   }
   row.erase(row.find_last_not_of(' ') + 1);
