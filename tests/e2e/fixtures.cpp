@@ -19,6 +19,12 @@ json compressedFile(uint64_t zid, const std::string& name) {
                     {"status", {"compressed", "clean"}}, {"action", json::array()}}}};
 }
 
+json corruptedFile(uint64_t zid, const std::string& name) {
+  json f = compressedFile(zid, name);
+  f["comp"]["compZid"] = 0;
+  return f;
+}
+
 json compData(uint64_t owner) {
   return {{"zid", owner + 1}, {"owner", owner}, {"eof", 4285}, {"physSize", 8192},
           {"header", {{"compressCode", 1}, {"originalLength", 8569}, {"compressedLength", 4285}}}};

@@ -13,6 +13,9 @@ using nlohmann::json;
 
 // A consistent compressed file named `name` whose compressed data is zid + 1.
 json compressedFile(uint64_t zid, const std::string& name);
+// A compressed file whose compressed data is gone (compZid 0 while
+// cPrecious is 1): corrupted, so a delete run removes it.
+json corruptedFile(uint64_t zid, const std::string& name);
 // The compressed data of the file `owner`, consistent with compressedFile.
 json compData(uint64_t owner);
 // A consistent file without a compression record.

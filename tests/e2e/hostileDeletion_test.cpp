@@ -21,16 +21,10 @@ using testsupport::Simulator;
 using testsupport::TempDir;
 using testsupport::VelkorTerminal;
 using e2efixtures::kVol;
+using e2efixtures::corruptedFile;
 using e2efixtures::plainFile;
 
 namespace {
-
-// A compressed file whose compressed data is gone: corrupted.
-json corruptedFile(uint64_t zid, const std::string& name) {
-  json f = e2efixtures::compressedFile(zid, name);
-  f["comp"]["compZid"] = 0;
-  return f;
-}
 
 Simulator simulatorOf(const json& fixture, bool zidInodes) {
   Simulator::Options options;

@@ -23,17 +23,10 @@ using testsupport::TempDir;
 using testsupport::VelkorTerminal;
 using e2efixtures::compData;
 using e2efixtures::compressedFile;
+using e2efixtures::corruptedFile;
 using e2efixtures::kVol;
 
 namespace {
-
-// A compressed file whose compressed data is gone (compZid 0 while
-// cPrecious is 1): corrupted, so a delete run removes it.
-json corruptedFile(uint64_t zid, const std::string& name) {
-  json f = compressedFile(zid, name);
-  f["comp"]["compZid"] = 0;
-  return f;
-}
 
 // velkor in the sandbox without a terminal: what it prints before a screen
 // would start, and its exit status.
