@@ -193,38 +193,6 @@ TEST(Batch, SecondSignalEndsARunWaitingForAReplyAndAClosedPipeKillsNone) {
   EXPECT_EQ(log.size() - 13, log.find("</velkor>\n\n\n\n")) << log;
 }
 
-// A velkor run holds the volume: velkor-batch is refused before any request
-// (exit 8), and the other way round.
-TEST(Batch, NeverOnAVolumeAVelkorRunHolds) {
-  Simulator sim = Simulator::withFixture(fixableVolume(100, 10).dump());
-  sim.setFaults(R"({"request":"getBeastInfo","count":0,"action":"delay","ms":300})");
-  TempDir first, second, locks;
-  auto sharedLocks = [&](VelkorTerminal::Options options, const std::string& cwd) {
-    options.cwd = cwd;
-    options.sandbox = {"--lock-dir", locks.path()};
-    return options;
-  };
-  {
-    VelkorTerminal running(sim, {"-F", "VOL1"}, sharedLocks({}, first.path()));
-    ASSERT_TRUE(running.waitFor("STATUS: running")) << running.screenText();
-    VelkorTerminal refused(sim, {"-L", "VOL1"}, sharedLocks(batch(), second.path()));
-    refused.finish();
-    EXPECT_EQ(8, refused.exitStatus());
-    EXPECT_TRUE(std::regex_search(refused.screenText(),
-                                  std::regex("velkor-batch: volume VOL1 is in use by another run \\(pid \\d+\\)")))
-        << refused.screenText();
-    ASSERT_TRUE(running.runToEnd(std::chrono::seconds(60)));
-  }
-  EXPECT_EQ(1u, sim.requestsOf("browseBeasts").size()) << "a second scan began";
-  VelkorTerminal batchRun(sim, {"-L", "VOL1"}, sharedLocks(batch(), second.path()));
-  ASSERT_TRUE(batchRun.waitUntil([&] { return sim.requestsOf("browseBeasts").size() == 2; }));
-  VelkorTerminal velkorRun(sim, {"-L", "VOL1"}, sharedLocks({}, first.path()));
-  velkorRun.finish();
-  EXPECT_EQ(1, velkorRun.exitStatus()) << velkorRun.screenText();
-  batchRun.finish();
-  EXPECT_EQ(0, batchRun.exitStatus()) << batchRun.screenText();
-}
-
 namespace {
 
 // The zids each getBeastInfo request named, counted: an object visited once

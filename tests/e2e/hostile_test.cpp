@@ -266,16 +266,19 @@ TEST(HostileLogPlaces, FullLogStopsTheRunAndNoRepairGoesUnrecorded) {
 }
 
 // Two runs at once: on one volume (each with its own log), and into one log
-// (on two volumes). The second is refused before any request; the log holds
+// (on two volumes); velkor-batch on a volume a velkor run holds, and the
+// other way round. The second is refused before any request; the log holds
 // the first run alone, whole.
 TEST(HostileLogPlaces, SecondRunOnTheSameVolumeOrLogIsRefused) {
   Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(100, 10).dump());
   sim.setFaults(R"({"request":"getBeastInfo","count":0,"action":"delay","ms":300})");
   TempDir first, second, locks;
-  auto sharedLocks = [&](const std::string& cwd) {
+  auto sharedLocks = [&](const std::string& cwd, bool batch = false) {
     VelkorTerminal::Options options;
     options.cwd = cwd;
     options.sandbox = {"--lock-dir", locks.path()};
+    if (batch) options.binary = testsupport::binaryPath("util/velkor/velkor-batch");
+    options.cols = 300;  // a message on one line
     return options;
   };
   VelkorTerminal running(sim, {"-F", "VOL1"}, sharedLocks(first.path()));
@@ -293,10 +296,14 @@ TEST(HostileLogPlaces, SecondRunOnTheSameVolumeOrLogIsRefused) {
   EXPECT_NE(std::string::npos,
             sameLog.screenText().find("velkor: the run log ./velkor.log is in use by another run (pid "))
       << sameLog.screenText();
+  VelkorTerminal batch(sim, {"-L", "VOL1"}, sharedLocks(second.path(), true));
+  batch.finish();
+  EXPECT_EQ(8, batch.exitStatus());
+  EXPECT_TRUE(std::regex_search(batch.screenText(),
+                                std::regex("velkor-batch: volume VOL1 is in use by another run \\(pid \\d+\\)")))
+      << batch.screenText();
 
-  ASSERT_TRUE(running.waitFor("Press any key to continue....", std::chrono::seconds(60)));
-  running.send("x");
-  running.finish();
+  ASSERT_TRUE(running.runToEnd(std::chrono::seconds(60)));
   EXPECT_EQ(0, running.exitStatus());
   const std::string log = running.runLog();
   EXPECT_EQ(0u, log.find("<velkor>\n"));
@@ -304,6 +311,14 @@ TEST(HostileLogPlaces, SecondRunOnTheSameVolumeOrLogIsRefused) {
   EXPECT_EQ(log.size() - 13, log.find("</velkor>\n\n\n\n"));
   EXPECT_EQ(1u, sim.requestsOf("browseBeasts").size()) << "a second scan began";
   EXPECT_EQ("", testsupport::readFile(second.file("velkor.log")));
+
+  VelkorTerminal batchRun(sim, {"-L", "VOL1"}, sharedLocks(second.path(), true));
+  ASSERT_TRUE(batchRun.waitUntil([&] { return sim.requestsOf("browseBeasts").size() == 2; }));
+  VelkorTerminal velkorRun(sim, {"-L", "VOL1"}, sharedLocks(first.path()));
+  velkorRun.finish();
+  EXPECT_EQ(1, velkorRun.exitStatus()) << velkorRun.screenText();
+  batchRun.finish();
+  EXPECT_EQ(0, batchRun.exitStatus()) << batchRun.screenText();
 }
 
 // /run/lock is open to all: a user who makes /run/lock/velkor first, or an
