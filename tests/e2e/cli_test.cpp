@@ -125,13 +125,6 @@ TEST_F(CommandLine, AcceptedCommandLinesWriteTheLog) {
   EXPECT_NE(std::string::npos, log("x.log").find(" <argv index=\"1\" argv=\"--path=x.log\" />\n"));
 }
 
-TEST_F(CommandLine, UnopenableLogIsReported) {
-  ProcessResult r = velkor({"-p", "no/such/dir/x.log", "-L", "vol"});
-  EXPECT_EQ(1, r.exitStatus);
-  EXPECT_EQ("no/such/dir/x.log: No such file or directory\n", r.err);
-  EXPECT_EQ("\n", r.out);
-}
-
 // Two runs append two documents; times and the build stamp are masked. The
 // management file is a plain file, so each operation ends in an error.
 TEST_F(CommandLine, RunLogDocumentsAppend) {

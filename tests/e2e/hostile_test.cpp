@@ -216,19 +216,26 @@ TEST(HostileLogPlaces, LinkSwappedInDuringTheOpenIsNeverFollowed) {
 }
 
 // What stands at the log's path must be a regular file (or /dev/null): a
-// FIFO would hang the run before its screen, a device would swallow it.
+// FIFO would hang the run before its screen, a device would swallow it. A
+// log that cannot be opened is named with the reason.
 TEST(HostileLogPlaces, OnlyARegularFileOrDevNullIsALog) {
   Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(100, 2).dump());
   TempDir dir;
   ASSERT_EQ(0, mkfifo(dir.file("fifo").c_str(), 0600));
   ASSERT_EQ(0, mkdir(dir.file("directory").c_str(), 0755));
+  const std::string notRegular = "; the run log must be a regular file.\n";
   struct Case {
-    std::string path, kind;
-  } cases[] = {{"fifo", "a FIFO"}, {"directory", "a directory"}, {"/dev/full", "a device"}, {"/dev/zero", "a device"}};
+    std::string path, err, out;
+  } cases[] = {{"fifo", "velkor: fifo is a FIFO" + notRegular, ""},
+               {"directory", "velkor: directory is a directory" + notRegular, ""},
+               {"/dev/full", "velkor: /dev/full is a device" + notRegular, ""},
+               {"/dev/zero", "velkor: /dev/zero is a device" + notRegular, ""},
+               {"no/such/dir/x.log", "no/such/dir/x.log: No such file or directory\n", "\n"}};
   for (const Case& c : cases) {
     ProcessResult r = velkorPlain(sim, dir.path(), {"-p", c.path, "-F", "VOL1"});
     EXPECT_EQ(1, r.exitStatus) << c.path;
-    EXPECT_EQ("velkor: " + c.path + " is " + c.kind + "; the run log must be a regular file.\n", r.err);
+    EXPECT_EQ(c.err, r.err);
+    EXPECT_EQ(c.out, r.out) << c.path;
   }
   EXPECT_TRUE(sim.requests().empty());
 
