@@ -98,34 +98,15 @@ struct SweepCase {
   const char* comp = "{}";     // the patch of its compressed data
 };
 
+// The good file of each base; its compressed data is e2efixtures::compData.
 json baseFile(Base base, uint64_t zid) {
-  json file = {{"zid", zid}, {"classId", 3}, {"name", "/f" + std::to_string(zid)}, {"parents", {"File"}},
-               {"created", {{"utc", 1680068218}}}, {"accessed", {{"utc", 1683322990}}}};
-  if (base == kCompressed) {
-    file["attributes"] = {"archive", "dataStreamCompress"};
-    file["eof"] = 8569;
-    file["comp"] = {{"compZid", zid + 1}, {"chunkSize", 65536}, {"ucPrecious", 0},  {"cPrecious", 1},
-                    {"purgeableBlks", 0}, {"algoID", 1},        {"algoVersion", 1}, {"status", {"compressed", "clean"}},
-                    {"action", json::array()}};
-  } else if (base == kUncompressed) {
-    file["attributes"] = {"archive"};
-    file["eof"] = 8000;
-    file["physSize"] = 8192;
-    file["comp"] = {{"compZid", 0},       {"chunkSize", 65536}, {"ucPrecious", 1},
-                    {"cPrecious", 0},     {"purgeableBlks", 0}, {"algoID", 1},
-                    {"algoVersion", 1},   {"status", {"uncompressed", "clean"}}, {"action", json::array()}};
-  } else {
-    file["eof"] = 100;
-    file["physSize"] = 4096;
-  }
+  const std::string name = "/f" + std::to_string(zid);
+  if (base == kPlain) return e2efixtures::plainFile(zid, name);
+  json file = e2efixtures::compressedFile(zid, name);
+  if (base == kUncompressed)
+    file.merge_patch(json::parse(R"({"attributes": ["archive"], "eof": 8000, "physSize": 8192, "comp": {"compZid": 0,
+                                       "ucPrecious": 1, "cPrecious": 0, "status": ["uncompressed", "clean"]}})"));
   return file;
-}
-
-json baseComp(uint64_t owner) {
-  return {{"zid", owner + 1}, {"owner", owner}, {"eof", 4285}, {"physSize", 8192}, {"deleted", false},
-          {"variableData", true},
-          {"header", {{"compressCode", 1}, {"majorVersion", 1}, {"minorVersion", 0}, {"originalLength", 8569},
-                      {"compressedLength", 4285}}}};
 }
 
 const SweepCase kSweep[] = {
@@ -202,7 +183,7 @@ std::string zidOf(const char* what) {
 
 // Case i's file and compressed data.
 std::pair<json, json> objectsOf(size_t i) {
-  json file = baseFile(kSweep[i].base, zidOf(i)), comp = baseComp(zidOf(i));
+  json file = baseFile(kSweep[i].base, zidOf(i)), comp = e2efixtures::compData(zidOf(i));
   file.merge_patch(json::parse(kSweep[i].file));
   comp.merge_patch(json::parse(kSweep[i].comp));
   return {file, comp};
@@ -324,27 +305,21 @@ void expectExactRepairRequests(MountedVolume* volume) {
 }
 
 // A set request refused because the object changed is retried with fresh
-// records until it goes through.
-TEST(FileCheckFaults, ValueChangedIsRetried) {
-  json beasts = json::array({baseFile(kCompressed, 500)});
-  beasts[0]["attributes"] = {"archive"};
-  MountedVolume v(e2efixtures::volume(beasts, json::array({baseComp(500)})));
+// records until it goes through; a change that never stops (20019 on every
+// set) ends the per-file check and the Cc clear with that error after the
+// retry bound, not in an endless loop.
+TEST(FileCheckFaults, ValueChangedIsRetriedUpToTheBound) {
+  json beasts = json::array({baseFile(kCompressed, 500), baseFile(kPlain, 510), baseFile(kCompressed, 520)});
+  beasts[0]["attributes"] = beasts[2]["attributes"] = {"archive"};
+  beasts[1]["attributes"] = {"noStreamCompress"};
+  MountedVolume v(e2efixtures::volume(beasts, json::array({e2efixtures::compData(500), e2efixtures::compData(520)})));
   v.sim.setFaults(R"({"request":"setBeastInfo","action":"result","value":20019,"count":3})");
-  velkor::CompStats& s = v.check(500, true, false);
+  velkor::CompStats& s = v.check(520, true, false);
   EXPECT_EQ(1u, s.fixed);
   EXPECT_EQ(1u, s.processed);
   EXPECT_EQ(4u, v.sim.requestsOf("setBeastInfo").size());
-  EXPECT_EQ(1u, v.check(500, false, false).problemFlags);
-}
-
-// A change that never stops (20019 on every set) ends the per-file check and
-// the Cc clear with that error after the retry bound, not in an endless loop.
-TEST(FileCheckFaults, PermanentValueChangedEndsAfterTheBound) {
-  json beasts = json::array({baseFile(kCompressed, 500), baseFile(kPlain, 510)});
-  beasts[0]["attributes"] = {"archive"};
-  beasts[1]["attributes"] = {"noStreamCompress"};
-  MountedVolume v(e2efixtures::volume(beasts, json::array({baseComp(500)})));
-  v.sim.setFaults(R"({"request":"setBeastInfo","action":"result","value":20019,"count":0})");
+  EXPECT_EQ(1u, v.check(520, false, false).problemFlags);
+  v.sim.setFaults(R"([{"request":"setBeastInfo","action":"result","value":20019,"count":0}])");
   auto expectBoundedFailure = [&](const char* what, const std::function<void()>& run) {
     size_t before = v.sim.requestsOf("setBeastInfo").size();
     EXPECT_EQ(zERR_VALUE_CHANGED, testsupport::expectKvfError(run, what).code) << what;

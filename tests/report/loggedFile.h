@@ -1,6 +1,9 @@
 // The report's tests' helpers: a file entry (a name, its problem word and a
-// zid), and velkor-report's answer on a log.
+// zid), a list run as older logs wrote it, the usual options, and
+// velkor-report's answer on a log.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <sstream>
@@ -9,6 +12,7 @@
 #include "logText.h"
 #include "process.h"
 #include "report.h"
+#include "velkor/velkorTypes.h"
 
 namespace reporttests {
 
@@ -18,6 +22,46 @@ inline testsupport::LoggedFile file(const std::string& name, unsigned long probl
   f.problems = problems;
   f.zid = zid;
   return f;
+}
+
+inline const std::string kPlaceholder = "/PLACEHOLDER";
+
+// `text` with its one kPlaceholder replaced by `raw`.
+inline std::string replaced(std::string text, const std::string& raw) {
+  size_t at = text.find(kPlaceholder);
+  EXPECT_NE(std::string::npos, at);
+  if (at != std::string::npos) text.replace(at, kPlaceholder.size(), raw);
+  return text;
+}
+
+inline const std::string kFound = "<finishStatus>finished with problem files found</finishStatus>\n";
+
+// A list run of VOL1 as velkor wrote it before names were escaped: a file
+// with a problem, then a file named `raw`, then `status` and the end.
+inline std::string oldListRun(const std::string& raw, const std::string& status = kFound, bool fixed = false) {
+  std::ostringstream log;
+  testsupport::LoggedFile first = file("/a", velkor::invalidState, 1000),
+                          named = file(kPlaceholder, velkor::invalidZid, 1010);
+  first.fixed = named.fixed = fixed;
+  testsupport::LogText text(log);
+  text.start({"velkor", fixed ? "-F" : "-L", "VOL1"}).entry(first).entry(named);
+  log << status;
+  text.end();
+  return replaced(log.str(), raw);
+}
+
+inline velkorreport::Options checking(const std::string& volume = "") {
+  velkorreport::Options options;
+  options.check = true;
+  options.volume = volume;
+  return options;
+}
+
+inline velkorreport::Options jsonFiles() {
+  velkorreport::Options options;
+  options.format = velkorreport::Format::json;
+  options.files = true;
+  return options;
 }
 
 struct Reported {
