@@ -57,12 +57,14 @@ inline velkorreport::Options checking(const std::string& volume = "") {
   return options;
 }
 
-inline velkorreport::Options jsonFiles() {
+// The options of one output format, with --files when `files`.
+inline velkorreport::Options formatted(velkorreport::Format format, bool files = false) {
   velkorreport::Options options;
-  options.format = velkorreport::Format::json;
-  options.files = true;
+  options.format = format;
+  options.files = files;
   return options;
 }
+inline velkorreport::Options jsonFiles() { return formatted(velkorreport::Format::json, true); }
 
 struct Reported {
   int status;

@@ -27,6 +27,7 @@ using testsupport::LogText;
 using testsupport::ProcessResult;
 using reporttests::checking;
 using reporttests::file;
+using reporttests::formatted;
 using reporttests::jsonFiles;
 using reporttests::kFound;
 using reporttests::kPlaceholder;
@@ -105,10 +106,8 @@ TEST(ReportOutputs, EscapedTextsAreShownDecoded) {
   EXPECT_EQ(json::array({"reply: <bad>\tx"}), run["errors"]);
   EXPECT_EQ(name, run["files"][0]["name"]);
 
-  velkorreport::Options csv;
-  csv.format = velkorreport::Format::csv;
   EXPECT_EQ("run,volume,name,zid,problems,action\r\n1,VOL1,\"/a<b>&c\nd\x1b[31m\"\"e\",1000,invalidState,\r\n",
-            reportOn(escaped, csv).out);
+            reportOn(escaped, formatted(velkorreport::Format::csv)).out);
 
   // The table and the run in detail: the real bytes, control bytes escaped.
   const std::string shown = "/a<b>&c\\nd\\x1b[31m\"e";
@@ -205,11 +204,10 @@ TEST(ReportOutputs, JsonFilesAreWrittenAsTheyAreRead) {
   }
   const LogFile logFile(log.str());
   for (const auto& [volume, problem] : {std::pair<std::string, std::string>{"", ""}, {"VOL1", ""}, {"", "invalidZid"}}) {
-    velkorreport::Options options = jsonFiles(), summary, csv;
+    velkorreport::Options options = jsonFiles(), summary = formatted(velkorreport::Format::json),
+                          csv = formatted(velkorreport::Format::csv);
     options.volume = summary.volume = csv.volume = volume;
     options.problem = summary.problem = csv.problem = problem;
-    summary.format = velkorreport::Format::json;
-    csv.format = velkorreport::Format::csv;
     Reported withFiles = logFile.report(options);
     ASSERT_EQ(0, withFiles.status) << withFiles.err;
     json report = json::parse(withFiles.out), without = json::parse(logFile.report(summary).out);
@@ -334,8 +332,7 @@ TEST(ReportOutputs, OnlyVolumeWideRunsDecideAVolumesVerdict) {
   }
   text.start({"velkor", "-b", "/media/kvf/VOL1/ok"}).end();
   const std::string found = endedRun({"velkor", "-L", "VOL1"}, "finished with problem files found");
-  velkorreport::Options metrics;
-  metrics.format = velkorreport::Format::prometheus;
+  const velkorreport::Options metrics = formatted(velkorreport::Format::prometheus);
   struct Case {
     std::string log;
     int verdict;
@@ -368,8 +365,7 @@ TEST(ReportOutputs, MetricsOfAnyVolumeName) {
   const std::string hostile = "V\"1\\x\n} 1\nvelkor_forged{a=\"b\"} 2 \xff";
   std::string log = endedRun({"velkor", "-L", hostile}, "finished with problem files found") +
                     endedRun({"velkor", "-F", "VOL1"}, "finished successfully");
-  velkorreport::Options metrics;
-  metrics.format = velkorreport::Format::prometheus;
+  const velkorreport::Options metrics = formatted(velkorreport::Format::prometheus);
   Reported r = reportOn(log, metrics);
   ASSERT_EQ(0, r.status) << r.err;
   ProcessResult promtool = testsupport::runProcess({"promtool", "check", "metrics"}, r.out);
@@ -422,8 +418,7 @@ TEST(ReportOutputs, OutputFileIsReplacedWhole) {
     ProcessResult ls = testsupport::runProcess({"ls", "-A", dir.path()});
     return ls.out;
   };
-  velkorreport::Options options;
-  options.format = velkorreport::Format::prometheus;
+  velkorreport::Options options = formatted(velkorreport::Format::prometheus);
   options.output = target;
   std::ostringstream err;
   options.logs = {dir.file("missing.log")};

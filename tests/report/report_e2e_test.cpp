@@ -454,7 +454,7 @@ TEST(ReportEndToEnd, EveryKindOfRunInOneLog) {
 // A fix that reports a file fixed the file system did not change (the reply
 // says done, the record stays): the next list finds it again, and the report
 // shows it as not taken by the fix, the other fixed files not.
-TEST(ReportEndToEnd, AFixThatDidNotTake) {
+TEST(ReportEndToEnd, AFixThatDidNotTakeAndARunsError) {
   Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(1000, 3).dump());
   OneLog log;
   log.finished(sim, {"-L", "VOL1"});
@@ -478,9 +478,30 @@ TEST(ReportEndToEnd, AFixThatDidNotTake) {
   EXPECT_NE(std::string::npos, detail.out.find("  Not taken:   1 ")) << detail.out;
   EXPECT_EQ(std::string::npos, detail.out.find("/f0  zid 1000  invalidState  fixed, not")) << detail.out;
   // The table shows it beside FIXABLE.
-  ProcessResult table = testsupport::runProcess({testsupport::binaryPath("report/velkor-report"), log.log()});
+  ProcessResult table = velkorReport({log.log()});
   EXPECT_TRUE(std::regex_search(table.out, std::regex("FIXABLE  NOT TAKEN  CORRUPTED\n.*\n +2 .* fix-all .* +3 +0 +1 +0\n")))
       << table.out;
+
+  // A run's error is shown in the operator's words first, as velkor-batch
+  // says it on standard error, then as the log records it: in --check's line
+  // and in the run in detail.
+  VelkorTerminal::Options batch = log.options();
+  batch.binary = testsupport::binaryPath("util/velkor/velkor-batch");
+  VelkorTerminal run(sim, {"-L", "VOL2"}, batch);
+  run.finish();
+  ASSERT_EQ(8, run.exitStatus()) << run.screenText();
+  std::smatch shown;
+  const std::string said = run.screenText();
+  ASSERT_TRUE(std::regex_search(said, shown, std::regex("velkor-batch: (volume VOL2 not found on this server) \\(")))
+      << said;
+  ProcessResult check = velkorReport({"--check", "--volume", "VOL2", log.log()});
+  EXPECT_EQ(2, check.exitStatus);
+  EXPECT_NE(std::string::npos,
+            check.out.find("ended with an error: " + shown[1].str() + " (util/velkor/velkorUI[994] originated from"))
+      << check.out;
+  detail = velkorReport({"--run", "last", log.log()});
+  EXPECT_NE(std::string::npos, detail.out.find("  Error:       " + shown[1].str() + " (util/velkor/velkorUI[994]"))
+      << detail.out;
 }
 
 // The manual page's unattended recipe, taken from the page and run as it
@@ -587,29 +608,4 @@ TEST(ReportEndToEnd, ARunThatSpansALogRotationIsFound) {
   ProcessResult cut = velkorReport({"--check", "--volume", "VOL1", path});
   EXPECT_EQ(3, cut.exitStatus) << cut.out;
   EXPECT_EQ(0u, cut.err.find("velkor-report: " + path + ".2.gz: unexpected end of file\n")) << cut.err;
-}
-
-// A run's error is shown in the operator's words first, as velkor-batch says
-// it on standard error, then as the log records it: in --check's line and in
-// the run in detail.
-TEST(ReportEndToEnd, ErrorsAreShownInTheOperatorsWordsFirst) {
-  Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(1000, 3).dump());
-  OneLog log;
-  VelkorTerminal::Options batch = log.options();
-  batch.binary = testsupport::binaryPath("util/velkor/velkor-batch");
-  VelkorTerminal run(sim, {"-L", "VOL2"}, batch);
-  run.finish();
-  ASSERT_EQ(8, run.exitStatus()) << run.screenText();
-  std::smatch shown;
-  const std::string said = run.screenText();
-  ASSERT_TRUE(std::regex_search(said, shown, std::regex("velkor-batch: (volume VOL2 not found on this server) \\(")))
-      << said;
-  ProcessResult check = velkorReport({"--check", "--volume", "VOL2", log.log()});
-  EXPECT_EQ(2, check.exitStatus);
-  EXPECT_NE(std::string::npos,
-            check.out.find("ended with an error: " + shown[1].str() + " (util/velkor/velkorUI[994] originated from"))
-      << check.out;
-  ProcessResult detail = velkorReport({"--run", "last", log.log()});
-  EXPECT_NE(std::string::npos, detail.out.find("  Error:       " + shown[1].str() + " (util/velkor/velkorUI[994]"))
-      << detail.out;
 }
