@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "logText.h"
 #include "process.h"
@@ -34,20 +35,28 @@ inline std::string replaced(std::string text, const std::string& raw) {
   return text;
 }
 
-inline const std::string kFound = "<finishStatus>finished with problem files found</finishStatus>\n";
+// A run of `argv` logging `files` as a run of `operation` does, ended with
+// the finish status `status` when one is given.
+inline std::string loggedRun(const std::vector<std::string>& argv, const std::vector<testsupport::LoggedFile>& files,
+                             const std::string& status = "", unsigned int operation = 0x8) {
+  std::ostringstream log;
+  testsupport::LogText text(log);
+  text.start(argv);
+  for (const testsupport::LoggedFile& f : files) text.entry(f, operation);
+  if (!status.empty()) log << "<finishStatus>" << status << "</finishStatus>\n";
+  text.end();
+  return log.str();
+}
+
+inline const std::string kFound = "finished with problem files found";
 
 // A list run of VOL1 as velkor wrote it before names were escaped: a file
 // with a problem, then a file named `raw`, then `status` and the end.
 inline std::string oldListRun(const std::string& raw, const std::string& status = kFound, bool fixed = false) {
-  std::ostringstream log;
   testsupport::LoggedFile first = file("/a", velkor::invalidState, 1000),
                           named = file(kPlaceholder, velkor::invalidZid, 1010);
   first.fixed = named.fixed = fixed;
-  testsupport::LogText text(log);
-  text.start({"velkor", fixed ? "-F" : "-L", "VOL1"}).entry(first).entry(named);
-  log << status;
-  text.end();
-  return replaced(log.str(), raw);
+  return replaced(loggedRun({"velkor", fixed ? "-F" : "-L", "VOL1"}, {first, named}, status), raw);
 }
 
 inline velkorreport::Options checking(const std::string& volume = "") {

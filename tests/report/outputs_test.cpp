@@ -66,7 +66,7 @@ TEST(ReportOutputs, RunsForgedByNamesOfOlderLogsAreNotClean) {
   } cases[] = {
       {"a plain name: both problem files remain", oldListRun("/z"), velkorreport::kProblemsRemain, "2 problem files"},
       {"a forged run", oldListRun(forged), velkorreport::kRunFailed, "begins inside an element left unfinished"},
-      {"a forged run of an aborted run", oldListRun(forged, "<finishStatus>user aborted</finishStatus>\n"),
+      {"a forged run of an aborted run", oldListRun(forged, "user aborted"),
        velkorreport::kRunFailed, "begins inside an element left unfinished"},
       {"a forged run begun after the name's entry", oldListRun(closedFirst), velkorreport::kRunFailed,
        "finish status says problem files were found, but it holds no entry of one"},
@@ -232,12 +232,7 @@ namespace {
 
 // A run of `argv` with one remaining fixable file, ended with `status`.
 std::string endedRun(const std::vector<std::string>& argv, const std::string& status) {
-  std::ostringstream log;
-  LogText text(log);
-  text.start(argv).entry(file("/a", velkor::invalidState, 1000));
-  log << "<finishStatus>" << status << "</finishStatus>\n";
-  text.end();
-  return log.str();
+  return reporttests::loggedRun(argv, {file("/a", velkor::invalidState, 1000)}, status);
 }
 
 int parsed(std::vector<std::string> args, velkorreport::Options* options, std::string* err) {
@@ -320,17 +315,11 @@ TEST(ReportOutputs, RunsOfTheBatchProgramNameIt) {
 // found problem files are listed but never turn the volume clean, in
 // --check --volume and in the metrics alike.
 TEST(ReportOutputs, OnlyVolumeWideRunsDecideAVolumesVerdict) {
-  std::ostringstream others;
-  LogText text(others);
-  text.start({"velkor", "-l", "/media/kvf/VOL1/ok"}).entry(file("/ok", velkor::good), velkor::opList);
-  others << "<finishStatus>finished successfully</finishStatus>\n";
-  text.end();
-  for (const char* op : {"-S", "-C"}) {
-    text.start({"velkor", op, "VOL1"});
-    others << "<finishStatus>finished successfully</finishStatus>\n";
-    text.end();
-  }
-  text.start({"velkor", "-b", "/media/kvf/VOL1/ok"}).end();
+  using reporttests::loggedRun;
+  std::string others = loggedRun({"velkor", "-l", "/media/kvf/VOL1/ok"}, {file("/ok", velkor::good)},
+                                 "finished successfully", velkor::opList);
+  for (const char* op : {"-S", "-C"}) others += loggedRun({"velkor", op, "VOL1"}, {}, "finished successfully");
+  others += loggedRun({"velkor", "-b", "/media/kvf/VOL1/ok"}, {});
   const std::string found = endedRun({"velkor", "-L", "VOL1"}, "finished with problem files found");
   const velkorreport::Options metrics = formatted(velkorreport::Format::prometheus);
   struct Case {
@@ -338,10 +327,10 @@ TEST(ReportOutputs, OnlyVolumeWideRunsDecideAVolumesVerdict) {
     int verdict;
     std::string why;
   } cases[] = {
-      {found + others.str(), velkorreport::kProblemsRemain, "run 1 (list-all VOL1"},
-      {found + others.str() + oldListRun("/z", kFound, true) + others.str(), velkorreport::kClean,
+      {found + others, velkorreport::kProblemsRemain, "run 1 (list-all VOL1"},
+      {found + others + oldListRun("/z", kFound, true) + others, velkorreport::kClean,
        "run 6 (fix-all VOL1"},
-      {others.str(), velkorreport::kNoAnswer, "no list, fix or delete run on volume VOL1 in the log"},
+      {others, velkorreport::kNoAnswer, "no list, fix or delete run on volume VOL1 in the log"},
   };
   for (const Case& c : cases) {
     Reported r = reportOn(c.log, checking("VOL1"));
@@ -354,7 +343,7 @@ TEST(ReportOutputs, OnlyVolumeWideRunsDecideAVolumesVerdict) {
         << prom;
   }
   // The other runs are still listed.
-  const std::string table = reportOn(found + others.str(), velkorreport::Options()).out;
+  const std::string table = reportOn(found + others, velkorreport::Options()).out;
   EXPECT_EQ(6, std::count(table.begin(), table.end(), '\n')) << table;
 }
 

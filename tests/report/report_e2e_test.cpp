@@ -13,7 +13,7 @@
 
 #include "e2e.h"
 #include "fixtures.h"
-#include "logText.h"
+#include "loggedFile.h"
 #include "velkor/logElements.h"
 
 using e2efixtures::FinishedRun;
@@ -591,9 +591,7 @@ TEST(ReportEndToEnd, ARunThatSpansALogRotationIsFound) {
   judged(path + ".1, " + path);
   // A recount follows (it does not decide the verdict); the next rotation
   // compresses the list run.
-  std::ostringstream recount;
-  testsupport::LogText(recount).start({"velkor", "-S", "VOL1"}).end();
-  testsupport::writeFile(path, recount.str());
+  testsupport::writeFile(path, reporttests::loggedRun({"velkor", "-S", "VOL1"}, {}));
   rotate();
   ASSERT_TRUE(std::ifstream(path + ".2.gz").good());
   judged(path + ".2.gz, " + path + ".1");

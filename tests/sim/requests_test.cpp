@@ -49,7 +49,7 @@ TEST_F(Requests, RepairRequestsApplyWhenOldValuesMatch) {
   // Status only, precious and status, attributes and action, deleted flag.
   EXPECT_EQ(set(setStatus("VOL1", "101", "<clean/><compressed/>", "<compressed/>")), 0);
   EXPECT_EQ(sim.beast(101)["comp"]["status"], nlohmann::json({"compressed"}));
-  EXPECT_EQ(set(setPreciousAndStatus("VOL1", "103", "<uncompressed/><clean/>", "<uncompressed/>")), 0);
+  EXPECT_EQ(set(setStatus("VOL1", "103", "<uncompressed/><clean/>", "<uncompressed/>", true)), 0);
   EXPECT_EQ(sim.beast(103)["comp"]["cPrecious"], 1);
   EXPECT_EQ(sim.beast(103)["comp"]["status"], nlohmann::json({"uncompressed"}));
 
@@ -72,7 +72,7 @@ TEST_F(Requests, StaleOldValueRefusesTheWholeRequest) {
   EXPECT_EQ(set(setCombined("VOL1", "103", "<noStreamCompress/><readOnly/>", "<readOnly/>", "", "<addCompLog/>")),
             20019);
   EXPECT_EQ(set(setStatus("VOL1", "101", "<compressed/>", "")), 20019);
-  EXPECT_EQ(set(setPreciousAndStatus("VOL1", "101", "<compressed/><clean/>", "")), 20019);  // cPrecious is already 1
+  EXPECT_EQ(set(setStatus("VOL1", "101", "<compressed/><clean/>", "", true)), 20019);  // cPrecious is already 1
   EXPECT_EQ(set(requestText(velkor::deletedFlagSetRequest, "VOL1", "104", true, false)), 20019);
   EXPECT_EQ(set(clearCc("VOL1", "103", "<noStreamCompress/>", "")), 20019);
   EXPECT_EQ(sim.state(), before);

@@ -21,11 +21,10 @@ inline std::string getBeastFullName(const char* volume, const char* zid) {
 }
 inline std::string getFileInfo(const char* path) { return requestText(velkor::fileInfoRequest, path); }
 inline std::string getVolumeInfo(const char* volume) { return requestText(velkor::volumeInfoRequest, volume, true); }
-inline std::string setStatus(const char* volume, const char* zid, const char* oldTags, const char* newTags) {
-  return requestText(velkor::statusSetRequest, volume, zid, oldTags, newTags, false);
-}
-inline std::string setPreciousAndStatus(const char* volume, const char* zid, const char* oldTags, const char* newTags) {
-  return requestText(velkor::statusSetRequest, volume, zid, oldTags, newTags, true);
+// The status, and with `precious` cPrecious from 0 to 1 too.
+inline std::string setStatus(const char* volume, const char* zid, const char* oldTags, const char* newTags,
+                             bool precious = false) {
+  return requestText(velkor::statusSetRequest, volume, zid, oldTags, newTags, precious);
 }
 // Attributes and action parts are sent only when their old value is given.
 inline std::string setCombined(const char* volume, const char* zid, const char* oldAttrs, const char* newAttrs,
