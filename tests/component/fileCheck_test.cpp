@@ -201,8 +201,38 @@ json sweepFixture() {
 
 }  // namespace
 
-void expectDeletionWays(MountedVolume* volume);
-void expectExactRepairRequests(MountedVolume* volume);
+// Files with a live name are unlinked by path; deleted files and data streams
+// go through the delete request.
+void expectDeletionWays(MountedVolume* volume) {
+  std::string log;
+  for (const json& r : volume->sim.requests()) log += r.dump() + "\n";
+  for (const char* what : {"compressed zid 0", "no physical data"})
+    EXPECT_NE(std::string::npos, log.find("unlink /f" + zidOf(what))) << what;
+  std::vector<json> deletes = volume->sim.requestsOf("deleteBeast");
+  ASSERT_EQ(2u, deletes.size());
+  EXPECT_EQ(testsupport::requestText(velkor::deleteRequest, "VOL1", zidOf("compressed data stream, zid 0").c_str()),
+            deletes[0]["request"]);
+}
+
+void expectExactRepairRequests(MountedVolume* volume) {
+  std::vector<json> sets = volume->sim.requestsOf("setBeastInfo");
+  auto has = [&](const std::string& text) {
+    return std::any_of(sets.begin(), sets.end(), [&](const json& r) { return r["request"] == text; });
+  };
+  using testsupport::requestText;
+  EXPECT_TRUE(has(requestText(velkor::attributesAndActionSetRequest, "VOL1",
+                              zidOf("compressed, Cc instead of stream mark").c_str(), "<archive/><noStreamCompress/>",
+                              "<archive/><dataStreamCompress/>", nullptr, nullptr)));
+  EXPECT_TRUE(has(requestText(velkor::statusSetRequest, "VOL1", zidOf("compressed, both precious").c_str(),
+                              "<compressed/><clean/>", "<compressed/>", false)));
+  EXPECT_TRUE(has(requestText(velkor::statusSetRequest, "VOL1", zidOf("held uncompressed, marked compressed").c_str(),
+                              "<compressed/><clean/>", "<uncompressed/><compressed/>", true)));
+  EXPECT_TRUE(has(requestText(velkor::attributesAndActionSetRequest, "VOL1",
+                              zidOf("uncompressed, not clean, not logged").c_str(), nullptr, nullptr, nullptr, nullptr)))
+      << "an uncompressed file that is neither clean nor logged gets an empty set request";
+  EXPECT_TRUE(has(requestText(velkor::deletedFlagSetRequest, "VOL1", zidOf("compressed data marked deleted").c_str(),
+                              true, false)));
+}
 
 // Each case mounts the sweep's volume afresh: the fix and delete runs change it.
 class FileCheck : public ::testing::Test {
@@ -262,39 +292,6 @@ TEST_F(FileCheck, FixAndDeleteThenListAgain) {
   }
   expectDeletionWays(volume.get());
   expectExactRepairRequests(volume.get());
-}
-
-// Files with a live name are unlinked by path; deleted files and data streams
-// go through the delete request.
-void expectDeletionWays(MountedVolume* volume) {
-  std::string log;
-  for (const json& r : volume->sim.requests()) log += r.dump() + "\n";
-  for (const char* what : {"compressed zid 0", "no physical data"})
-    EXPECT_NE(std::string::npos, log.find("unlink /f" + zidOf(what))) << what;
-  std::vector<json> deletes = volume->sim.requestsOf("deleteBeast");
-  ASSERT_EQ(2u, deletes.size());
-  EXPECT_EQ(testsupport::requestText(velkor::deleteRequest, "VOL1", zidOf("compressed data stream, zid 0").c_str()),
-            deletes[0]["request"]);
-}
-
-void expectExactRepairRequests(MountedVolume* volume) {
-  std::vector<json> sets = volume->sim.requestsOf("setBeastInfo");
-  auto has = [&](const std::string& text) {
-    return std::any_of(sets.begin(), sets.end(), [&](const json& r) { return r["request"] == text; });
-  };
-  using testsupport::requestText;
-  EXPECT_TRUE(has(requestText(velkor::attributesAndActionSetRequest, "VOL1",
-                              zidOf("compressed, Cc instead of stream mark").c_str(), "<archive/><noStreamCompress/>",
-                              "<archive/><dataStreamCompress/>", nullptr, nullptr)));
-  EXPECT_TRUE(has(requestText(velkor::statusSetRequest, "VOL1", zidOf("compressed, both precious").c_str(),
-                              "<compressed/><clean/>", "<compressed/>", false)));
-  EXPECT_TRUE(has(requestText(velkor::statusSetRequest, "VOL1", zidOf("held uncompressed, marked compressed").c_str(),
-                              "<compressed/><clean/>", "<uncompressed/><compressed/>", true)));
-  EXPECT_TRUE(has(requestText(velkor::attributesAndActionSetRequest, "VOL1",
-                              zidOf("uncompressed, not clean, not logged").c_str(), nullptr, nullptr, nullptr, nullptr)))
-      << "an uncompressed file that is neither clean nor logged gets an empty set request";
-  EXPECT_TRUE(has(requestText(velkor::deletedFlagSetRequest, "VOL1", zidOf("compressed data marked deleted").c_str(),
-                              true, false)));
 }
 
 // A set request refused because the object changed is retried with fresh

@@ -60,13 +60,6 @@ struct Requests {
   }
 };
 
-std::set<std::string> zidsWith(const json& run, const std::string& action) {
-  std::set<std::string> zids;
-  for (const json& f : run["files"])
-    if (f["action"] == action) zids.insert(f["zid"].get<std::string>());
-  return zids;
-}
-
 uint64_t problemFiles(const json& counts) { return counts["fixable"].get<uint64_t>() + counts["corrupted"].get<uint64_t>(); }
 
 // Processed, cleared, good, open skipped, fixable, corrupted, fixed, deleted.
@@ -329,7 +322,9 @@ void checkScansAndStatistics(const LoggedRuns& r, const json& runs) {
   EXPECT_EQ("fix-all", fix["operation"]) << "the long option";
   EXPECT_EQ(r.expected["fix"]["fixed"], fix["actions"]["fixed"]);
   // Every file the run changed is logged as fixed (some repairs need no change).
-  std::set<std::string> fixedZids = zidsWith(fix, "fixed");
+  std::set<std::string> fixedZids;
+  for (const json& f : fix["files"])
+    if (f["action"] == "fixed") fixedZids.insert(f["zid"].get<std::string>());
   for (const std::string& zid : r.during(LoggedRuns::kFix).ids("setBeastInfo")) EXPECT_EQ(1u, fixedZids.count(zid)) << zid;
   EXPECT_EQ(problemFiles(r.expected["list"]) - r.expected["fix"]["fixed"].get<uint64_t>(),
             fix["remaining"].get<uint64_t>());
@@ -524,9 +519,7 @@ TEST(ReportEndToEnd, TheManualsUnattendedRecipe) {
   Simulator::Options generated;
   generated.generate = 500;
   Simulator problems(generated);
-  Simulator clean = Simulator::withFixture(
-      e2efixtures::volume({e2efixtures::plainFile(1000, "/a"), e2efixtures::plainFile(1001, "/b")}, json::array())
-          .dump());
+  Simulator clean = Simulator::withFixture(e2efixtures::volume(e2efixtures::plainFiles(2), json::array()).dump());
   for (auto [sim, status] : {std::pair<const Simulator*, int>{&problems, 1}, {&clean, 0}}) {
     testsupport::TempDir dir;
     ProcessResult r = testsupport::runProcess(
