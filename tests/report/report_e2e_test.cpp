@@ -234,6 +234,7 @@ void writeEveryKindOfRun(LoggedRuns& r) {
 // it logged; what the second Cc clear and the recount found, and what the
 // deletion left.
 void checkGeneratorsCounts(const LoggedRuns& r, const std::vector<std::string>& documents) {
+  SCOPED_TRACE("the generator's counts");
   for (size_t i = 0; i < r.runs.size(); ++i) {
     const char* key = r.runs[i].expected;
     if (!key) continue;
@@ -257,6 +258,7 @@ void checkGeneratorsCounts(const LoggedRuns& r, const std::vector<std::string>& 
 // its own: each exit status says what was left, and the log holds the same
 // documents as velkor's, entry for entry.
 void checkBatchLogsTheSame(const LoggedRuns& r, const std::vector<std::string>& velkorDocuments) {
+  SCOPED_TRACE("velkor-batch");
   Simulator::Options quiet = r.options;
   quiet.requestLog = false;
   Simulator::Options quietPretty = quiet;
@@ -291,6 +293,7 @@ void checkBatchLogsTheSame(const LoggedRuns& r, const std::vector<std::string>& 
 // Each run's finish status and completeness as velkor showed them, and
 // --check's status for it.
 void checkVerdicts(const LoggedRuns& r, const json& runs) {
+  SCOPED_TRACE("verdicts");
   for (size_t i = 0; i < runs.size(); ++i) {
     const json& run = runs[i];
     EXPECT_EQ(i + 1, run["index"].get<size_t>());
@@ -310,6 +313,7 @@ void checkVerdicts(const LoggedRuns& r, const json& runs) {
 // List, fix, list again, statistics, the fault and the killed run: the
 // generator's counts and the requests the simulator saw.
 void checkScansAndStatistics(const LoggedRuns& r, const json& runs) {
+  SCOPED_TRACE("list, fix, statistics, fault and killed runs");
   const json& list = runs[LoggedRuns::kList];
   EXPECT_EQ("list-all", list["operation"]);
   EXPECT_EQ("VOL1", list["target"]);
@@ -346,6 +350,7 @@ void checkScansAndStatistics(const LoggedRuns& r, const json& runs) {
 // Cc clear logs no entries; delete: the generator's counts and the
 // deletions its copy of the volume saw, by zid or by unlinking the name.
 void checkClearAndDelete(const LoggedRuns& r, const json& runs) {
+  SCOPED_TRACE("clear and delete");
   EXPECT_EQ("clear-all", runs[LoggedRuns::kClear]["operation"]);
   EXPECT_EQ(0u, runs[LoggedRuns::kClear]["entries"].get<uint64_t>());
   const json& remove = runs[LoggedRuns::kDelete];
@@ -365,6 +370,7 @@ void checkClearAndDelete(const LoggedRuns& r, const json& runs) {
 // The table, the last run judged by default, --volume, --problem, and the
 // refusals of a missing log and a missing run.
 void checkSelections(const LoggedRuns& r, const json& runs) {
+  SCOPED_TRACE("selections");
   const std::string log = r.log.log();
   ProcessResult table = velkorReport({log});
   EXPECT_EQ(0, table.exitStatus);
@@ -385,6 +391,7 @@ void checkSelections(const LoggedRuns& r, const json& runs) {
 // The metrics of the runs: the text format as promtool reads it, each
 // volume's verdict as --check gives it, and what the last run left.
 void checkMetrics(const std::string& log, const json& lastRun) {
+  SCOPED_TRACE("metrics");
   testsupport::TempDir dir;
   const std::string prom = dir.file("velkor.prom");
   ProcessResult written = velkorReport({"--format", "prometheus", "--output", prom, log});
@@ -413,37 +420,16 @@ TEST(ReportEndToEnd, EveryKindOfRunInOneLog) {
   ASSERT_NO_FATAL_FAILURE(writeEveryKindOfRun(r));
   const std::vector<std::string> logged = documents(testsupport::readFile(r.log.log()));
   ASSERT_EQ(r.runs.size(), logged.size());
-  {
-    SCOPED_TRACE("the generator's counts");
-    checkGeneratorsCounts(r, logged);
-  }
-  {
-    SCOPED_TRACE("velkor-batch");
-    checkBatchLogsTheSame(r, logged);
-  }
+  checkGeneratorsCounts(r, logged);
+  checkBatchLogsTheSame(r, logged);
   const json report = r.log.report();
   const json& runs = report["runs"];
   ASSERT_EQ(r.runs.size(), runs.size()) << report.dump(1);
-  {
-    SCOPED_TRACE("verdicts");
-    checkVerdicts(r, runs);
-  }
-  {
-    SCOPED_TRACE("list, fix, statistics, fault and killed runs");
-    checkScansAndStatistics(r, runs);
-  }
-  {
-    SCOPED_TRACE("clear and delete");
-    checkClearAndDelete(r, runs);
-  }
-  {
-    SCOPED_TRACE("selections");
-    checkSelections(r, runs);
-  }
-  {
-    SCOPED_TRACE("metrics");
-    checkMetrics(r.log.log(), runs.back());
-  }
+  checkVerdicts(r, runs);
+  checkScansAndStatistics(r, runs);
+  checkClearAndDelete(r, runs);
+  checkSelections(r, runs);
+  checkMetrics(r.log.log(), runs.back());
 }
 
 // A fix that reports a file fixed the file system did not change (the reply

@@ -147,8 +147,6 @@ TEST(Checkpoint, TextReadsBackAndAnyDamageIsRefused) {
   velkor::Checkpoint read;
   ASSERT_TRUE(velkor::parseCheckpoint(text, &read)) << text;
   EXPECT_EQ(text, velkor::checkpointText(read));
-  EXPECT_EQ(c.log, read.log);
-  EXPECT_EQ(c.next.position, read.next.position);
   EXPECT_FALSE(velkor::parseCheckpoint(text.substr(0, text.size() - 4), &read)) << "no end line";
   EXPECT_FALSE(velkor::parseCheckpoint(text + "run 4\n", &read)) << "a line after the end";
   std::string twice = text;

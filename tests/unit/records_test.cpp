@@ -58,7 +58,7 @@ std::string pretty(const std::string& compact) { return std::regex_replace(compa
 // The fields that the program shows, logs or judges by are pinned where it
 // does: the file check's sweep (FileCheck), the single-file screen and entry
 // (SingleFile) and the candidate check (Candidate).
-TEST(BeastRecords, FileWithCompressionRecordCompactAndPretty) {
+TEST(BeastRecords, FileWithCompressionRecordCompactAndPrettyAndItsDumps) {
   for (const std::string& text : {fileReply(kNamed), pretty(fileReply(kNamed))}) {
     Reply reply(text);
     UncompBeastInfo file("VOL1", reply.element("beastInfo"));
@@ -69,6 +69,14 @@ TEST(BeastRecords, FileWithCompressionRecordCompactAndPretty) {
     EXPECT_EQ(65536u, file.compInfo->chunkSize);
     EXPECT_EQ(2u, file.compInfo->purgeableBlks);
     EXPECT_EQ(3u, file.compInfo->algoVersion);
+    // The dumps leave the stream in hexadecimal.
+    std::ostringstream out;
+    out << *file.compInfo;
+    EXPECT_NE(std::string::npos, out.str().find("compZid:        77\nchunkSize:      65536\n"));
+    std::ostringstream dump;
+    dump << file << 255;
+    EXPECT_EQ("attributes:        4000020\nopen count:        0\ndeleted:           0\neof:               1388\nff",
+              dump.str());
   }
 }
 
@@ -190,16 +198,4 @@ TEST(TagTables, BitsToTagsLengthsMaskAndOverflow) {
   EXPECT_EQ('x', small[12]);
   EXPECT_EQ(~0ull, convertBitsToTags(0x11, attrBitsToCheck, attrTags, 11, small, &length));
   EXPECT_EQ(10u, strlen(small));
-}
-
-TEST(BeastRecords, DumpsLeaveTheStreamInHexadecimal) {
-  Reply reply(fileReply(kNamed));
-  UncompBeastInfo file("VOL1", reply.element("beastInfo"));
-  std::ostringstream out;
-  out << *file.compInfo;
-  EXPECT_NE(std::string::npos, out.str().find("compZid:        77\nchunkSize:      65536\n"));
-  std::ostringstream dump;
-  dump << file << 255;
-  EXPECT_EQ("attributes:        4000020\nopen count:        0\ndeleted:           0\neof:               1388\nff",
-            dump.str());
 }
