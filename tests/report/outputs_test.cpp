@@ -212,7 +212,6 @@ TEST(ReportOutputs, JsonFilesAreWrittenAsTheyAreRead) {
     ASSERT_EQ(0, withFiles.status) << withFiles.err;
     json report = json::parse(withFiles.out), without = json::parse(logFile.report(summary).out);
     std::string rows = "run,volume,name,zid,problems,action\r\n";
-    ASSERT_EQ(without["runs"].size(), report["runs"].size()) << volume << problem;
     for (json& run : report["runs"]) {
       ASSERT_TRUE(run.contains("files"));
       for (const json& f : run["files"]) {
@@ -403,10 +402,7 @@ TEST(ReportOutputs, OutputFileIsReplacedWhole) {
   const std::string log = dir.file("velkor.log"), target = dir.file("velkor.prom");
   testsupport::writeFile(log, endedRun({"velkor", "-L", "VOL1"}, "finished with problem files found"));
   testsupport::writeFile(target, "old\n");
-  auto files = [&] {
-    ProcessResult ls = testsupport::runProcess({"ls", "-A", dir.path()});
-    return ls.out;
-  };
+  auto files = [&] { return testsupport::runProcess({"ls", "-A", dir.path()}).out; };
   velkorreport::Options options = formatted(velkorreport::Format::prometheus);
   options.output = target;
   std::ostringstream err;
