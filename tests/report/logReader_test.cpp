@@ -152,6 +152,7 @@ TEST(LogReader, CutOffRunsAreIncompleteAndTheirBrokenEntrySkipped) {
     if (c.runs.size() == 2) {
       // Its own document is whole, but it begins while the cut entry is
       // still open: it could be text of that entry.
+      EXPECT_FALSE(c.runs[1].complete());
       EXPECT_EQ("it begins inside an element left unfinished at line " + std::to_string(c.pieces[0].line),
                 c.runs[1].incompleteReason());
       EXPECT_EQ("delete-all", c.runs[1].operation);
