@@ -46,15 +46,19 @@ TEST(KVFError, StatusAndErrnoAreShownDifferently) {
   EXPECT_EQ(0, status.sysErrno);
 }
 
-// Every location the program writes by hand names one of its documented
-// sources (operators and scripts read them in the run log), and none is
-// made of a file's own name. (What KVF_HERE names for each source is pinned
-// where its errors are met: channel_test, qxml_status_test, fileCheck_test,
-// cli_test and report_e2e_test.)
+// Every location the program can raise names one of its documented sources
+// (operators and scripts read them in the run log), whatever file the code
+// lives in: the sources' own hand-written locations, and each file's
+// constant that KVF_HERE reads.
 TEST(KVFError, EveryLocationNamesADocumentedSource) {
   const std::set<std::string> documented = {"util/velkor/velkor", "util/velkor/velkorClass",
                                             "util/velkor/velkorHelper", "util/velkor/velkorUI",
                                             "util/common_cpp/qXML"};
+  for (KvfSource s : {KvfSource::velkor, KvfSource::velkorClass, KvfSource::velkorHelper, KvfSource::velkorUI,
+                      KvfSource::qXML})
+    EXPECT_EQ(1u, documented.count(KVF_SourceName(s))) << KVF_SourceName(s);
+  EXPECT_EQ("util/velkor/velkorHelper[97]", KVF_Location(KvfSource::velkorHelper, 97));
+
   const std::regex literal(R"re("(util/[A-Za-z_/]+)\[[0-9]+\])re");
   int seen = 0;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(testsupport::sourcePath("util"))) {
