@@ -65,11 +65,7 @@ TEST(RunLocks, VolumeLockNamesStayInTheirDirectory) {
       {"%", "%25.lock"},       {"\xff", "%FF.lock"},       {"", ".lock"},         {"x.y-z_0", "x.y-z_0.lock"},
       {"log@8:1-5", "log%408%3A1-5.lock"},
   };
-  for (const auto& [volume, expected] : cases) {
-    const std::string name = velkor::volumeLockName(volume);
-    EXPECT_EQ(expected, name) << volume;
-    EXPECT_EQ(std::string::npos, name.find('/')) << volume;
-  }
+  for (const auto& [volume, expected] : cases) EXPECT_EQ(expected, velkor::volumeLockName(volume)) << volume;
 }
 
 // The lock directory's parent, when missing, is made as every system has
