@@ -1,21 +1,17 @@
 #include "simtest.h"
 
+#include "common_cpp/qXML.h"
+
 namespace simtest {
 
 std::string first(const std::string& reply, const std::string& name, const std::string& from) {
-  size_t start = from.empty() ? 0 : reply.find(from);
-  if (start == std::string::npos) return "<missing>";
-  for (size_t at = reply.find("<" + name, start); at != std::string::npos; at = reply.find("<" + name, at + 1)) {
-    char after = reply[at + 1 + name.size()];
-    if (after != '>' && after != '/' && after != ' ') continue;
-    if (after == '/') return "";
-    size_t begin = at + name.size() + 2, end = reply.find("</" + name + ">", begin);
-    if (end == std::string::npos) return "<missing>";
-    std::string text = reply.substr(begin, end - begin);
-    if (text.rfind("<![CDATA[", 0) == 0 && text.size() >= 12) text = text.substr(9, text.size() - 12);
-    return text;
-  }
-  return "<missing>";
+  const size_t start = from.empty() ? 0 : reply.find(from);
+  QXML::XML_ElementInfo_s info{};
+  if (start >= reply.size() ||
+      QXML::XML_GetTagElement(name.c_str(), reply.data() + start, reply.data() + reply.size() - 1, &info) != zOK)
+    return "<missing>";
+  std::string text(info.contentLength ? info.contentStart : "", info.contentLength);
+  return text.rfind("<![CDATA[", 0) == 0 && text.size() >= 12 ? text.substr(9, text.size() - 12) : text;
 }
 
 long resultOf(const std::string& reply, const std::string& tag) {
