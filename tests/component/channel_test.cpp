@@ -3,7 +3,6 @@
 // (empty, refused and unreadable replies: volumeOps_test's FaultsBreakOffAScan).
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 
 #include "e2e.h"

@@ -3,7 +3,6 @@
 // end-to-end runs cannot see (a write error runs nothing, a read error runs
 // the request), and refused rules. The reply-shaping actions are pinned by
 // the end-to-end tests that use them (FaultsBreakOffAScan, AbsurdReplies).
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 

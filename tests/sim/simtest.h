@@ -2,7 +2,6 @@
 // small fixture, and readers that find reply elements the way the program does.
 #pragma once
 
-#include <cstdio>
 #include <string>
 
 #include <gtest/gtest.h>

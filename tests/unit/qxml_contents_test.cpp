@@ -1,7 +1,6 @@
 // Template paths and multi-row tag contents over reply text.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
 #include "common_cpp/kvfError.h"

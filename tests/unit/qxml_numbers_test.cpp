@@ -1,7 +1,6 @@
 // Number text: the reply reader's conversion and the utility layer's strtoq forms.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
 #include "common_cpp/kvfError.h"
