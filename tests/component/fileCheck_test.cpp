@@ -324,20 +324,18 @@ TEST(FileCheckFaults, ValueChangedIsRetriedUpToTheBound) {
 }
 
 // (A refused request is an error too: volumeOps_test's FaultsBreakOffAScan.)
-TEST(FileCheckFaults, FailedUnlinkIsAnError) {
-  json beasts = json::array({baseFile(kPlain, 600)});
-  beasts[0]["physSize"] = 0;
-  MountedVolume v(e2efixtures::volume(beasts, json::array()));
+TEST_F(FileCheck, FailedUnlinkIsAnError) {
+  const uint64_t zid = std::stoull(zidOf("no physical data"));
   // The name lookup gives a name that the volume's tree does not hold.
-  v.sim.setFaults(R"({"request":"getBeastFullName","action":"raw","text":)"
-                  R"("<kvfReply><beast><getBeastFullName><result value=\"0\"/><name><![CDATA[/nowhere]]></name>)"
-                  R"(</getBeastFullName></beast></kvfReply>"})");
-  KVFError e = testsupport::expectKvfError([&] { v.check(600, false, true); }, "unlink of a missing path");
+  volume->sim.setFaults(R"({"request":"getBeastFullName","action":"raw","text":)"
+                        R"("<kvfReply><beast><getBeastFullName><result value=\"0\"/><name><![CDATA[/nowhere]]></name>)"
+                        R"(</getBeastFullName></beast></kvfReply>"})");
+  KVFError e = testsupport::expectKvfError([&] { volume->check(zid, false, true); }, "unlink of a missing path");
   EXPECT_EQ(ENOENT, e.code);
   EXPECT_STREQ(strerror(ENOENT), e.what());
   EXPECT_EQ(0u, e.location.find("util/velkor/velkorHelper["));
-  EXPECT_EQ(0u, v.stats.deleted);
-  EXPECT_FALSE(v.sim.beast(600).is_null());
+  EXPECT_EQ(0u, volume->stats.deleted);
+  EXPECT_FALSE(volume->sim.beast(zid).is_null());
 }
 
 // Texts that would not fit their fixed buffers are refused, not cut or overrun.
