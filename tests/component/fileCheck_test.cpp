@@ -92,40 +92,21 @@ struct SweepCase {
   Base base;
   unsigned long bits;          // problem word of a list run
   unsigned long noHeaderBits;  // the same with the header check off
-  Action action;               // fix when fixable, delete when corrupted
+  Action action;               // fix when fixable, delete when corrupted (and counted so by a list run)
   unsigned long after;         // problem word of a list run after the action; kGone: deleted
   const char* file = "{}";     // the patch of the file
   const char* comp = "{}";     // the patch of its compressed data
 };
 
+// The good file of each base; its compressed data is e2efixtures::compData.
 json baseFile(Base base, uint64_t zid) {
-  json file = {{"zid", zid}, {"classId", 3}, {"name", "/f" + std::to_string(zid)}, {"parents", {"File"}},
-               {"created", {{"utc", 1680068218}}}, {"accessed", {{"utc", 1683322990}}}};
-  if (base == kCompressed) {
-    file["attributes"] = {"archive", "dataStreamCompress"};
-    file["eof"] = 8569;
-    file["comp"] = {{"compZid", zid + 1}, {"chunkSize", 65536}, {"ucPrecious", 0},  {"cPrecious", 1},
-                    {"purgeableBlks", 0}, {"algoID", 1},        {"algoVersion", 1}, {"status", {"compressed", "clean"}},
-                    {"action", json::array()}};
-  } else if (base == kUncompressed) {
-    file["attributes"] = {"archive"};
-    file["eof"] = 8000;
-    file["physSize"] = 8192;
-    file["comp"] = {{"compZid", 0},       {"chunkSize", 65536}, {"ucPrecious", 1},
-                    {"cPrecious", 0},     {"purgeableBlks", 0}, {"algoID", 1},
-                    {"algoVersion", 1},   {"status", {"uncompressed", "clean"}}, {"action", json::array()}};
-  } else {
-    file["eof"] = 100;
-    file["physSize"] = 4096;
-  }
+  const std::string name = "/f" + std::to_string(zid);
+  if (base == kPlain) return e2efixtures::plainFile(zid, name);
+  json file = e2efixtures::compressedFile(zid, name);
+  if (base == kUncompressed)
+    file.merge_patch(json::parse(R"({"attributes": ["archive"], "eof": 8000, "physSize": 8192, "comp": {"compZid": 0,
+                                       "ucPrecious": 1, "cPrecious": 0, "status": ["uncompressed", "clean"]}})"));
   return file;
-}
-
-json baseComp(uint64_t owner) {
-  return {{"zid", owner + 1}, {"owner", owner}, {"eof", 4285}, {"physSize", 8192}, {"deleted", false},
-          {"variableData", true},
-          {"header", {{"compressCode", 1}, {"majorVersion", 1}, {"minorVersion", 0}, {"originalLength", 8569},
-                      {"compressedLength", 4285}}}};
 }
 
 const SweepCase kSweep[] = {
@@ -202,7 +183,7 @@ std::string zidOf(const char* what) {
 
 // Case i's file and compressed data.
 std::pair<json, json> objectsOf(size_t i) {
-  json file = baseFile(kSweep[i].base, zidOf(i)), comp = baseComp(zidOf(i));
+  json file = baseFile(kSweep[i].base, zidOf(i)), comp = e2efixtures::compData(zidOf(i));
   file.merge_patch(json::parse(kSweep[i].file));
   comp.merge_patch(json::parse(kSweep[i].comp));
   return {file, comp};
@@ -218,77 +199,7 @@ json sweepFixture() {
   return e2efixtures::volume(beasts, comps);
 }
 
-bool isCorrupted(unsigned long bits) { return bits & 0x7E0; }
-bool isFixable(unsigned long bits) { return !isCorrupted(bits) && (bits & 0x1C); }
-
 }  // namespace
-
-void expectDeletionWays(MountedVolume* volume);
-void expectExactRepairRequests(MountedVolume* volume);
-
-// Each case mounts the sweep's volume afresh: the fix and delete runs change it.
-class FileCheck : public ::testing::Test {
- protected:
-  std::unique_ptr<MountedVolume> volume = std::make_unique<MountedVolume>(sweepFixture());
-};
-
-// A list run finds each case's problems and counts it in its class; with the
-// header check off the header problems are not reported.
-TEST_F(FileCheck, ListFindsEveryProblemClass) {
-  for (size_t i = 0; i < kCases; ++i) {
-    const SweepCase& c = kSweep[i];
-    velkor::CompStats& s = volume->check(zidOf(i), false, false);
-    EXPECT_EQ(c.bits, s.problemFlags) << c.what;
-    EXPECT_EQ(1u, s.processed) << c.what;
-    EXPECT_EQ(isCorrupted(c.bits) ? 1u : 0u, s.corrupted) << c.what;
-    EXPECT_EQ(isFixable(c.bits) ? 1u : 0u, s.fixable) << c.what;
-    EXPECT_EQ(c.bits == 2 ? 1u : 0u, s.openSkipped) << c.what;
-    EXPECT_EQ(c.bits == 1 ? 1u : 0u, s.good) << c.what;
-    EXPECT_EQ(0u, s.fixed + s.deleted) << c.what;
-    EXPECT_STREQ(("/f" + std::to_string(zidOf(i))).c_str(), s.fileName.get()) << c.what;
-    EXPECT_EQ(c.noHeaderBits, volume->check(zidOf(i), false, false, true).problemFlags) << c.what;
-  }
-}
-
-// A fix run repairs what is fixable (and never deletes); a delete run removes
-// what is corrupted (and never repairs). A second list shows the outcome.
-TEST_F(FileCheck, FixAndDeleteThenListAgain) {
-  for (size_t i = 0; i < kCases; ++i) {
-    const SweepCase& c = kSweep[i];
-    const uint64_t zid = zidOf(i);
-    if (isCorrupted(c.bits)) {
-      velkor::CompStats& fixRun = volume->check(zid, true, false);
-      EXPECT_EQ(0u, fixRun.fixed) << c.what << ": a fix run leaves corrupted files alone";
-      ASSERT_FALSE(volume->sim.beast(zid).is_null()) << c.what;
-    }
-    if (isFixable(c.bits)) {
-      velkor::CompStats& deleteRun = volume->check(zid, false, true);
-      EXPECT_EQ(0u, deleteRun.deleted + deleteRun.fixed) << c.what << ": a delete run does not repair";
-    }
-    if (c.action == kFix) {
-      velkor::CompStats& s = volume->check(zid, true, false);
-      // Without a compression record there is nothing to repair: not counted.
-      unsigned expected = c.base == kPlain ? 0u : 1u;
-      EXPECT_EQ(expected, s.fixed) << c.what;
-      EXPECT_EQ(expected, s.fixable) << c.what;
-    } else if (c.action == kDelete) {
-      velkor::CompStats& s = volume->check(zid, false, true);
-      EXPECT_EQ(1u, s.deleted) << c.what;
-      EXPECT_EQ(1u, s.corrupted) << c.what;
-    }
-    if (c.after == kGone) {
-      EXPECT_TRUE(volume->sim.beast(zid).is_null()) << c.what;
-      // The compressed data that the file names goes with it; an orphan stays.
-      if (c.base == kCompressed) {
-        EXPECT_EQ(objectsOf(i).first["comp"]["compZid"] == zid + 1, volume->sim.compBeast(zid + 1).is_null()) << c.what;
-      }
-    } else {
-      EXPECT_EQ(c.after, volume->check(zid, false, false).problemFlags) << c.what;
-    }
-  }
-  expectDeletionWays(volume.get());
-  expectExactRepairRequests(volume.get());
-}
 
 // Files with a live name are unlinked by path; deleted files and data streams
 // go through the delete request.
@@ -323,28 +234,82 @@ void expectExactRepairRequests(MountedVolume* volume) {
                               true, false)));
 }
 
+// Each case mounts the sweep's volume afresh: the fix and delete runs change it.
+class FileCheck : public ::testing::Test {
+ protected:
+  std::unique_ptr<MountedVolume> volume = std::make_unique<MountedVolume>(sweepFixture());
+};
+
+// A list run finds each case's problems and counts it in its class; with the
+// header check off the header problems are not reported.
+TEST_F(FileCheck, ListFindsEveryProblemClass) {
+  for (size_t i = 0; i < kCases; ++i) {
+    const SweepCase& c = kSweep[i];
+    velkor::CompStats& s = volume->check(zidOf(i), false, false);
+    EXPECT_EQ(c.bits, s.problemFlags) << c.what;
+    EXPECT_EQ(1u, s.processed) << c.what;
+    EXPECT_EQ(c.action == kDelete ? 1u : 0u, s.corrupted) << c.what;
+    EXPECT_EQ(c.action == kFix ? 1u : 0u, s.fixable) << c.what;
+    EXPECT_EQ(c.bits == 2 ? 1u : 0u, s.openSkipped) << c.what;
+    EXPECT_EQ(c.bits == 1 ? 1u : 0u, s.good) << c.what;
+    EXPECT_EQ(0u, s.fixed + s.deleted) << c.what;
+    EXPECT_STREQ(("/f" + std::to_string(zidOf(i))).c_str(), s.fileName.get()) << c.what;
+    EXPECT_EQ(c.noHeaderBits, volume->check(zidOf(i), false, false, true).problemFlags) << c.what;
+  }
+}
+
+// A fix run repairs what is fixable (and never deletes); a delete run removes
+// what is corrupted (and never repairs). A second list shows the outcome.
+TEST_F(FileCheck, FixAndDeleteThenListAgain) {
+  for (size_t i = 0; i < kCases; ++i) {
+    const SweepCase& c = kSweep[i];
+    const uint64_t zid = zidOf(i);
+    if (c.action == kFix) {
+      velkor::CompStats& deleteRun = volume->check(zid, false, true);
+      EXPECT_EQ(0u, deleteRun.deleted + deleteRun.fixed) << c.what << ": a delete run does not repair";
+      velkor::CompStats& s = volume->check(zid, true, false);
+      // Without a compression record there is nothing to repair: not counted.
+      unsigned expected = c.base == kPlain ? 0u : 1u;
+      EXPECT_EQ(expected, s.fixed) << c.what;
+      EXPECT_EQ(expected, s.fixable) << c.what;
+    } else if (c.action == kDelete) {
+      velkor::CompStats& fixRun = volume->check(zid, true, false);
+      EXPECT_EQ(0u, fixRun.fixed) << c.what << ": a fix run leaves corrupted files alone";
+      ASSERT_FALSE(volume->sim.beast(zid).is_null()) << c.what;
+      velkor::CompStats& s = volume->check(zid, false, true);
+      EXPECT_EQ(1u, s.deleted) << c.what;
+      EXPECT_EQ(1u, s.corrupted) << c.what;
+    }
+    if (c.after == kGone) {
+      EXPECT_TRUE(volume->sim.beast(zid).is_null()) << c.what;
+      // The compressed data that the file names goes with it; an orphan stays.
+      if (c.base == kCompressed) {
+        EXPECT_EQ(objectsOf(i).first["comp"]["compZid"] == zid + 1, volume->sim.compBeast(zid + 1).is_null()) << c.what;
+      }
+    } else {
+      EXPECT_EQ(c.after, volume->check(zid, false, false).problemFlags) << c.what;
+    }
+  }
+  expectDeletionWays(volume.get());
+  expectExactRepairRequests(volume.get());
+}
+
 // A set request refused because the object changed is retried with fresh
-// records until it goes through.
-TEST(FileCheckFaults, ValueChangedIsRetried) {
-  json beasts = json::array({baseFile(kCompressed, 500)});
-  beasts[0]["attributes"] = {"archive"};
-  MountedVolume v(e2efixtures::volume(beasts, json::array({baseComp(500)})));
+// records until it goes through; a change that never stops (20019 on every
+// set) ends the per-file check and the Cc clear with that error after the
+// retry bound, not in an endless loop.
+TEST(FileCheckFaults, ValueChangedIsRetriedUpToTheBound) {
+  json beasts = json::array({baseFile(kCompressed, 500), baseFile(kPlain, 510), baseFile(kCompressed, 520)});
+  beasts[0]["attributes"] = beasts[2]["attributes"] = {"archive"};
+  beasts[1]["attributes"] = {"noStreamCompress"};
+  MountedVolume v(e2efixtures::volume(beasts, json::array({e2efixtures::compData(500), e2efixtures::compData(520)})));
   v.sim.setFaults(R"({"request":"setBeastInfo","action":"result","value":20019,"count":3})");
-  velkor::CompStats& s = v.check(500, true, false);
+  velkor::CompStats& s = v.check(520, true, false);
   EXPECT_EQ(1u, s.fixed);
   EXPECT_EQ(1u, s.processed);
   EXPECT_EQ(4u, v.sim.requestsOf("setBeastInfo").size());
-  EXPECT_EQ(1u, v.check(500, false, false).problemFlags);
-}
-
-// A change that never stops (20019 on every set) ends the per-file check and
-// the Cc clear with that error after the retry bound, not in an endless loop.
-TEST(FileCheckFaults, PermanentValueChangedEndsAfterTheBound) {
-  json beasts = json::array({baseFile(kCompressed, 500), baseFile(kPlain, 510)});
-  beasts[0]["attributes"] = {"archive"};
-  beasts[1]["attributes"] = {"noStreamCompress"};
-  MountedVolume v(e2efixtures::volume(beasts, json::array({baseComp(500)})));
-  v.sim.setFaults(R"({"request":"setBeastInfo","action":"result","value":20019,"count":0})");
+  EXPECT_EQ(1u, v.check(520, false, false).problemFlags);
+  v.sim.setFaults(R"([{"request":"setBeastInfo","action":"result","value":20019,"count":0}])");
   auto expectBoundedFailure = [&](const char* what, const std::function<void()>& run) {
     size_t before = v.sim.requestsOf("setBeastInfo").size();
     EXPECT_EQ(zERR_VALUE_CHANGED, testsupport::expectKvfError(run, what).code) << what;
@@ -359,20 +324,18 @@ TEST(FileCheckFaults, PermanentValueChangedEndsAfterTheBound) {
 }
 
 // (A refused request is an error too: volumeOps_test's FaultsBreakOffAScan.)
-TEST(FileCheckFaults, FailedUnlinkIsAnError) {
-  json beasts = json::array({baseFile(kPlain, 600)});
-  beasts[0]["physSize"] = 0;
-  MountedVolume v(e2efixtures::volume(beasts, json::array()));
+TEST_F(FileCheck, FailedUnlinkIsAnError) {
+  const uint64_t zid = std::stoull(zidOf("no physical data"));
   // The name lookup gives a name that the volume's tree does not hold.
-  v.sim.setFaults(R"({"request":"getBeastFullName","action":"raw","text":)"
-                  R"("<kvfReply><beast><getBeastFullName><result value=\"0\"/><name><![CDATA[/nowhere]]></name>)"
-                  R"(</getBeastFullName></beast></kvfReply>"})");
-  KVFError e = testsupport::expectKvfError([&] { v.check(600, false, true); }, "unlink of a missing path");
+  volume->sim.setFaults(R"({"request":"getBeastFullName","action":"raw","text":)"
+                        R"("<kvfReply><beast><getBeastFullName><result value=\"0\"/><name><![CDATA[/nowhere]]></name>)"
+                        R"(</getBeastFullName></beast></kvfReply>"})");
+  KVFError e = testsupport::expectKvfError([&] { volume->check(zid, false, true); }, "unlink of a missing path");
   EXPECT_EQ(ENOENT, e.code);
   EXPECT_STREQ(strerror(ENOENT), e.what());
   EXPECT_EQ(0u, e.location.find("util/velkor/velkorHelper["));
-  EXPECT_EQ(0u, v.stats.deleted);
-  EXPECT_FALSE(v.sim.beast(600).is_null());
+  EXPECT_EQ(0u, volume->stats.deleted);
+  EXPECT_FALSE(volume->sim.beast(zid).is_null());
 }
 
 // Texts that would not fit their fixed buffers are refused, not cut or overrun.

@@ -143,7 +143,6 @@ TEST(LogReader, CutOffRunsAreIncompleteAndTheirBrokenEntrySkipped) {
   for (const std::string& text : {cut + "\n" + second.str(), cut}) {
     Collected c = read(text);
     ASSERT_FALSE(c.runs.empty());
-    EXPECT_FALSE(c.runs[0].complete());
     EXPECT_EQ("incomplete", c.runs[0].statusText());
     EXPECT_EQ("list-all", c.runs[0].operation);
     EXPECT_EQ(1u, c.runs[0].entries);
@@ -181,13 +180,7 @@ TEST(LogReader, CutOffRunsAreIncompleteAndTheirBrokenEntrySkipped) {
 TEST(LogReader, AnEntryTooLongForTheReaderMakesItsRunIncomplete) {
   const std::string longName = "/" + std::string(LogReader::kMaxElement, 'n');
   for (const std::string& name : {longName, "/a\n" + longName}) {
-    std::ostringstream log;
-    LogText text(log);
-    text.start({"velkor", "-L", "VOL1"}).entry(file("/a", velkor::invalidState)).entry(file("/PH", velkor::invalidZid));
-    log << "<finishStatus>finished with problem files found</finishStatus>\n";
-    text.end();
-    std::string all = log.str();
-    all.replace(all.find("/PH"), 3, name);  // written raw, as older logs did
+    const std::string all = reporttests::oldListRun(name);
     const uint64_t line = lineOf(all, all.rfind("<entry>"));
     Collected c = read(all);
     ASSERT_EQ(1u, c.runs.size());
@@ -195,9 +188,7 @@ TEST(LogReader, AnEntryTooLongForTheReaderMakesItsRunIncomplete) {
     EXPECT_EQ(1u, c.pieces.size());
     EXPECT_EQ("an element at line " + std::to_string(line) + " is longer than the 1048576 bytes read",
               c.runs[0].incompleteReason());
-    velkorreport::Options check;
-    check.check = true;
-    reporttests::Reported r = reporttests::reportOn(all, check);
+    reporttests::Reported r = reporttests::reportOn(all, reporttests::checking());
     EXPECT_EQ(velkorreport::kRunFailed, r.status) << r.out;
     EXPECT_NE(std::string::npos, r.err.find(":" + std::to_string(line) + ": skipped")) << r.err;
   }
@@ -252,10 +243,7 @@ TEST(LogReader, NamesAndArgumentsKeepEveryByte) {
 
   // The JSON output gives a name that is not UTF-8 also in hexadecimal (the
   // other names: outputs_test's EscapedTextsAreShownDecoded).
-  velkorreport::Options options;
-  options.format = velkorreport::Format::json;
-  options.files = true;
-  reporttests::Reported report = reporttests::reportOn(all, options);
+  reporttests::Reported report = reporttests::reportOn(all, reporttests::jsonFiles());
   ASSERT_EQ(0, report.status) << report.err;
   nlohmann::json runs = nlohmann::json::parse(report.out)["runs"];
   ASSERT_EQ(names.size(), runs.size());
@@ -276,17 +264,14 @@ TEST(LogReader, EntriesThatAreNotEntries) {
     EXPECT_FALSE(velkorreport::parseEntry(cut, &parsed)) << cut;
   }
   EXPECT_FALSE(velkorreport::parseEntry("<entry><volume>V</volume><name>n</name><type></entry>", &parsed));
-}
-
-// A skipped entry counts once, as skipped, whatever else a damaged log put in
-// its status (the fuzzer's log: skipped plus stray elements counted twice).
-TEST(LogReader, SkippedEntryIsNeverAlsoRemaining) {
-  Entry entry;
+  // A skipped entry counts once, as skipped, whatever else a damaged log put
+  // in its status (the fuzzer's log: skipped plus stray elements counted twice).
+  Entry skipped;
   ASSERT_TRUE(velkorreport::parseEntry("<entry><volume>V</volume><name>/n</name><type><file/></type><fileStatus>"
                                        "<skippedChecking/><argv/></fileStatus></entry>",
-                                       &entry));
-  EXPECT_TRUE(entry.skipped());
-  EXPECT_FALSE(entry.remains());
+                                       &skipped));
+  EXPECT_TRUE(skipped.skipped());
+  EXPECT_FALSE(skipped.remains());
 }
 
 // A run's skipped names are kept in a temporary file; when the file refuses a

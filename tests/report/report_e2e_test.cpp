@@ -13,7 +13,7 @@
 
 #include "e2e.h"
 #include "fixtures.h"
-#include "logText.h"
+#include "loggedFile.h"
 #include "velkor/logElements.h"
 
 using e2efixtures::FinishedRun;
@@ -59,13 +59,6 @@ struct Requests {
     return names;
   }
 };
-
-std::set<std::string> zidsWith(const json& run, const std::string& action) {
-  std::set<std::string> zids;
-  for (const json& f : run["files"])
-    if (f["action"] == action) zids.insert(f["zid"].get<std::string>());
-  return zids;
-}
 
 uint64_t problemFiles(const json& counts) { return counts["fixable"].get<uint64_t>() + counts["corrupted"].get<uint64_t>(); }
 
@@ -233,6 +226,7 @@ void writeEveryKindOfRun(LoggedRuns& r) {
 // it logged; what the second Cc clear and the recount found, and what the
 // deletion left.
 void checkGeneratorsCounts(const LoggedRuns& r, const std::vector<std::string>& documents) {
+  SCOPED_TRACE("the generator's counts");
   for (size_t i = 0; i < r.runs.size(); ++i) {
     const char* key = r.runs[i].expected;
     if (!key) continue;
@@ -256,6 +250,7 @@ void checkGeneratorsCounts(const LoggedRuns& r, const std::vector<std::string>& 
 // its own: each exit status says what was left, and the log holds the same
 // documents as velkor's, entry for entry.
 void checkBatchLogsTheSame(const LoggedRuns& r, const std::vector<std::string>& velkorDocuments) {
+  SCOPED_TRACE("velkor-batch");
   Simulator::Options quiet = r.options;
   quiet.requestLog = false;
   Simulator::Options quietPretty = quiet;
@@ -290,6 +285,7 @@ void checkBatchLogsTheSame(const LoggedRuns& r, const std::vector<std::string>& 
 // Each run's finish status and completeness as velkor showed them, and
 // --check's status for it.
 void checkVerdicts(const LoggedRuns& r, const json& runs) {
+  SCOPED_TRACE("verdicts");
   for (size_t i = 0; i < runs.size(); ++i) {
     const json& run = runs[i];
     EXPECT_EQ(i + 1, run["index"].get<size_t>());
@@ -309,6 +305,7 @@ void checkVerdicts(const LoggedRuns& r, const json& runs) {
 // List, fix, list again, statistics, the fault and the killed run: the
 // generator's counts and the requests the simulator saw.
 void checkScansAndStatistics(const LoggedRuns& r, const json& runs) {
+  SCOPED_TRACE("list, fix, statistics, fault and killed runs");
   const json& list = runs[LoggedRuns::kList];
   EXPECT_EQ("list-all", list["operation"]);
   EXPECT_EQ("VOL1", list["target"]);
@@ -321,7 +318,9 @@ void checkScansAndStatistics(const LoggedRuns& r, const json& runs) {
   EXPECT_EQ("fix-all", fix["operation"]) << "the long option";
   EXPECT_EQ(r.expected["fix"]["fixed"], fix["actions"]["fixed"]);
   // Every file the run changed is logged as fixed (some repairs need no change).
-  std::set<std::string> fixedZids = zidsWith(fix, "fixed");
+  std::set<std::string> fixedZids;
+  for (const json& f : fix["files"])
+    if (f["action"] == "fixed") fixedZids.insert(f["zid"].get<std::string>());
   for (const std::string& zid : r.during(LoggedRuns::kFix).ids("setBeastInfo")) EXPECT_EQ(1u, fixedZids.count(zid)) << zid;
   EXPECT_EQ(problemFiles(r.expected["list"]) - r.expected["fix"]["fixed"].get<uint64_t>(),
             fix["remaining"].get<uint64_t>());
@@ -343,6 +342,7 @@ void checkScansAndStatistics(const LoggedRuns& r, const json& runs) {
 // Cc clear logs no entries; delete: the generator's counts and the
 // deletions its copy of the volume saw, by zid or by unlinking the name.
 void checkClearAndDelete(const LoggedRuns& r, const json& runs) {
+  SCOPED_TRACE("clear and delete");
   EXPECT_EQ("clear-all", runs[LoggedRuns::kClear]["operation"]);
   EXPECT_EQ(0u, runs[LoggedRuns::kClear]["entries"].get<uint64_t>());
   const json& remove = runs[LoggedRuns::kDelete];
@@ -362,6 +362,7 @@ void checkClearAndDelete(const LoggedRuns& r, const json& runs) {
 // The table, the last run judged by default, --volume, --problem, and the
 // refusals of a missing log and a missing run.
 void checkSelections(const LoggedRuns& r, const json& runs) {
+  SCOPED_TRACE("selections");
   const std::string log = r.log.log();
   ProcessResult table = velkorReport({log});
   EXPECT_EQ(0, table.exitStatus);
@@ -382,6 +383,7 @@ void checkSelections(const LoggedRuns& r, const json& runs) {
 // The metrics of the runs: the text format as promtool reads it, each
 // volume's verdict as --check gives it, and what the last run left.
 void checkMetrics(const std::string& log, const json& lastRun) {
+  SCOPED_TRACE("metrics");
   testsupport::TempDir dir;
   const std::string prom = dir.file("velkor.prom");
   ProcessResult written = velkorReport({"--format", "prometheus", "--output", prom, log});
@@ -410,43 +412,22 @@ TEST(ReportEndToEnd, EveryKindOfRunInOneLog) {
   ASSERT_NO_FATAL_FAILURE(writeEveryKindOfRun(r));
   const std::vector<std::string> logged = documents(testsupport::readFile(r.log.log()));
   ASSERT_EQ(r.runs.size(), logged.size());
-  {
-    SCOPED_TRACE("the generator's counts");
-    checkGeneratorsCounts(r, logged);
-  }
-  {
-    SCOPED_TRACE("velkor-batch");
-    checkBatchLogsTheSame(r, logged);
-  }
+  checkGeneratorsCounts(r, logged);
+  checkBatchLogsTheSame(r, logged);
   const json report = r.log.report();
   const json& runs = report["runs"];
   ASSERT_EQ(r.runs.size(), runs.size()) << report.dump(1);
-  {
-    SCOPED_TRACE("verdicts");
-    checkVerdicts(r, runs);
-  }
-  {
-    SCOPED_TRACE("list, fix, statistics, fault and killed runs");
-    checkScansAndStatistics(r, runs);
-  }
-  {
-    SCOPED_TRACE("clear and delete");
-    checkClearAndDelete(r, runs);
-  }
-  {
-    SCOPED_TRACE("selections");
-    checkSelections(r, runs);
-  }
-  {
-    SCOPED_TRACE("metrics");
-    checkMetrics(r.log.log(), runs.back());
-  }
+  checkVerdicts(r, runs);
+  checkScansAndStatistics(r, runs);
+  checkClearAndDelete(r, runs);
+  checkSelections(r, runs);
+  checkMetrics(r.log.log(), runs.back());
 }
 
 // A fix that reports a file fixed the file system did not change (the reply
 // says done, the record stays): the next list finds it again, and the report
 // shows it as not taken by the fix, the other fixed files not.
-TEST(ReportEndToEnd, AFixThatDidNotTake) {
+TEST(ReportEndToEnd, AFixThatDidNotTakeAndARunsError) {
   Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(1000, 3).dump());
   OneLog log;
   log.finished(sim, {"-L", "VOL1"});
@@ -470,9 +451,30 @@ TEST(ReportEndToEnd, AFixThatDidNotTake) {
   EXPECT_NE(std::string::npos, detail.out.find("  Not taken:   1 ")) << detail.out;
   EXPECT_EQ(std::string::npos, detail.out.find("/f0  zid 1000  invalidState  fixed, not")) << detail.out;
   // The table shows it beside FIXABLE.
-  ProcessResult table = testsupport::runProcess({testsupport::binaryPath("report/velkor-report"), log.log()});
+  ProcessResult table = velkorReport({log.log()});
   EXPECT_TRUE(std::regex_search(table.out, std::regex("FIXABLE  NOT TAKEN  CORRUPTED\n.*\n +2 .* fix-all .* +3 +0 +1 +0\n")))
       << table.out;
+
+  // A run's error is shown in the operator's words first, as velkor-batch
+  // says it on standard error, then as the log records it: in --check's line
+  // and in the run in detail.
+  VelkorTerminal::Options batch = log.options();
+  batch.binary = testsupport::binaryPath("util/velkor/velkor-batch");
+  VelkorTerminal run(sim, {"-L", "VOL2"}, batch);
+  run.finish();
+  ASSERT_EQ(8, run.exitStatus()) << run.screenText();
+  std::smatch shown;
+  const std::string said = run.screenText();
+  ASSERT_TRUE(std::regex_search(said, shown, std::regex("velkor-batch: (volume VOL2 not found on this server) \\(")))
+      << said;
+  ProcessResult check = velkorReport({"--check", "--volume", "VOL2", log.log()});
+  EXPECT_EQ(2, check.exitStatus);
+  EXPECT_NE(std::string::npos,
+            check.out.find("ended with an error: " + shown[1].str() + " (util/velkor/velkorUI[994] originated from"))
+      << check.out;
+  detail = velkorReport({"--run", "last", log.log()});
+  EXPECT_NE(std::string::npos, detail.out.find("  Error:       " + shown[1].str() + " (util/velkor/velkorUI[994]"))
+      << detail.out;
 }
 
 // The manual page's unattended recipe, taken from the page and run as it
@@ -495,9 +497,7 @@ TEST(ReportEndToEnd, TheManualsUnattendedRecipe) {
   Simulator::Options generated;
   generated.generate = 500;
   Simulator problems(generated);
-  Simulator clean = Simulator::withFixture(
-      e2efixtures::volume({e2efixtures::plainFile(1000, "/a"), e2efixtures::plainFile(1001, "/b")}, json::array())
-          .dump());
+  Simulator clean = Simulator::withFixture(e2efixtures::volume(e2efixtures::plainFiles(2), json::array()).dump());
   for (auto [sim, status] : {std::pair<const Simulator*, int>{&problems, 1}, {&clean, 0}}) {
     testsupport::TempDir dir;
     ProcessResult r = testsupport::runProcess(
@@ -562,9 +562,7 @@ TEST(ReportEndToEnd, ARunThatSpansALogRotationIsFound) {
   judged(path + ".1, " + path);
   // A recount follows (it does not decide the verdict); the next rotation
   // compresses the list run.
-  std::ostringstream recount;
-  testsupport::LogText(recount).start({"velkor", "-S", "VOL1"}).end();
-  testsupport::writeFile(path, recount.str());
+  testsupport::writeFile(path, reporttests::loggedRun({"velkor", "-S", "VOL1"}, {}));
   rotate();
   ASSERT_TRUE(std::ifstream(path + ".2.gz").good());
   judged(path + ".2.gz, " + path + ".1");
@@ -579,29 +577,4 @@ TEST(ReportEndToEnd, ARunThatSpansALogRotationIsFound) {
   ProcessResult cut = velkorReport({"--check", "--volume", "VOL1", path});
   EXPECT_EQ(3, cut.exitStatus) << cut.out;
   EXPECT_EQ(0u, cut.err.find("velkor-report: " + path + ".2.gz: unexpected end of file\n")) << cut.err;
-}
-
-// A run's error is shown in the operator's words first, as velkor-batch says
-// it on standard error, then as the log records it: in --check's line and in
-// the run in detail.
-TEST(ReportEndToEnd, ErrorsAreShownInTheOperatorsWordsFirst) {
-  Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(1000, 3).dump());
-  OneLog log;
-  VelkorTerminal::Options batch = log.options();
-  batch.binary = testsupport::binaryPath("util/velkor/velkor-batch");
-  VelkorTerminal run(sim, {"-L", "VOL2"}, batch);
-  run.finish();
-  ASSERT_EQ(8, run.exitStatus()) << run.screenText();
-  std::smatch shown;
-  const std::string said = run.screenText();
-  ASSERT_TRUE(std::regex_search(said, shown, std::regex("velkor-batch: (volume VOL2 not found on this server) \\(")))
-      << said;
-  ProcessResult check = velkorReport({"--check", "--volume", "VOL2", log.log()});
-  EXPECT_EQ(2, check.exitStatus);
-  EXPECT_NE(std::string::npos,
-            check.out.find("ended with an error: " + shown[1].str() + " (util/velkor/velkorUI[994] originated from"))
-      << check.out;
-  ProcessResult detail = velkorReport({"--run", "last", log.log()});
-  EXPECT_NE(std::string::npos, detail.out.find("  Error:       " + shown[1].str() + " (util/velkor/velkorUI[994]"))
-      << detail.out;
 }

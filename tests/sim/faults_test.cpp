@@ -3,7 +3,6 @@
 // end-to-end runs cannot see (a write error runs nothing, a read error runs
 // the request), and refused rules. The reply-shaping actions are pinned by
 // the end-to-end tests that use them (FaultsBreakOffAScan, AbsurdReplies).
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -16,18 +15,14 @@ using testsupport::Simulator;
 
 namespace {
 
-class Faults : public FixtureTest {
- protected:
-  std::string info101() { return sim.manage(getBeastInfo("VOL1", "101", 15, true)); }
-  std::string status101() { return sim.beast(101)["comp"]["status"].dump(); }
-};
+using Faults = FixtureTest;
 
 TEST_F(Faults, RulesPickByVolumeAndZid) {
   sim.setFaults(R"({"zid":"103","count":0,"action":"raw","text":"<nothing/>"})");
   sim.setFaults(R"({"volume":"VOL2","count":0,"action":"result","value":-1})");
   EXPECT_EQ(sim.manage(getBeastInfo("VOL1", "103", 2, false)), "<nothing/>");
   EXPECT_EQ(sim.manage(getBeastFullName("VOL1", "103")), "<nothing/>");
-  EXPECT_EQ(resultOf(info101(), "getBeastInfo"), 0);
+  EXPECT_EQ(resultOf(sim.manage(getBeastInfo("VOL1", "101", 15, true)), "getBeastInfo"), 0);
   EXPECT_EQ(resultOf(sim.manage(getVolumeInfo("VOL2")), "getVolumeInfo"), -1);
   EXPECT_EQ(resultOf(sim.manage(getVolumeInfo("VOL1")), "getVolumeInfo"), 0);
   // Reading the rules back shows how often each matched; [] clears them.
@@ -46,12 +41,12 @@ TEST_F(Faults, InputOutputErrorsAndDelay) {
   sim.setFaults(R"({"request":"setBeastInfo","action":"eio_write"})");
   EXPECT_FALSE(sim.exchange("manage.cmd", set, &reply, &error));
   EXPECT_EQ(error, EIO);
-  EXPECT_EQ(status101(), R"(["compressed","clean"])");  // not run
+  EXPECT_EQ(sim.beast(101)["comp"]["status"].dump(), R"(["compressed","clean"])");  // not run
 
   sim.setFaults(R"([{"request":"setBeastInfo","action":"eio_read"}])");
   EXPECT_FALSE(sim.exchange("manage.cmd", set, &reply, &error));
   EXPECT_EQ(error, EIO);
-  EXPECT_EQ(status101(), R"(["compressed"])");  // run, but the reply cannot be read
+  EXPECT_EQ(sim.beast(101)["comp"]["status"].dump(), R"(["compressed"])");  // run, but the reply cannot be read
 
   sim.setFaults(R"([{"request":"getVolumeInfo","action":"delay","ms":300}])");
   auto start = std::chrono::steady_clock::now();

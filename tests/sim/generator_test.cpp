@@ -2,9 +2,9 @@
 // the daemon under concurrent load.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
-#include <map>
 #include <set>
 #include <thread>
 
@@ -15,12 +15,6 @@ using nlohmann::json;
 using testsupport::Simulator;
 
 namespace {
-
-bool has(const json& tags, const char* tag) {
-  for (const auto& t : tags)
-    if (t == tag) return true;
-  return false;
-}
 
 TEST(Generator, WrittenFixtureLoadsBackToTheSameState) {
   testsupport::TempDir dir;
@@ -64,7 +58,7 @@ uint64_t scan(const Simulator& sim, std::atomic<int>& failures) {
   uint64_t visited = 0;
   int sequence = 0;
   for (;;) {
-    std::string batch = sim.manage(browseBeasts("VOL1", 20, sequence));
+    std::string batch = sim.manage(requestText(velkor::browseRequest, "VOL1", true, 0, 20, sequence));
     if (resultOf(batch, "browseBeasts") != 0) {
       ++failures;
       return visited;
@@ -92,9 +86,11 @@ TEST(Generator, ManyThreadsScanWhileOthersChangeTheVolume) {
   std::atomic<uint64_t> visited{0};
   json state = sim.state();
   std::vector<std::string> names;
-  for (const auto& b : state["volumes"][0]["beasts"])
-    if (b["classId"] == 3 && !has(b["attributes"], "subdirectory") && b["parents"][0] == "File")
+  for (const json& b : state["volumes"][0]["beasts"]) {
+    const json& tags = b["attributes"];
+    if (b["classId"] == 3 && std::count(tags.begin(), tags.end(), "subdirectory") == 0 && b["parents"][0] == "File")
       names.push_back(b["name"]);
+  }
 
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) threads.emplace_back([&] { visited += scan(sim, failures); });
@@ -104,7 +100,7 @@ TEST(Generator, ManyThreadsScanWhileOthersChangeTheVolume) {
   });
   threads.emplace_back([&] {
     for (int i = 0; i < 200; ++i) {
-      std::string r = sim.manage(fixCompStats("VOL1"));
+      std::string r = sim.manage(requestText(velkor::fixCompStatsRequest, "VOL1"));
       if (resultOf(r, "fixCompStats") != 0) ++failures;
       sim.manage("garbage");
     }

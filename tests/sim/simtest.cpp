@@ -1,69 +1,17 @@
 #include "simtest.h"
 
+#include "common_cpp/qXML.h"
+
 namespace simtest {
 
-using testsupport::requestText;
-
-std::string getBeastInfo(const char* volume, const char* zid, unsigned mask, bool comp) {
-  return requestText(velkor::beastInfoRequest, volume, zid, static_cast<unsigned long>(mask), comp);
-}
-
-std::string getBeastFullName(const char* volume, const char* zid) {
-  return requestText(velkor::fullNameRequest, volume, zid);
-}
-
-std::string getFileInfo(const char* path) { return requestText(velkor::fileInfoRequest, path); }
-
-std::string getVolumeInfo(const char* volume) { return requestText(velkor::volumeInfoRequest, volume, true); }
-
-std::string getVolumeTotalObjects(const char* volume) {
-  return requestText(velkor::volumeInfoRequest, volume, false);
-}
-
-std::string browseBeasts(const char* volume, int requested, int sequence) {
-  return requestText(velkor::browseRequest, volume, true, 0, requested, sequence);
-}
-
-std::string setStatus(const char* volume, const char* zid, const char* oldTags, const char* newTags) {
-  return requestText(velkor::statusSetRequest, volume, zid, oldTags, newTags, false);
-}
-
-std::string setPreciousAndStatus(const char* volume, const char* zid, const char* oldTags, const char* newTags) {
-  return requestText(velkor::statusSetRequest, volume, zid, oldTags, newTags, true);
-}
-
-std::string setCombined(const char* volume, const char* zid, const char* oldAttrs, const char* newAttrs,
-                        const char* oldAction, const char* newAction) {
-  return requestText(velkor::attributesAndActionSetRequest, volume, zid, oldAttrs, newAttrs, oldAction, newAction);
-}
-
-std::string setDeletedFlag(const char* volume, const char* zid, const char* oldValue, const char* newValue) {
-  return requestText(velkor::deletedFlagSetRequest, volume, zid, std::string(oldValue) == "true",
-                     std::string(newValue) == "true");
-}
-
-std::string clearCc(const char* volume, const char* zid, const char* oldAttrs, const char* newAttrs) {
-  return requestText(velkor::attributesSetRequest, volume, zid, oldAttrs, newAttrs);
-}
-
-std::string deleteBeast(const char* volume, const char* zid) { return requestText(velkor::deleteRequest, volume, zid); }
-
-std::string fixCompStats(const char* volume) { return requestText(velkor::fixCompStatsRequest, volume); }
-
 std::string first(const std::string& reply, const std::string& name, const std::string& from) {
-  size_t start = from.empty() ? 0 : reply.find(from);
-  if (start == std::string::npos) return "<missing>";
-  for (size_t at = reply.find("<" + name, start); at != std::string::npos; at = reply.find("<" + name, at + 1)) {
-    char after = reply[at + 1 + name.size()];
-    if (after != '>' && after != '/' && after != ' ') continue;
-    if (after == '/') return "";
-    size_t begin = at + name.size() + 2, end = reply.find("</" + name + ">", begin);
-    if (end == std::string::npos) return "<missing>";
-    std::string text = reply.substr(begin, end - begin);
-    if (text.rfind("<![CDATA[", 0) == 0 && text.size() >= 12) text = text.substr(9, text.size() - 12);
-    return text;
-  }
-  return "<missing>";
+  const size_t start = from.empty() ? 0 : reply.find(from);
+  QXML::XML_ElementInfo_s info{};
+  if (start >= reply.size() ||
+      QXML::XML_GetTagElement(name.c_str(), reply.data() + start, reply.data() + reply.size() - 1, &info) != zOK)
+    return "<missing>";
+  std::string text(info.contentLength ? info.contentStart : "", info.contentLength);
+  return text.rfind("<![CDATA[", 0) == 0 && text.size() >= 12 ? text.substr(9, text.size() - 12) : text;
 }
 
 long resultOf(const std::string& reply, const std::string& tag) {

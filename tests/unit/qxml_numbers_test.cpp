@@ -1,7 +1,6 @@
 // Number text: the reply reader's conversion and the utility layer's strtoq forms.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
 #include "common_cpp/kvfError.h"
@@ -21,16 +20,11 @@ int toQuad(const std::string& text, uint64_t* number, const char** next = nullpt
 
 TEST(NumberText, ReplyValues) {
   uint64_t n = 7;
-  EXPECT_EQ(zOK, toQuad("  42  ", &n));
-  EXPECT_EQ(42u, n);
-  EXPECT_EQ(zOK, toQuad("017", &n));
-  EXPECT_EQ(15u, n);
-  EXPECT_EQ(zOK, toQuad("0x1f", &n));
-  EXPECT_EQ(31u, n);
-  EXPECT_EQ(zOK, toQuad("abc", &n));
-  EXPECT_EQ(0u, n);
-  EXPECT_EQ(zOK, toQuad("12ab", &n));
-  EXPECT_EQ(12u, n);
+  for (const auto& [text, value] :
+       {std::pair<std::string, uint64_t>{"  42  ", 42}, {"017", 15}, {"0x1f", 31}, {"abc", 0}, {"12ab", 12}}) {
+    EXPECT_EQ(zOK, toQuad(text, &n)) << text;
+    EXPECT_EQ(value, n) << text;
+  }
 
   n = 7;
   EXPECT_EQ(zERR_BAD_TRANSFORMATION, toQuad(" \n\t ", &n));

@@ -30,15 +30,9 @@ struct Golden {
 const char kStatus[] = "<compressed/><clean/>", kUncompressed[] = "<uncompressed/>";
 
 const Golden kGolden[] = {
-    {"BeastInfoFileCheck", [](RequestText& t) { velkor::beastInfoRequest(t, "VOL1", "1234", 15, true); },
-     ENV "<kvfRequest><beast><getBeastInfo getCompBeastInfo=\"true\">" OBJ "<typeOfInfo><rootBeastInfo/>"
-         "<namedBeastInfo/><fileBeastInfo/><compBeastInfo/></typeOfInfo></getBeastInfo></beast></kvfRequest>"},
     {"BeastInfoNothingAsked", [](RequestText& t) { velkor::beastInfoRequest(t, "VOL1", "1234", 0, false); },
      ENV "<kvfRequest><beast><getBeastInfo getCompBeastInfo=\"false\">" OBJ
          "<typeOfInfo></typeOfInfo></getBeastInfo></beast></kvfRequest>"},
-    {"BeastInfoNamedForCc", [](RequestText& t) { velkor::beastInfoRequest(t, "VOL1", "1234", 2, false); },
-     ENV "<kvfRequest><beast><getBeastInfo getCompBeastInfo=\"false\">" OBJ
-         "<typeOfInfo><namedBeastInfo/></typeOfInfo></getBeastInfo></beast></kvfRequest>"},
     {"BeastInfoVolumeStatsNullZid", [](RequestText& t) { velkor::beastInfoRequest(t, "VOL1", nullptr, 16, false); },
      ENV "<kvfRequest><beast><getBeastInfo getCompBeastInfo=\"false\"><volumeName><![CDATA[VOL1]]></volumeName>"
          "<id><![CDATA[0]]></id><typeOfInfo><volumeBeastInfoSimple/></typeOfInfo></getBeastInfo></beast>"
@@ -68,11 +62,6 @@ const Golden kGolden[] = {
          "<selectBeastsForCompression/><selectBeastsSalvageable/><selectBeastsPurgeable/><selectBeastsForBackup/>"
          "<selectBeastsForMigration/></selectBeastsCriteria><numBeastsRequested>5</numBeastsRequested>"
          "<scanSequence>-7</scanSequence></browseBeasts></volume></kvfRequest>"},
-    {"BrowseSalvageableAndBackup", [](RequestText& t) { velkor::browseRequest(t, "VOL1", true, 10, 20, 1019); },
-     ENV "<kvfRequest><volume><browseBeasts><volumeName><![CDATA[VOL1]]></volumeName><onlineOnly/>"
-         "<selectBeastsCriteria><selectBeastsSalvageable/><selectBeastsForBackup/></selectBeastsCriteria>"
-         "<numBeastsRequested>20</numBeastsRequested><scanSequence>1019</scanSequence></browseBeasts></volume>"
-         "</kvfRequest>"},
     {"SetStatus", [](RequestText& t) { velkor::statusSetRequest(t, "VOL1", "1234", kStatus, "<compressed/>", false); },
      SET "<rootBeastInfo><variableData><variableDataComp><status><oldValue><compressed/><clean/></oldValue>"
          "<newValue><compressed/></newValue></status></variableDataComp></variableData></rootBeastInfo>" SET_END},
