@@ -111,12 +111,13 @@ long procValue(pid_t pid, const char* file, const char* key) {
 
 // Where a process's CPU goes besides its instructions: user and system
 // time, minor page faults and context switches of all its threads, and the
-// CPU time of each thread (the main thread first, the others in the order
-// they were started).
+// CPU time and voluntary switches (its wake-ups) of each thread (the main
+// thread first, the others in the order they were started).
 struct ProcessFigures {
   double user = 0, system = 0;  // seconds
   long minorFaults = 0, voluntarySwitches = 0, involuntarySwitches = 0;
   std::vector<double> threadCpu;  // seconds
+  std::vector<long> threadSwitches;  // voluntary
 };
 
 ProcessFigures processFigures(pid_t pid) {
@@ -141,7 +142,8 @@ ProcessFigures processFigures(pid_t pid) {
     if (t.size() < 13) continue;
     out.threadCpu.push_back((std::stod(t[11]) + std::stod(t[12])) / tick);
     const std::string status = "task/" + std::to_string(tid) + "/status";
-    out.voluntarySwitches += std::max(0L, procValue(pid, status.c_str(), "voluntary_ctxt_switches:"));
+    out.threadSwitches.push_back(std::max(0L, procValue(pid, status.c_str(), "voluntary_ctxt_switches:")));
+    out.voluntarySwitches += out.threadSwitches.back();
     out.involuntarySwitches += std::max(0L, procValue(pid, status.c_str(), "nonvoluntary_ctxt_switches:"));
   }
   return out;
@@ -403,13 +405,14 @@ void printRow(const char* run, uint64_t objects, const Figures& f, const std::st
   if (f.cpu > 0) {
     const ProcessFigures& p = f.process;
     std::string threads;
-    for (double t : p.threadCpu) {
-      char one[32];
-      snprintf(one, sizeof one, "%s%.2f", threads.empty() ? "" : " / ", t * 1e6 / n);
+    for (size_t i = 0; i < p.threadCpu.size(); ++i) {
+      char one[64];
+      snprintf(one, sizeof one, "%s%.2f (%ld)", threads.empty() ? "" : " / ", p.threadCpu[i] * 1e6 / n,
+               p.threadSwitches[i]);
       threads += one;
     }
     printf("  %-10s user %.1f + system %.1f us/obj, minor faults %.3f/obj, switches %.3f + %.3f/obj (voluntary + not), "
-           "threads %s us/obj\n",
+           "threads %s us/obj (voluntary switches)\n",
            "", p.user * 1e6 / n, p.system * 1e6 / n, p.minorFaults / n, p.voluntarySwitches / n,
            p.involuntarySwitches / n, threads.c_str());
   }
