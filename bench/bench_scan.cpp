@@ -41,6 +41,7 @@
 // objects between them is the count per object, start-up and end excluded.
 // After each velkor -L run, velkor-report reads its run log in the table,
 // CSV and JSON outputs: wall time, MB/s and peak memory (ru_maxrss).
+#include <dirent.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -87,16 +88,17 @@ double median(std::vector<double> v) {
 
 // ---- /proc readings of a process ----
 
-double cpuSeconds(pid_t pid) {
-  std::string text = testsupport::readFile("/proc/" + std::to_string(pid) + "/stat");
-  size_t close = text.rfind(')');
-  if (close == std::string::npos) return 0;
-  std::istringstream rest(text.substr(close + 2));
+
+// The fields of a /proc .../stat line after the command's name: state is
+// [0], minflt(10) is [7], utime(14) [11], stime(15) [12].
+std::vector<std::string> statFields(const std::string& path) {
+  std::string text = testsupport::readFile(path);
   std::vector<std::string> f;
+  size_t close = text.rfind(')');
+  if (close == std::string::npos) return f;
+  std::istringstream rest(text.substr(close + 2));
   for (std::string w; rest >> w;) f.push_back(w);
-  // Fields from the state on: state(3) ... utime(14) stime(15).
-  if (f.size() < 13) return 0;
-  return (std::stod(f[11]) + std::stod(f[12])) / static_cast<double>(sysconf(_SC_CLK_TCK));
+  return f;
 }
 
 // The value of `key` (e.g. "VmHWM:") in a /proc file of lines "key value".
@@ -105,6 +107,46 @@ long procValue(pid_t pid, const char* file, const char* key) {
   for (std::string line; std::getline(in, line);)
     if (line.compare(0, strlen(key), key) == 0) return std::stol(line.substr(strlen(key)));
   return -1;
+}
+
+// Where a process's CPU goes besides its instructions: user and system
+// time, minor page faults and context switches of all its threads, and the
+// CPU time and voluntary switches (its wake-ups) of each thread (the main
+// thread first, the others in the order they were started).
+struct ProcessFigures {
+  double user = 0, system = 0;  // seconds
+  long minorFaults = 0, voluntarySwitches = 0, involuntarySwitches = 0;
+  std::vector<double> threadCpu;  // seconds
+  std::vector<long> threadSwitches;  // voluntary
+};
+
+ProcessFigures processFigures(pid_t pid) {
+  ProcessFigures out;
+  const std::string dir = "/proc/" + std::to_string(pid);
+  const double tick = static_cast<double>(sysconf(_SC_CLK_TCK));
+  std::vector<std::string> f = statFields(dir + "/stat");
+  if (f.size() < 13) return out;
+  out.minorFaults = std::stol(f[7]);
+  out.user = std::stod(f[11]) / tick;
+  out.system = std::stod(f[12]) / tick;
+  std::vector<pid_t> tids;
+  if (DIR* d = opendir((dir + "/task").c_str())) {
+    while (dirent* e = readdir(d))
+      if (e->d_name[0] != '.') tids.push_back(static_cast<pid_t>(atoi(e->d_name)));
+    closedir(d);
+  }
+  std::sort(tids.begin(), tids.end());
+  for (pid_t tid : tids) {
+    const std::string task = dir + "/task/" + std::to_string(tid);
+    std::vector<std::string> t = statFields(task + "/stat");
+    if (t.size() < 13) continue;
+    out.threadCpu.push_back((std::stod(t[11]) + std::stod(t[12])) / tick);
+    const std::string status = "task/" + std::to_string(tid) + "/status";
+    out.threadSwitches.push_back(std::max(0L, procValue(pid, status.c_str(), "voluntary_ctxt_switches:")));
+    out.voluntarySwitches += out.threadSwitches.back();
+    out.involuntarySwitches += std::max(0L, procValue(pid, status.c_str(), "nonvoluntary_ctxt_switches:"));
+  }
+  return out;
 }
 
 // ---- One program run to its final prompt ----
@@ -119,6 +161,7 @@ struct Figures {
   double wall = 0, cpu = 0;
   long hwmKb = 0;
   long ioCalls = 0;  // syscr + syscw
+  ProcessFigures process;
   bool ok = true;
   std::string note;
   std::vector<std::string> screen;
@@ -155,7 +198,8 @@ Figures runToPrompt(const Simulator& sim, const std::string& binary, const std::
   fig.wall = seconds(Clock::now() - start);
   pid_t pid = prompted ? term.programPid() : -1;
   if (pid > 0) {
-    fig.cpu = cpuSeconds(pid);
+    fig.process = processFigures(pid);
+    fig.cpu = fig.process.user + fig.process.system;
     fig.hwmKb = procValue(pid, "status", "VmHWM:");
     fig.ioCalls = procValue(pid, "io", "syscr:") + procValue(pid, "io", "syscw:");
   }
@@ -358,6 +402,20 @@ void printRow(const char* run, uint64_t objects, const Figures& f, const std::st
   double n = static_cast<double>(objects);
   printf("  %-10s %9.2f %12.1f %11.2f %11ld %12.0f  %s\n", run, f.wall, f.cpu * 1e6 / n, f.ioCalls / n, f.hwmKb,
          f.wall > 0 ? n / f.wall : 0.0, extra.c_str());
+  if (f.cpu > 0) {
+    const ProcessFigures& p = f.process;
+    std::string threads;
+    for (size_t i = 0; i < p.threadCpu.size(); ++i) {
+      char one[64];
+      snprintf(one, sizeof one, "%s%.2f (%ld)", threads.empty() ? "" : " / ", p.threadCpu[i] * 1e6 / n,
+               p.threadSwitches[i]);
+      threads += one;
+    }
+    printf("  %-10s user %.1f + system %.1f us/obj, minor faults %.3f/obj, switches %.3f + %.3f/obj (voluntary + not), "
+           "threads %s us/obj (voluntary switches)\n",
+           "", p.user * 1e6 / n, p.system * 1e6 / n, p.minorFaults / n, p.voluntarySwitches / n,
+           p.involuntarySwitches / n, threads.c_str());
+  }
   if (f.ok) figureRow(objects, run, f.wall, f.cpu * 1e6 / n, f.hwmKb, f.wall > 0 ? n / f.wall : 0, 0);
   for (const ReportFigures& r : f.reports) {
     double rate = r.run.wall > 0 ? r.mb / r.run.wall : 0;

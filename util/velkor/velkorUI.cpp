@@ -3,6 +3,7 @@
 // of the run's operation. The per-file report is in fileReport.cpp.
 #include "velkor/velkorUI.h"
 
+#include <poll.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -307,7 +308,14 @@ bool VELKOR_UserInterface::drainKeysAndAskAbort() {
 void* VELKOR_UserInterface::runCheckAbortThread(void* arg) {
   auto* self = static_cast<VELKOR_UserInterface*>(arg);
   for (;;) {
+    // At most ten looks at the keyboard a second: an input that stays
+    // readable (at its end) would otherwise be looked at without a pause.
     KVF::LB_delay(100);
+    if (!self->abortWatch) continue;
+    // Sleeps until a key comes rather than waking every 100 ms to look: a
+    // scan without keys runs beside no wake-ups of this thread.
+    pollfd keyboard = {0, POLLIN, 0};
+    poll(&keyboard, 1, -1);
     if (!self->abortWatch) continue;
     if (self->drainKeysAndAskAbort()) break;
   }

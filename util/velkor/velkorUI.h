@@ -5,8 +5,9 @@
 // Threads: the main thread makes and destroys the object and runs
 // opDispatcher, the operation and every per-file drawing. The timer thread
 // (runTimerThread) repaints the elapsed time and percentage once a second;
-// the abort-watch thread (runCheckAbortThread) polls the keyboard every
-// 100 ms while abortWatch is set and asks the abort question after Escape.
+// the abort-watch thread (runCheckAbortThread) waits for a key while
+// abortWatch is set (looking at most every 100 ms) and asks the abort
+// question after Escape.
 // The destructor cancels and joins both.
 //
 // Locking: `lock` is one recursive mutex that guards the screen (curses is
