@@ -3,9 +3,7 @@
 // break off a scan.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <ctime>
-#include <filesystem>
 #include <map>
 #include <regex>
 #include <string>
@@ -73,36 +71,6 @@ TEST(VolumeScan, EscapeThenYesAbortsEscapeThenNoGoesOn) {
     EXPECT_TRUE(bold) << "the aborted status is drawn bold";
     EXPECT_NE(std::string::npos, terminal.runLog().find("<finishStatus>user aborted</finishStatus>"));
   }
-}
-
-// The abort watch waits for a key: while a scan runs without one, its thread
-// does not wake (it used to wake every 100 ms to look).
-TEST(VolumeScan, AbortWatchSleepsUntilAKeyComes) {
-  Simulator sim = Simulator::withFixture(volume(plainFiles(120), json::array()).dump());
-  sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":15,"count":0})");
-  VelkorTerminal terminal(sim, {"-L", "VOL1"});
-  ASSERT_TRUE(terminal.waitFor("Processed Files:"));
-  // The threads by id: the main thread, the timer, the abort watch.
-  const std::string tasks = "/proc/" + std::to_string(terminal.programPid()) + "/task";
-  std::vector<std::string> ids;
-  for (const auto& entry : std::filesystem::directory_iterator(tasks)) ids.push_back(entry.path().filename());
-  ASSERT_EQ(3u, ids.size());
-  std::sort(ids.begin(), ids.end(), [](const std::string& a, const std::string& b) { return std::stol(a) < std::stol(b); });
-  auto wakeUps = [&] {
-    const std::string status = testsupport::readFile(tasks + "/" + ids[2] + "/status");
-    const size_t at = status.find("\nvoluntary_ctxt_switches:");
-    return at == std::string::npos ? -1L : std::stol(status.substr(at + 26));
-  };
-  const long before = wakeUps();
-  // At 15 ms an object, at least 1.2 s of scanning.
-  ASSERT_TRUE(terminal.waitUntil([&] {
-    const std::vector<uint64_t> shown = counters(terminal.screen());
-    return !shown.empty() && shown[0] >= 100;
-  }));
-  const long after = wakeUps();
-  ASSERT_GE(before, 0);
-  EXPECT_LE(after - before, 2) << "the abort watch woke without a key";
-  ASSERT_TRUE(terminal.runToEnd(std::chrono::seconds(30)));
 }
 
 TEST(CcAttribute, ClearAllWithMarkedTwiceMarkedAndUnmarkedObjects) {
