@@ -12,8 +12,8 @@
 #include <map>
 #include <sstream>
 
+#include "velkor/identity.h"
 #include "velkor/pacer.h"
-#include "velkor/velkor.h"
 #include "velkor/volumeLock.h"
 
 namespace velkor {
