@@ -135,7 +135,7 @@ completed=$(
   ' 2>&1 < /dev/null
   )
 # Every long option of velkor's option table but -I's, which velkor refuses.
-long=$(sed -n 's/^ *{"\([a-z-]*\)", [a-z_]*_argument,.*/--\1/p' "$source/util/velkor/commandLine.h" |
+long=$(sed -n 's/^ *{"\([a-z-]*\)", [a-z_]*_argument,.*/--\1/p' "$source/util/velkor/front/commandLine.h" |
   grep -vx -- --non-interactive | sort | tr '\n' ' ')
 expected="velkor -- => $long
 velkor -L  => VOL1 VOL2 
