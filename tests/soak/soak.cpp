@@ -24,6 +24,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -65,16 +66,6 @@ struct Plan {
   int signal = 0;                       // 0: none
   std::chrono::milliseconds signalAt{0};
 };
-
-const char* signalName(int sig) {
-  switch (sig) {
-    case SIGTERM: return "SIGTERM";
-    case SIGHUP: return "SIGHUP";
-    case SIGINT: return "SIGINT";
-    case SIGQUIT: return "SIGQUIT";
-    default: return "signal";
-  }
-}
 
 class Draw {
  public:
@@ -317,12 +308,9 @@ void checkTerminal(const VelkorTerminal& t, Findings& f) {
   if (t.alternateScreen()) f.add("the terminal was left in the alternate screen");
   if (!t.cursorVisible()) f.add("the cursor was left hidden");
   struct termios modes;
-  if (!t.modesAtEnd(&modes)) f.add("the terminal's modes could not be read at the end");
-  else if (!(modes.c_lflag & ECHO) || !(modes.c_lflag & ICANON))
-    f.add(std::string("the terminal was left without ") +
-          (!(modes.c_lflag & ECHO) && !(modes.c_lflag & ICANON) ? "echo and canonical input"
-           : modes.c_lflag & ECHO                               ? "canonical input"
-                                                                : "echo"));
+  if (!t.modesAtEnd(&modes)) return f.add("the terminal's modes could not be read at the end");
+  if (!(modes.c_lflag & ECHO)) f.add("the terminal was left without echo");
+  if (!(modes.c_lflag & ICANON)) f.add("the terminal was left without canonical input");
 }
 
 void checkRunLog(const std::string& log, Findings& f) {
@@ -434,7 +422,7 @@ int main(int argc, char** argv) {
   int first = o.only >= 0 ? o.only : 0, last = o.only >= 0 ? o.only + 1 : o.runs;
   for (int run = first; run < last; ++run) {
     Plan plan = drawPlan(o, run);
-    std::string signal = plan.signal ? signalName(plan.signal) : "";
+    std::string signal = plan.signal ? std::string("SIG") + sigabbrev_np(plan.signal) : "";
     std::printf("run %d: velkor %s on %llu objects (volume seed %llu), faults %s%s\n", run, plan.op.c_str(),
                 static_cast<unsigned long long>(plan.objects), static_cast<unsigned long long>(plan.volumeSeed),
                 plan.faults.dump().c_str(),
