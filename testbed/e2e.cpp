@@ -82,11 +82,7 @@ Simulator::Simulator(const Options& options) : dir_(std::make_unique<TempDir>())
     prctl(PR_SET_PDEATHSIG, SIGTERM);  // a crashed test still takes its daemon down
     int fd = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     if (fd >= 0) dup2(fd, 1), dup2(fd, 2);
-    std::vector<char*> args;
-    for (std::string& a : argv) args.push_back(a.data());
-    args.push_back(nullptr);
-    execv(args[0], args.data());
-    _exit(127);
+    execOrExit(argv);
   }
   // A generated volume of millions of objects takes a while to make.
   auto deadline = Clock::now() + std::chrono::seconds(30 + options.generate / 50000);
@@ -109,6 +105,13 @@ Simulator::Simulator(const Options& options) : dir_(std::make_unique<TempDir>())
 Simulator Simulator::withFixture(const std::string& json) {
   Options o;
   o.fixture = json;
+  return Simulator(o);
+}
+
+Simulator Simulator::generated(uint64_t objects, uint64_t seed) {
+  Options o;
+  o.generate = objects;
+  o.seed = seed;
   return Simulator(o);
 }
 
@@ -297,11 +300,7 @@ VelkorTerminal::VelkorTerminal(const std::vector<std::string>& args, const Optio
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (chdir(cwd_.c_str()) != 0) _exit(126);
     setenv("TERM", "xterm", 1);
-    std::vector<char*> cargs;
-    for (std::string& a : argv) cargs.push_back(a.data());
-    cargs.push_back(nullptr);
-    execvp(cargs[0], cargs.data());
-    _exit(127);
+    execOrExit(argv);
   }
   vterm_output_set_callback(screen_->vt, answerTerminal, &master_);
 }

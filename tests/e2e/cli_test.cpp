@@ -20,12 +20,8 @@ class CommandLine : public ::testing::Test {
   // none), in the test's own directory.
   ProcessResult velkor(std::vector<std::string> args, bool withAdmin = true) {
     std::vector<std::string> command = testsupport::sandboxCommand({"--cwd", dir.path()});
-    if (withAdmin) {
-      command.push_back("--manage-file");
-      command.push_back(dir.file("manage.cmd"));
-    }
-    command.push_back("--");
-    command.push_back(testsupport::velkorBinary());
+    if (withAdmin) command.insert(command.end(), {"--manage-file", dir.file("manage.cmd")});
+    command.insert(command.end(), {"--", testsupport::velkorBinary()});
     command.insert(command.end(), args.begin(), args.end());
     return testsupport::runProcess(command, "", dir.path());
   }

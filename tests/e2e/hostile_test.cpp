@@ -217,7 +217,8 @@ TEST(HostileLogPlaces, LinkSwappedInDuringTheOpenIsNeverFollowed) {
 
 // What stands at the log's path must be a regular file (or /dev/null): a
 // FIFO would hang the run before its screen, a device would swallow it. A
-// log that cannot be opened is named with the reason.
+// log that cannot be opened is named with the reason; one a reader has
+// locked is written all the same.
 TEST(HostileLogPlaces, OnlyARegularFileOrDevNullIsALog) {
   Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(100, 2).dump());
   TempDir dir;
@@ -245,6 +246,20 @@ TEST(HostileLogPlaces, OnlyARegularFileOrDevNullIsALog) {
   EXPECT_TRUE(run.finalScreen) << run.terminal.screenText();
   EXPECT_EQ(0, run.terminal.exitStatus());
   EXPECT_EQ(2u, testsupport::counters(run.screen)[6]) << "fixed";
+
+  // Any user who may read a 0644 log may lock it too: the run's own lock is
+  // taken elsewhere, so a reader's lock keeps no run out.
+  testsupport::writeFile(dir.file("velkor.log"), "");
+  const int reader = ::open(dir.file("velkor.log").c_str(), O_RDONLY | O_CLOEXEC);
+  struct flock lock = {};
+  lock.l_type = F_RDLCK;
+  lock.l_whence = SEEK_SET;
+  ASSERT_EQ(0, fcntl(reader, F_SETLK, &lock));
+  e2efixtures::FinishedRun locked(sim, {"-L", "VOL1"}, options);
+  close(reader);
+  EXPECT_TRUE(locked.finalScreen) << locked.terminal.screenText();
+  EXPECT_EQ(0, locked.terminal.exitStatus());
+  EXPECT_EQ(0u, locked.terminal.runLog().find("<velkor>\n"));
 }
 
 // The log's file system fills up during a fix run: the run stops, says so on
@@ -351,24 +366,4 @@ TEST(HostileLogPlaces, LockDirectoryNotTheAdministratorsOwnIsRefused) {
   EXPECT_EQ(1, open.exitStatus);
   EXPECT_EQ("velkor: /run/lock/velkor may be written by other users (mode 0777)" + remedy, open.err);
   EXPECT_TRUE(sim.requestsOf("browseBeasts").empty());
-}
-
-// Any user who may read a 0644 log may lock it too: the run's own lock is
-// taken elsewhere, so a reader's lock keeps no run out.
-TEST(HostileLogPlaces, AReaderOfTheLogCannotLockTheRunOut) {
-  Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(100, 2).dump());
-  TempDir dir;
-  testsupport::writeFile(dir.file("velkor.log"), "");
-  const int reader = ::open(dir.file("velkor.log").c_str(), O_RDONLY | O_CLOEXEC);
-  struct flock lock = {};
-  lock.l_type = F_RDLCK;
-  lock.l_whence = SEEK_SET;
-  ASSERT_EQ(0, fcntl(reader, F_SETLK, &lock));
-  VelkorTerminal::Options options;
-  options.cwd = dir.path();
-  e2efixtures::FinishedRun run(sim, {"-L", "VOL1"}, options);
-  close(reader);
-  EXPECT_TRUE(run.finalScreen) << run.terminal.screenText();
-  EXPECT_EQ(0, run.terminal.exitStatus());
-  EXPECT_EQ(0u, run.terminal.runLog().find("<velkor>\n"));
 }

@@ -223,21 +223,9 @@ class Replay {
   void compare(const json& after, Findings& f) {
     std::ostringstream out;
     kvfsim::writeState(copy_, out);
-    json replayed = json::parse(out.str());
-    if (replayed == after) return;
-    std::string differ;
-    int shown = 0;
-    for (const char* list : {"beasts", "compBeasts"}) {
-      std::map<uint64_t, json> mine, theirs;
-      for (const json& b : replayed["volumes"][0][list]) mine[b["zid"]] = b;
-      for (const json& b : after["volumes"][0][list]) theirs[b["zid"]] = b;
-      for (auto& [zid, b] : theirs)
-        if (mine[zid] != b && shown++ < 4) differ += " " + std::string(list) + " " + std::to_string(zid) + ": " +
-                                                   mine[zid].dump() + " became " + b.dump() + ";";
-      for (auto& [zid, b] : mine)
-        if (!b.is_null() && !theirs.count(zid) && shown++ < 4) differ += " " + std::to_string(zid) + " removed;";
-    }
-    f.add("the volume changed beyond its successful requests:" + (differ.empty() ? " its settings" : differ));
+    const json differ = json::diff(json::parse(out.str()), after);
+    if (!differ.empty())
+      f.add("the volume changed beyond its successful requests: " + differ.dump().substr(0, 1000));
   }
 
  private:
@@ -337,10 +325,7 @@ struct Outcome {
 Outcome runOnce(const Plan& plan, const Options& o) {
   Outcome out;
   Findings& f = out.findings;
-  Simulator::Options so;
-  so.generate = plan.objects;
-  so.seed = plan.volumeSeed;
-  Simulator sim(so);
+  Simulator sim = Simulator::generated(plan.objects, plan.volumeSeed);
   json before = sim.state();
   if (!plan.faults.empty()) sim.setFaults(plan.faults.dump());
 
