@@ -146,10 +146,7 @@ Plan drawPlan(const Options& o, int run) {
 }
 
 // What a run broke, one line each.
-struct Findings {
-  std::vector<std::string> lines;
-  void add(const std::string& line) { lines.push_back(line); }
-};
+using Findings = std::vector<std::string>;
 
 // ---- The volume: every change explained by a request the operation calls for.
 
@@ -210,10 +207,10 @@ class Replay {
       std::string replayed = handler_.execute(*parsed);
       bool sameReply = fault == "cut" ? replayed.compare(0, reply.size(), reply) == 0
                                       : fault == "pad" || replayed == reply;
-      if (!sameReply) f.add(kind + " replays with another reply: " + replayed + " (logged: " + reply + ")");
+      if (!sameReply) f.push_back(kind + " replays with another reply: " + replayed + " (logged: " + reply + ")");
       if (resultOf(replayed) != 0) continue;
-      if (kind == "fixCompStats") f.add("fixCompStats sent by " + op_);
-      else if (!b) f.add(kind + " of " + handler_.key(*parsed).zid + " succeeded on no known object");
+      if (kind == "fixCompStats") f.push_back("fixCompStats sent by " + op_);
+      else if (!b) f.push_back(kind + " of " + handler_.key(*parsed).zid + " succeeded on no known object");
       else if (kind == "deleteBeast") removal(*b, "deleteBeast", f);
       else judgeSet(*v, *b, *was, f);
     }
@@ -225,7 +222,7 @@ class Replay {
     kvfsim::writeState(copy_, out);
     const json differ = json::diff(json::parse(out.str()), after);
     if (!differ.empty())
-      f.add("the volume changed beyond its successful requests: " + differ.dump().substr(0, 1000));
+      f.push_back("the volume changed beyond its successful requests: " + differ.dump().substr(0, 1000));
   }
 
  private:
@@ -243,16 +240,16 @@ class Replay {
   void unlink(const std::string& volume, const std::string& name, Findings& f) {
     kvfsim::Volume* v = copy_.findVolume(volume);
     kvfsim::Beast* b = v ? v->findByName(name) : nullptr;
-    if (!b) return f.add("unlink of " + name + " succeeded on no known file");
+    if (!b) return f.push_back("unlink of " + name + " succeeded on no known file");
     removal(*b, "unlink " + name, f);
     v->removeBeast(*b);
   }
 
   void removal(const kvfsim::Beast& b, const std::string& what, Findings& f) {
     const kvfsim::KindRow& row = rowOf(b.zid);
-    if (op_ != "-D") f.add(what + " (" + std::to_string(b.zid) + ") sent by " + op_);
+    if (op_ != "-D") f.push_back(what + " (" + std::to_string(b.zid) + ") sent by " + op_);
     else if (row.afterDelete != kvfsim::kGone)
-      f.add(what + " removed " + std::to_string(b.zid) + ", a " + row.name + ", which a delete run keeps");
+      f.push_back(what + " removed " + std::to_string(b.zid) + ", a " + row.name + ", which a delete run keeps");
   }
 
   // A set request that succeeded: -C only drops the Cc mark; -F and -D only
@@ -263,8 +260,8 @@ class Replay {
     if (op_ == "-C") {
       Settable cleared = was;
       cleared.attributes &= ~uint32_t(kvfsim::kNoStreamCompress);
-      if (!(was.attributes & kvfsim::kNoStreamCompress)) f.add("-C set object " + zid + ", which had no Cc mark");
-      else if (!(now == cleared)) f.add("-C changed object " + zid + " beyond its Cc mark");
+      if (!(was.attributes & kvfsim::kNoStreamCompress)) f.push_back("-C set object " + zid + ", which had no Cc mark");
+      else if (!(now == cleared)) f.push_back("-C changed object " + zid + " beyond its Cc mark");
       return;
     }
     const kvfsim::KindRow& row = rowOf(b.zid);
@@ -273,7 +270,7 @@ class Replay {
     Settable target = repaired(settable(original, before), row.repair, before.allNamesDeleted());
     auto field = [&](const char* name, uint64_t w, uint64_t n, uint64_t t) {
       if (n != w && n != t)
-        f.add(op_ + " set " + name + " of " + zid + " (a " + row.name + ") to " + std::to_string(n) +
+        f.push_back(op_ + " set " + name + " of " + zid + " (a " + row.name + ") to " + std::to_string(n) +
               ", its repair sets " + std::to_string(t));
     };
     field("attributes", was.attributes, now.attributes, target.attributes);
@@ -293,12 +290,12 @@ class Replay {
 // ---- The terminal and the run log.
 
 void checkTerminal(const VelkorTerminal& t, Findings& f) {
-  if (t.alternateScreen()) f.add("the terminal was left in the alternate screen");
-  if (!t.cursorVisible()) f.add("the cursor was left hidden");
+  if (t.alternateScreen()) f.push_back("the terminal was left in the alternate screen");
+  if (!t.cursorVisible()) f.push_back("the cursor was left hidden");
   struct termios modes;
-  if (!t.modesAtEnd(&modes)) return f.add("the terminal's modes could not be read at the end");
-  if (!(modes.c_lflag & ECHO)) f.add("the terminal was left without echo");
-  if (!(modes.c_lflag & ICANON)) f.add("the terminal was left without canonical input");
+  if (!t.modesAtEnd(&modes)) return f.push_back("the terminal's modes could not be read at the end");
+  if (!(modes.c_lflag & ECHO)) f.push_back("the terminal was left without echo");
+  if (!(modes.c_lflag & ICANON)) f.push_back("the terminal was left without canonical input");
 }
 
 void checkRunLog(const std::string& log, Findings& f) {
@@ -310,7 +307,7 @@ void checkRunLog(const std::string& log, Findings& f) {
     const std::string end = "</entry>";
     if (line.rfind("<entry", 0) != 0 || line.size() < end.size() ||
         line.compare(line.size() - end.size(), end.size(), end) != 0)
-      f.add("torn entry on run log line " + std::to_string(number) + ": " + line.substr(0, 160));
+      f.push_back("torn entry on run log line " + std::to_string(number) + ": " + line.substr(0, 160));
   }
 }
 
@@ -347,16 +344,16 @@ Outcome runOnce(const Plan& plan, const Options& o) {
     }
   }
   if (!ended) {
-    f.add("did not end within " + std::to_string(kBound.count()) + " s; last screen:\n" + t.screenText());
+    f.push_back("did not end within " + std::to_string(kBound.count()) + " s; last screen:\n" + t.screenText());
     t.finish(std::chrono::milliseconds(0));
   } else {
     int sig = t.signal() ? t.signal() : t.exitStatus() > 128 ? t.exitStatus() - 128 : 0;
     out.diedBySignal = sig && out.signalSent && sig == plan.signal;
     if (sig && !out.diedBySignal)
-      f.add("ended by signal " + std::to_string(sig) + " (status " + std::to_string(t.exitStatus()) + ")");
+      f.push_back("ended by signal " + std::to_string(sig) + " (status " + std::to_string(t.exitStatus()) + ")");
     // Errors end a run with an error element and status 0; anything else is
     // a start-up failure or a sanitizer's report.
-    else if (!sig && t.exitStatus() != 0) f.add("exited with status " + std::to_string(t.exitStatus()));
+    else if (!sig && t.exitStatus() != 0) f.push_back("exited with status " + std::to_string(t.exitStatus()));
     checkTerminal(t, f);
   }
   checkRunLog(t.runLog(), f);
@@ -364,7 +361,7 @@ Outcome runOnce(const Plan& plan, const Options& o) {
   Replay replay(plan.op, before, plan.volumeSeed);
   replay.run(sim.requests(), f);
   replay.compare(sim.state(), f);
-  if (o.verbose || !f.lines.empty())
+  if (o.verbose || !f.empty())
     std::printf("    status %d signal %d in %.1f s; %zu requests\n", t.exitStatus(), t.signal(),
                 std::chrono::duration<double>(t.elapsed()).count(), sim.requests().size());
   return out;
@@ -417,7 +414,7 @@ int main(int argc, char** argv) {
     try {
       outcome = runOnce(plan, o);
     } catch (const std::exception& e) {
-      outcome.findings.add(std::string("the run could not be made: ") + e.what());
+      outcome.findings.push_back(std::string("the run could not be made: ") + e.what());
     }
     ++runs;
     ++ops[plan.op];
@@ -427,9 +424,9 @@ int main(int argc, char** argv) {
       if (outcome.signalSent) ++signalsSent[signal];
       if (outcome.diedBySignal) ++diedBySignal;
     }
-    for (const std::string& line : outcome.findings.lines) std::printf("  VIOLATION: %s\n", line.c_str());
-    violations += int(outcome.findings.lines.size());
-    failedRuns += !outcome.findings.lines.empty();
+    for (const std::string& line : outcome.findings) std::printf("  VIOLATION: %s\n", line.c_str());
+    violations += int(outcome.findings.size());
+    failedRuns += !outcome.findings.empty();
     std::fflush(stdout);
   }
 
