@@ -16,7 +16,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
@@ -419,26 +418,15 @@ bool VelkorTerminal::signalProgram(int sig) {
 
 pid_t VelkorTerminal::programPid() const {
   if (pid_ <= 0) return -1;
-  // The processes by parent, then the sandbox's descendants, looking for the
-  // program by its name.
-  std::multimap<pid_t, pid_t> children;
-  std::error_code ignored;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc", ignored)) {
-    std::string stat = readFile(entry.path().string() + "/stat");
-    size_t close = stat.rfind(')');
-    if (close == std::string::npos) continue;
-    std::istringstream fields(stat.substr(close + 2));
-    char state;
-    pid_t parent;
-    if (fields >> state >> parent) children.emplace(parent, pid_t(std::atoi(entry.path().filename().c_str())));
-  }
+  // The sandbox's descendants, looking for the program by its name.
   std::vector<pid_t> todo = {pid_};
   while (!todo.empty()) {
-    pid_t p = todo.back();
+    const pid_t p = todo.back();
+    const std::string proc = "/proc/" + std::to_string(p);
     todo.pop_back();
-    std::string comm = readFile("/proc/" + std::to_string(p) + "/comm");
-    if (p != pid_ && comm == programName_.substr(0, 15) + "\n") return p;
-    for (auto [it, end] = children.equal_range(p); it != end; ++it) todo.push_back(it->second);
+    if (p != pid_ && readFile(proc + "/comm") == programName_.substr(0, 15) + "\n") return p;
+    std::istringstream children(readFile(proc + "/task/" + std::to_string(p) + "/children"));
+    for (pid_t child; children >> child;) todo.push_back(child);
   }
   return -1;
 }
