@@ -305,12 +305,16 @@ VelkorTerminal::VelkorTerminal(const std::vector<std::string>& args, const Optio
 }
 
 VelkorTerminal::~VelkorTerminal() {
-  if (pid_ > 0) {
-    kill(-pid_, SIGKILL);
-    kill(pid_, SIGKILL);
-    reap(true);
-  }
+  killProgram();
   if (master_ >= 0) close(master_);
+}
+
+void VelkorTerminal::killProgram() {
+  // Once the sandbox is reaped pid_ is -1, and kill(-1) would reach every process.
+  if (pid_ <= 0) return;
+  kill(-pid_, SIGKILL);
+  kill(pid_, SIGKILL);
+  reap(true);
 }
 
 void VelkorTerminal::send(const std::string& keys) {
@@ -405,9 +409,7 @@ bool VelkorTerminal::waitExit(std::chrono::milliseconds timeout) {
 
 void VelkorTerminal::finish(std::chrono::milliseconds timeout) {
   if (waitExit(timeout)) return;
-  kill(-pid_, SIGKILL);
-  kill(pid_, SIGKILL);
-  reap(true);
+  killProgram();
   exitStatus_ = -1;
 }
 

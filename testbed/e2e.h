@@ -181,6 +181,7 @@ class VelkorTerminal {
  private:
   void pump(std::chrono::milliseconds wait);
   void reap(bool block);
+  void killProgram();  // kills the sandbox's process group and reaps the sandbox
 
   struct Screen;
   std::unique_ptr<Screen> screen_;
