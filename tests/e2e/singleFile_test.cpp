@@ -10,41 +10,35 @@
 #include "e2e.h"
 #include "fixtures.h"
 
-using nlohmann::json;
+using namespace e2efixtures;
 using testsupport::Simulator;
 using testsupport::VelkorTerminal;
 
 namespace {
 
-json file(uint64_t zid, const std::string& name) { return e2efixtures::compressedFile(zid, name); }
-using e2efixtures::compData;
-
 const std::string kLongName = "/" + std::string(69, 'n');
 
 // One volume with a file of each kind the report draws differently.
 json fixture(bool compression = true) {
-  json good = file(100, "/good.dat");
-  json fixable = file(110, "/fixable.dat");
+  json good = compressedFile(100, "/good.dat");
+  json fixable = compressedFile(110, "/fixable.dat");
   fixable["attributes"] = {"archive"};
-  json corrupted = e2efixtures::corruptedFile(120, "/corrupted.dat");
-  json open = file(130, "/open.dat");
+  json corrupted = corruptedFile(120, "/corrupted.dat");
+  json open = compressedFile(130, "/open.dat");
   open["openCount"] = 1;
   json directory = {{"zid", 140}, {"name", "/dir"}, {"attributes", {"subdirectory"}}};
   json stream = {{"zid", 150}, {"name", "/stream"}, {"classId", 1}, {"parents", {"DeletedFile"}}, {"eof", 10},
                  {"physSize", 4096}};
-  json longName = file(160, kLongName);
-  return e2efixtures::volume({good, fixable, corrupted, open, directory, stream, longName},
-                             {compData(100), compData(110), compData(120), compData(130), compData(160)}, compression);
+  json longName = compressedFile(160, kLongName);
+  return volume({good, fixable, corrupted, open, directory, stream, longName},
+                {compData(100), compData(110), compData(120), compData(130), compData(160)}, compression);
 }
-
-using OpRun = e2efixtures::FinishedRun;
-using e2efixtures::kVol;
 
 }  // namespace
 
 TEST(SingleFile, GoodFileScreenAndLogEntry) {
   Simulator sim = Simulator::withFixture(fixture().dump());
-  OpRun run(sim, {"-l", kVol + "/good.dat"});
+  FinishedRun run(sim, {"-l", kVol + "/good.dat"});
   ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
   EXPECT_EQ(0, run.terminal.exitStatus());
   EXPECT_EQ("                    KVF Compression Validate and Fix Screen", run.at(0));
@@ -87,7 +81,7 @@ TEST(SingleFile, GoodFileScreenAndLogEntry) {
 // FixAndDeleteThenListAgain.)
 TEST(SingleFile, FixedAndDeletedFiles) {
   Simulator sim = Simulator::withFixture(fixture().dump());
-  OpRun fix(sim, {"-f", kVol + "/fixable.dat"});
+  FinishedRun fix(sim, {"-f", kVol + "/fixable.dat"});
   ASSERT_TRUE(fix.finalScreen) << fix.terminal.screenText();
   EXPECT_EQ("    Fixable Files:                    1    Corrupted Files:                   0", fix.at(10));
   EXPECT_EQ("    Fixed Files:                      1    Deleted Files:                     0", fix.at(11));
@@ -98,7 +92,7 @@ TEST(SingleFile, FixedAndDeletedFiles) {
   EXPECT_NE(std::string::npos,
             fix.entries()[0].find("<fileStatus><invalidState/></fileStatus><action><fixed/></action><zid>110</zid>"));
 
-  OpRun del(sim, {"-H", "-d", kVol + "/corrupted.dat"});
+  FinishedRun del(sim, {"-H", "-d", kVol + "/corrupted.dat"});
   ASSERT_TRUE(del.finalScreen) << del.terminal.screenText();
   EXPECT_EQ("    Fixed Files:                      0    Deleted Files:                     1", del.at(11));
   EXPECT_EQ("    File Status:  1: Invalid zid                   Action Taken:  deleted", del.at(16));
@@ -111,7 +105,7 @@ TEST(SingleFile, FixedAndDeletedFiles) {
 
 TEST(SingleFile, SkippedDirectoryStreamAndLongName) {
   Simulator sim = Simulator::withFixture(fixture().dump());
-  OpRun open(sim, {"-l", kVol + "/open.dat"});
+  FinishedRun open(sim, {"-l", kVol + "/open.dat"});
   EXPECT_EQ("    File Status:  Skipped checking                 Action Taken:  checked", open.at(16));
   EXPECT_EQ("", open.at(17)) << "a skipped file shows rows 13 to 16 only";
   EXPECT_EQ("    Good Files:                       0    Open Files Skipped:                1", open.at(9));
@@ -119,7 +113,7 @@ TEST(SingleFile, SkippedDirectoryStreamAndLongName) {
                                      "<fileStatus><skippedChecking/></fileStatus></entry>"},
             open.entries());
 
-  OpRun directory(sim, {"-l", kVol + "/dir"});
+  FinishedRun directory(sim, {"-l", kVol + "/dir"});
   EXPECT_EQ("  Last File Checked: (type: directory)", directory.at(13));
   EXPECT_EQ("    Zid:          0x8c                             Attributes:    0x10", directory.at(17));
   EXPECT_EQ("", directory.at(18));
@@ -127,14 +121,14 @@ TEST(SingleFile, SkippedDirectoryStreamAndLongName) {
   EXPECT_NE(std::string::npos, directory.entries()[0].find("<type><directory/></type>"));
   EXPECT_NE(std::string::npos, directory.entries()[0].find("<attributes>0x10</attributes></entry>"));
 
-  sim.setFaults(e2efixtures::fileInfoFault("150"));  // a deleted stream has no live name
-  OpRun stream(sim, {"-l", kVol + "/stream"});
+  sim.setFaults(fileInfoFault("150"));  // a deleted stream has no live name
+  FinishedRun stream(sim, {"-l", kVol + "/stream"});
   sim.setFaults("[]");
   EXPECT_EQ("  Last File Checked: (type: deleted data stream)", stream.at(13));
   ASSERT_EQ(1u, stream.entries().size());
   EXPECT_NE(std::string::npos, stream.entries()[0].find("<type><deleted/><dataStream/></type>"));
 
-  OpRun longName(sim, {"-l", kVol + kLongName});
+  FinishedRun longName(sim, {"-l", kVol + kLongName});
   EXPECT_EQ("    File Name:    " + kLongName.substr(0, 60) + "...", longName.at(15));
   EXPECT_EQ(0u, longName.at(2).find("  Command: "));
   EXPECT_EQ(std::string::npos, longName.at(2).find(kLongName)) << "a long command line is cut";
@@ -142,7 +136,7 @@ TEST(SingleFile, SkippedDirectoryStreamAndLongName) {
 
 TEST(SingleFile, LookupFailureAndVolumeWithoutCompression) {
   Simulator sim = Simulator::withFixture(fixture().dump());
-  OpRun missing(sim, {"-f", kVol + "/nothing-here"});
+  FinishedRun missing(sim, {"-f", kVol + "/nothing-here"});
   ASSERT_TRUE(missing.finalScreen);
   EXPECT_EQ("  STATUS: finished with error, check ./velkor.log for details", missing.at(23));
   EXPECT_FALSE(missing.statusBold);
@@ -154,7 +148,7 @@ TEST(SingleFile, LookupFailureAndVolumeWithoutCompression) {
   EXPECT_NE(std::string::npos, log.find("<finishStatus>finished with error</finishStatus>"));
 
   Simulator plain = Simulator::withFixture(fixture(false).dump());
-  OpRun off(plain, {"-l", kVol + "/good.dat"});
+  FinishedRun off(plain, {"-l", kVol + "/good.dat"});
   EXPECT_EQ("  Volume doesn't have compression feature enabled. Nothing to do.", off.at(18));
   EXPECT_EQ("", off.at(6));
   EXPECT_EQ("", off.at(13));
@@ -184,10 +178,10 @@ TEST(SingleFile, InterruptLeavesTheTerminalUsable) {
   // also ends the sandbox, so the shell stays until velkor itself has gone:
   // velkor inherits the write end of a pipe whose reader (immune to Ctrl-C)
   // ends when the last writer closes it.
-  testsupport::VelkorTerminal::Options options;
+  VelkorTerminal::Options options;
   options.wrapper = {"/bin/bash", "-c",
                      "trap : INT; exec 9> >(trap '' INT; cat); \"$@\"; s=$?; exec 9>&-; wait $!; exit $s", "bash"};
-  testsupport::VelkorTerminal run(sim, {"-l", kVol + "/good.dat"}, options);
+  VelkorTerminal run(sim, {"-l", kVol + "/good.dat"}, options);
   ASSERT_TRUE(run.waitFor("Press any key to continue....")) << run.screenText();
   EXPECT_TRUE(run.alternateScreen() && !run.cursorVisible()) << "seen while curses shows its screen";
   run.send("\x03");
