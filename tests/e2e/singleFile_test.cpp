@@ -36,7 +36,7 @@ json fixture(bool compression = true) {
 
 }  // namespace
 
-TEST(SingleFile, GoodFileScreenAndLogEntry) {
+TEST(SingleFile, GoodFixedAndDeletedFilesScreensAndLogEntries) {
   Simulator sim = Simulator::withFixture(fixture().dump());
   FinishedRun run(sim, {"-l", kVol + "/good.dat"});
   ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
@@ -75,12 +75,9 @@ TEST(SingleFile, GoodFileScreenAndLogEntry) {
       "<originalFileLength>8569</originalFileLength><compressedFileLength>4285</compressedFileLength></entry>",
       run.entries()[0]);
   EXPECT_NE(std::string::npos, run.terminal.runLog().find("<finishStatus>finished successfully</finishStatus>\n"));
-}
 
-// (That the fix took and that the file was unlinked by its name: FileCheck's
-// FixAndDeleteThenListAgain.)
-TEST(SingleFile, FixedAndDeletedFiles) {
-  Simulator sim = Simulator::withFixture(fixture().dump());
+  // A fixed and a deleted file. (That the fix took and that the file was
+  // unlinked by its name: FileCheck's FixAndDeleteThenListAgain.)
   FinishedRun fix(sim, {"-f", kVol + "/fixable.dat"});
   ASSERT_TRUE(fix.finalScreen) << fix.terminal.screenText();
   EXPECT_EQ("    Fixable Files:                    1    Corrupted Files:                   0", fix.at(10));
@@ -156,23 +153,12 @@ TEST(SingleFile, LookupFailureAndVolumeWithoutCompression) {
   EXPECT_TRUE(off.entries().empty());
 }
 
-// While a file operation runs the status has no Escape hint.
-TEST(SingleFile, RunningStatusOfAFileOperation) {
+// While a file operation runs the status has no Escape hint. Ctrl-C at the
+// final prompt: the handler leaves curses mode, the process dies by the
+// signal, and the log says so but is not finished.
+TEST(SingleFile, RunningStatusAndAnInterruptThatLeavesTheTerminalUsable) {
   Simulator sim = Simulator::withFixture(fixture().dump());
   sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":1500})");
-  VelkorTerminal terminal(sim, {"-l", kVol + "/good.dat"});
-  // The status is first drawn before the operation is known, then again
-  // before its first request; the file's information is answered late.
-  ASSERT_TRUE(terminal.waitUntil([&] { return !sim.requests().empty(); }));
-  EXPECT_TRUE(terminal.waitUntil([&] { return terminal.row(23) == "  STATUS: running"; })) << terminal.row(23);
-  ASSERT_TRUE(terminal.runToEnd());
-  EXPECT_EQ(0, terminal.exitStatus());
-}
-
-// Ctrl-C at the final prompt: the handler leaves curses mode, the process
-// dies by the signal, and the log says so but is not finished.
-TEST(SingleFile, InterruptLeavesTheTerminalUsable) {
-  Simulator sim = Simulator::withFixture(fixture().dump());
   // As at a real terminal, a shell that survives Ctrl-C leads the session:
   // were the sandbox the leader, its death would also send SIGHUP. Ctrl-C
   // also ends the sandbox, so the shell stays until velkor itself has gone:
@@ -182,6 +168,10 @@ TEST(SingleFile, InterruptLeavesTheTerminalUsable) {
   options.wrapper = {"/bin/bash", "-c",
                      "trap : INT; exec 9> >(trap '' INT; cat); \"$@\"; s=$?; exec 9>&-; wait $!; exit $s", "bash"};
   VelkorTerminal run(sim, {"-l", kVol + "/good.dat"}, options);
+  // The status is first drawn before the operation is known, then again
+  // before its first request; the file's information is answered late.
+  ASSERT_TRUE(run.waitUntil([&] { return !sim.requests().empty(); }));
+  EXPECT_TRUE(run.waitUntil([&] { return run.row(23) == "  STATUS: running"; })) << run.row(23);
   ASSERT_TRUE(run.waitFor("Press any key to continue....")) << run.screenText();
   EXPECT_TRUE(run.alternateScreen() && !run.cursorVisible()) << "seen while curses shows its screen";
   run.send("\x03");
