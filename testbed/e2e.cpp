@@ -287,9 +287,7 @@ VelkorTerminal::VelkorTerminal(const std::vector<std::string>& args, const Optio
   argv.insert(argv.end(), {"--cwd", cwd_, "--", binary});
   argv.insert(argv.end(), args.begin(), args.end());
 
-  struct winsize size = {};
-  size.ws_row = static_cast<unsigned short>(options.rows);
-  size.ws_col = static_cast<unsigned short>(options.cols);
+  struct winsize size = {static_cast<unsigned short>(options.rows), static_cast<unsigned short>(options.cols), 0, 0};
   start_ = end_ = Clock::now();
   pid_ = forkpty(&master_, nullptr, nullptr, &size);
   if (pid_ < 0) throw std::runtime_error("forkpty failed");
@@ -325,9 +323,7 @@ void VelkorTerminal::sendSignal(int signal) {
 
 void VelkorTerminal::resize(int rows, int cols) {
   pump(std::chrono::milliseconds(0));  // what was written for the old size is read at it
-  struct winsize size = {};
-  size.ws_row = static_cast<unsigned short>(rows);
-  size.ws_col = static_cast<unsigned short>(cols);
+  struct winsize size = {static_cast<unsigned short>(rows), static_cast<unsigned short>(cols), 0, 0};
   if (master_ < 0 || ioctl(master_, TIOCSWINSZ, &size) != 0) ADD_FAILURE() << "cannot resize the terminal";
   if (rows > 0 && cols > 0 && long(rows) * cols <= kMaxEmulatedCells) {
     vterm_set_size(screen_->vt, rows, cols);

@@ -132,7 +132,6 @@ TEST(Batch, SignalMidFixFinishesTheObjectInHandAndEndsTheLog) {
   EXPECT_NE(std::string::npos, log.find("<finishStatus>stopped by a signal</finishStatus>\n<endTime>")) << log;
   EXPECT_EQ(log.size() - 13, log.find("</velkor>\n\n\n\n"));
   const size_t fixedEntries = entries(log).size();
-  EXPECT_GT(fixedEntries, 0u);
   EXPECT_LT(fixedEntries, 40u) << "the stop took no effect";
   // Every repair logged was made (one set request each); nothing past it
   // was touched.
