@@ -100,7 +100,7 @@ TEST(SingleFile, GoodFixedAndDeletedFilesScreensAndLogEntries) {
                                                      "</actionTaken><zid>120</zid>"));
 }
 
-TEST(SingleFile, SkippedDirectoryStreamAndLongName) {
+TEST(SingleFile, SkippedDirectoryStreamLongNameAndFailedLookup) {
   Simulator sim = Simulator::withFixture(fixture().dump());
   FinishedRun open(sim, {"-l", kVol + "/open.dat"});
   EXPECT_EQ("    File Status:  Skipped checking                 Action Taken:  checked", open.at(16));
@@ -129,10 +129,7 @@ TEST(SingleFile, SkippedDirectoryStreamAndLongName) {
   EXPECT_EQ("    File Name:    " + kLongName.substr(0, 60) + "...", longName.at(15));
   EXPECT_EQ(0u, longName.at(2).find("  Command: "));
   EXPECT_EQ(std::string::npos, longName.at(2).find(kLongName)) << "a long command line is cut";
-}
 
-TEST(SingleFile, LookupFailureAndVolumeWithoutCompression) {
-  Simulator sim = Simulator::withFixture(fixture().dump());
   FinishedRun missing(sim, {"-f", kVol + "/nothing-here"});
   ASSERT_TRUE(missing.finalScreen);
   EXPECT_EQ("  STATUS: finished with error, check ./velkor.log for details", missing.at(23));
@@ -143,7 +140,9 @@ TEST(SingleFile, LookupFailureAndVolumeWithoutCompression) {
                    "\\d+ \\S+ message: Reply results</error>\n");
   EXPECT_EQ(1, std::distance(std::sregex_iterator(log.begin(), log.end(), error), std::sregex_iterator())) << log;
   EXPECT_NE(std::string::npos, log.find("<finishStatus>finished with error</finishStatus>"));
+}
 
+TEST(SingleFile, VolumeWithoutCompression) {
   Simulator plain = Simulator::withFixture(fixture(false).dump());
   FinishedRun off(plain, {"-l", kVol + "/good.dat"});
   EXPECT_EQ("  Volume doesn't have compression feature enabled. Nothing to do.", off.at(18));

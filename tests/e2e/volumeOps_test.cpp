@@ -129,19 +129,18 @@ TEST(Statistics, OtherStatesAskFirst) {
   json fixture = volume(plainFiles(3), json::array());
   fixture["volumes"][0]["stats"] = {{"compressedFiles", 5}, {"compressedDeletedFiles", 7}};
   Simulator sim = Simulator::withFixture(fixture.dump());
-  {
-    VelkorTerminal terminal(sim, {"-S", "VOL1"});
-    ASSERT_TRUE(terminal.waitFor("Do you want to continue (y/n)?"));
-    EXPECT_EQ("  Compression statistics won't be calculated correctly because volume is not in",
-              row(terminal.screen(), 10));
-    EXPECT_EQ("  maintenance state. Do you want to continue (y/n)?", row(terminal.screen(), 11));
-    terminal.send("n");
-    ASSERT_TRUE(terminal.waitFor("Press any key"));
-    EXPECT_EQ(std::string::npos, terminal.screenText().find("Compression Statistics:"));
-    terminal.send("x");
-    terminal.finish();
-    EXPECT_TRUE(sim.requestsOf("fixCompStats").empty());
-  }
+  VelkorTerminal terminal(sim, {"-S", "VOL1"});
+  ASSERT_TRUE(terminal.waitFor("Do you want to continue (y/n)?"));
+  EXPECT_EQ("  Compression statistics won't be calculated correctly because volume is not in",
+            row(terminal.screen(), 10));
+  EXPECT_EQ("  maintenance state. Do you want to continue (y/n)?", row(terminal.screen(), 11));
+  terminal.send("n");
+  ASSERT_TRUE(terminal.waitFor("Press any key"));
+  EXPECT_EQ(std::string::npos, terminal.screenText().find("Compression Statistics:"));
+  terminal.send("x");
+  terminal.finish();
+  EXPECT_TRUE(sim.requestsOf("fixCompStats").empty());
+
   FinishedRun yes(sim, {"-S", "VOL1"}, {}, "Y");
   ASSERT_TRUE(yes.finalScreen);
   // More deleted than compressed files: the first figure wraps around.
