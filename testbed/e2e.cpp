@@ -16,7 +16,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
@@ -82,17 +81,12 @@ Simulator::Simulator(const Options& options) : dir_(std::make_unique<TempDir>())
     prctl(PR_SET_PDEATHSIG, SIGTERM);  // a crashed test still takes its daemon down
     int fd = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     if (fd >= 0) dup2(fd, 1), dup2(fd, 2);
-    std::vector<char*> args;
-    for (std::string& a : argv) args.push_back(a.data());
-    args.push_back(nullptr);
-    execv(args[0], args.data());
-    _exit(127);
+    execOrExit(argv);
   }
   // A generated volume of millions of objects takes a while to make.
   auto deadline = Clock::now() + std::chrono::seconds(30 + options.generate / 50000);
   std::string ready = mount_ + "/control/state.json";
-  struct stat st;
-  while (stat(ready.c_str(), &st) != 0) {
+  while (access(ready.c_str(), F_OK) != 0) {
     int status;
     if (waitpid(pid_, &status, WNOHANG) == pid_) {
       pid_ = -1;
@@ -109,6 +103,13 @@ Simulator::Simulator(const Options& options) : dir_(std::make_unique<TempDir>())
 Simulator Simulator::withFixture(const std::string& json) {
   Options o;
   o.fixture = json;
+  return Simulator(o);
+}
+
+Simulator Simulator::generated(uint64_t objects, uint64_t seed) {
+  Options o;
+  o.generate = objects;
+  o.seed = seed;
   return Simulator(o);
 }
 
@@ -243,9 +244,7 @@ namespace {
 
 void answerTerminal(const char* bytes, size_t len, void* user) {
   int fd = *static_cast<int*>(user);
-  if (fd >= 0 && write(fd, bytes, len) < 0) {
-    // the program has gone; nothing to answer
-  }
+  if (fd >= 0) (void)!write(fd, bytes, len);  // the program may have gone: nothing to answer then
 }
 
 VelkorTerminal::Options withSimulator(const Simulator& sim, VelkorTerminal::Options options) {
@@ -287,9 +286,7 @@ VelkorTerminal::VelkorTerminal(const std::vector<std::string>& args, const Optio
   argv.insert(argv.end(), {"--cwd", cwd_, "--", binary});
   argv.insert(argv.end(), args.begin(), args.end());
 
-  struct winsize size = {};
-  size.ws_row = static_cast<unsigned short>(options.rows);
-  size.ws_col = static_cast<unsigned short>(options.cols);
+  struct winsize size = {static_cast<unsigned short>(options.rows), static_cast<unsigned short>(options.cols), 0, 0};
   start_ = end_ = Clock::now();
   pid_ = forkpty(&master_, nullptr, nullptr, &size);
   if (pid_ < 0) throw std::runtime_error("forkpty failed");
@@ -297,22 +294,22 @@ VelkorTerminal::VelkorTerminal(const std::vector<std::string>& args, const Optio
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (chdir(cwd_.c_str()) != 0) _exit(126);
     setenv("TERM", "xterm", 1);
-    std::vector<char*> cargs;
-    for (std::string& a : argv) cargs.push_back(a.data());
-    cargs.push_back(nullptr);
-    execvp(cargs[0], cargs.data());
-    _exit(127);
+    execOrExit(argv);
   }
   vterm_output_set_callback(screen_->vt, answerTerminal, &master_);
 }
 
 VelkorTerminal::~VelkorTerminal() {
-  if (pid_ > 0) {
-    kill(-pid_, SIGKILL);
-    kill(pid_, SIGKILL);
-    reap(true);
-  }
+  killProgram();
   if (master_ >= 0) close(master_);
+}
+
+void VelkorTerminal::killProgram() {
+  // Once the sandbox is reaped pid_ is -1, and kill(-1) would reach every process.
+  if (pid_ <= 0) return;
+  kill(-pid_, SIGKILL);
+  kill(pid_, SIGKILL);
+  reap(true);
 }
 
 void VelkorTerminal::send(const std::string& keys) {
@@ -325,9 +322,7 @@ void VelkorTerminal::sendSignal(int signal) {
 
 void VelkorTerminal::resize(int rows, int cols) {
   pump(std::chrono::milliseconds(0));  // what was written for the old size is read at it
-  struct winsize size = {};
-  size.ws_row = static_cast<unsigned short>(rows);
-  size.ws_col = static_cast<unsigned short>(cols);
+  struct winsize size = {static_cast<unsigned short>(rows), static_cast<unsigned short>(cols), 0, 0};
   if (master_ < 0 || ioctl(master_, TIOCSWINSZ, &size) != 0) ADD_FAILURE() << "cannot resize the terminal";
   if (rows > 0 && cols > 0 && long(rows) * cols <= kMaxEmulatedCells) {
     vterm_set_size(screen_->vt, rows, cols);
@@ -407,9 +402,7 @@ bool VelkorTerminal::waitExit(std::chrono::milliseconds timeout) {
 
 void VelkorTerminal::finish(std::chrono::milliseconds timeout) {
   if (waitExit(timeout)) return;
-  kill(-pid_, SIGKILL);
-  kill(pid_, SIGKILL);
-  reap(true);
+  killProgram();
   exitStatus_ = -1;
 }
 
@@ -420,26 +413,15 @@ bool VelkorTerminal::signalProgram(int sig) {
 
 pid_t VelkorTerminal::programPid() const {
   if (pid_ <= 0) return -1;
-  // The processes by parent, then the sandbox's descendants, looking for the
-  // program by its name.
-  std::multimap<pid_t, pid_t> children;
-  std::error_code ignored;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc", ignored)) {
-    std::string stat = readFile(entry.path().string() + "/stat");
-    size_t close = stat.rfind(')');
-    if (close == std::string::npos) continue;
-    std::istringstream fields(stat.substr(close + 2));
-    char state;
-    pid_t parent;
-    if (fields >> state >> parent) children.emplace(parent, pid_t(std::atoi(entry.path().filename().c_str())));
-  }
+  // The sandbox's descendants, looking for the program by its name.
   std::vector<pid_t> todo = {pid_};
   while (!todo.empty()) {
-    pid_t p = todo.back();
+    const pid_t p = todo.back();
+    const std::string proc = "/proc/" + std::to_string(p);
     todo.pop_back();
-    std::string comm = readFile("/proc/" + std::to_string(p) + "/comm");
-    if (p != pid_ && comm == programName_.substr(0, 15) + "\n") return p;
-    for (auto [it, end] = children.equal_range(p); it != end; ++it) todo.push_back(it->second);
+    if (p != pid_ && readFile(proc + "/comm") == programName_.substr(0, 15) + "\n") return p;
+    std::istringstream children(readFile(proc + "/task/" + std::to_string(p) + "/children"));
+    for (pid_t child; children >> child;) todo.push_back(child);
   }
   return -1;
 }

@@ -31,7 +31,9 @@ class Simulator {
     bool zidInodes = true;     // the name tree's inode numbers are zids
   };
   explicit Simulator(const Options& options);  // throws std::runtime_error when it does not come up
+  // One of the fixture `json`; one of a volume of `objects` generated ones.
   static Simulator withFixture(const std::string& json);
+  static Simulator generated(uint64_t objects, uint64_t seed = 1);
   ~Simulator();
   Simulator(Simulator&&) noexcept;
   Simulator(const Simulator&) = delete;
@@ -179,6 +181,7 @@ class VelkorTerminal {
  private:
   void pump(std::chrono::milliseconds wait);
   void reap(bool block);
+  void killProgram();  // kills the sandbox's process group and reaps the sandbox
 
   struct Screen;
   std::unique_ptr<Screen> screen_;

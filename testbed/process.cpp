@@ -38,11 +38,7 @@ ProcessResult runProcess(const std::vector<std::string>& argv, const std::string
     dup2(outPipe[1], 1);
     dup2(errPipe[1], 2);
     if (!cwd.empty() && chdir(cwd.c_str()) != 0) _exit(126);
-    std::vector<char*> args;
-    for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    execvp(args[0], args.data());
-    _exit(127);
+    execOrExit(argv);
   }
   close(inPipe[0]);
   close(outPipe[1]);
@@ -85,6 +81,14 @@ ProcessResult runProcess(const std::vector<std::string>& argv, const std::string
   return result;
 }
 
+void execOrExit(const std::vector<std::string>& argv) {
+  std::vector<char*> args;
+  for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+  args.push_back(nullptr);
+  execvp(args[0], args.data());
+  _exit(127);
+}
+
 TimedRun runTimed(const std::vector<std::string>& argv) {
   TimedRun t;
   auto start = std::chrono::steady_clock::now();
@@ -92,11 +96,7 @@ TimedRun runTimed(const std::vector<std::string>& argv) {
   if (pid == 0) {
     int null = open("/dev/null", O_WRONLY);
     if (null >= 0) dup2(null, 1);
-    std::vector<char*> args;
-    for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    execv(args[0], args.data());
-    _exit(127);
+    execOrExit(argv);
   }
   int status = 0;
   struct rusage usage = {};

@@ -19,6 +19,9 @@ struct ProcessResult {
 ProcessResult runProcess(const std::vector<std::string>& argv, const std::string& input = "",
                          const std::string& cwd = "");
 
+// In a forked child: runs argv (argv[0] looked up in PATH), or exits with 127.
+[[noreturn]] void execOrExit(const std::vector<std::string>& argv);
+
 // Runs argv (argv[0] a path) with its standard output thrown away, for the
 // benchmarks: its wall time in seconds, peak memory (ru_maxrss, KiB) and
 // exit status (-1 when it did not exit).

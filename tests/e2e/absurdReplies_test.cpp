@@ -133,10 +133,9 @@ class AbsurdReplies : public ::testing::TestWithParam<AbsurdCase> {};
 
 TEST_P(AbsurdReplies, AreRefusedWithOneErrorAndChangeNothing) {
   const AbsurdCase& c = GetParam();
-  const json rules = c.rules();
   Simulator sim = Simulator::withFixture(absurdVolume().dump());
   json before = sim.state();
-  sim.setFaults(rules.dump());
+  sim.setFaults(c.rules().dump());
   FinishedRun run(sim, c.args);
   ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
   EXPECT_EQ(0, run.terminal.exitStatus());

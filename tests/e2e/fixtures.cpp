@@ -71,26 +71,28 @@ std::string fileInfoFault(const std::string& zid, int count) {
       .dump();
 }
 
-std::vector<std::string> requestIds(const std::vector<json>& requests) {
-  std::vector<std::string> ids;
-  std::regex id("<id><!\\[CDATA\\[(\\d+)\\]\\]></id>");
+namespace {
+
+// What the first group of `pattern` catches in each request's text, in
+// order (requests it does not match are left out).
+std::vector<std::string> caught(const std::vector<json>& requests, const std::regex& pattern) {
+  std::vector<std::string> found;
   for (const json& r : requests) {
     std::smatch m;
-    std::string text = r.value("request", "");
-    if (std::regex_search(text, m, id)) ids.push_back(m[1]);
+    const std::string text = r.value("request", "");
+    if (std::regex_search(text, m, pattern)) found.push_back(m[1]);
   }
-  return ids;
+  return found;
+}
+
+}  // namespace
+
+std::vector<std::string> requestIds(const std::vector<json>& requests) {
+  return caught(requests, std::regex("<id><!\\[CDATA\\[(\\d+)\\]\\]></id>"));
 }
 
 std::vector<std::string> scanPositions(const std::vector<json>& browses) {
-  std::vector<std::string> sent;
-  static const std::regex sequence("<scanSequence>(-?\\d+)</scanSequence>");
-  for (const json& request : browses) {
-    std::smatch m;
-    const std::string text = request["request"];
-    if (std::regex_search(text, m, sequence)) sent.push_back(m[1]);
-  }
-  return sent;
+  return caught(browses, std::regex("<scanSequence>(-?\\d+)</scanSequence>"));
 }
 
 std::string row(const std::vector<std::string>& screen, size_t i) { return i < screen.size() ? screen[i] : ""; }

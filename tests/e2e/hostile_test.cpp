@@ -217,8 +217,10 @@ TEST(HostileLogPlaces, LinkSwappedInDuringTheOpenIsNeverFollowed) {
 
 // What stands at the log's path must be a regular file (or /dev/null): a
 // FIFO would hang the run before its screen, a device would swallow it. A
-// log that cannot be opened is named with the reason.
-TEST(HostileLogPlaces, OnlyARegularFileOrDevNullIsALog) {
+// log that cannot be opened is named with the reason, and so is a lock
+// directory another user could hold, before any request; a log a reader has
+// locked is written all the same.
+TEST(HostileLogPlaces, OnlyARegularFileIsALogAndOnlyRootsDirectoryHoldsTheLocks) {
   Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(100, 2).dump());
   TempDir dir;
   ASSERT_EQ(0, mkfifo(dir.file("fifo").c_str(), 0600));
@@ -237,6 +239,26 @@ TEST(HostileLogPlaces, OnlyARegularFileOrDevNullIsALog) {
     EXPECT_EQ(c.err, r.err);
     EXPECT_EQ(c.out, r.out) << c.path;
   }
+  // /run/lock is open to all: a user who makes /run/lock/velkor first, or an
+  // administrator who leaves it open to others, would let that user hold
+  // every run's locks. Such a directory is refused, saying whose it is and
+  // what to do; each program ends as at its other refusals.
+  TempDir locks;
+  const std::string remedy =
+      ": another user could hold or replace the locks in it; remove it (rm -r /run/lock/velkor) and run again.\n";
+  ASSERT_EQ(0, chown(locks.path().c_str(), 4242, 4242));
+  const std::pair<std::string, int> programs[] = {{"velkor", 1}, {"velkor-batch", 8}};
+  for (const auto& [program, status] : programs) {
+    ProcessResult r = velkorPlain(sim, dir.path(), {"-L", "VOL1"}, {"--lock-dir", locks.path()},
+                                  testsupport::binaryPath("util/velkor/" + program));
+    EXPECT_EQ(status, r.exitStatus) << program;
+    EXPECT_EQ(program + ": /run/lock/velkor is owned by uid 4242, not by root (uid 0) who runs this" + remedy, r.err);
+  }
+  ASSERT_EQ(0, chown(locks.path().c_str(), 0, 0));
+  ASSERT_EQ(0, chmod(locks.path().c_str(), 0777));
+  ProcessResult open = velkorPlain(sim, dir.path(), {"-L", "VOL1"}, {"--lock-dir", locks.path()});
+  EXPECT_EQ(1, open.exitStatus);
+  EXPECT_EQ("velkor: /run/lock/velkor may be written by other users (mode 0777)" + remedy, open.err);
   EXPECT_TRUE(sim.requests().empty());
 
   VelkorTerminal::Options options;
@@ -245,6 +267,20 @@ TEST(HostileLogPlaces, OnlyARegularFileOrDevNullIsALog) {
   EXPECT_TRUE(run.finalScreen) << run.terminal.screenText();
   EXPECT_EQ(0, run.terminal.exitStatus());
   EXPECT_EQ(2u, testsupport::counters(run.screen)[6]) << "fixed";
+
+  // Any user who may read a 0644 log may lock it too: the run's own lock is
+  // taken elsewhere, so a reader's lock keeps no run out.
+  testsupport::writeFile(dir.file("velkor.log"), "");
+  const int reader = ::open(dir.file("velkor.log").c_str(), O_RDONLY | O_CLOEXEC);
+  struct flock lock = {};
+  lock.l_type = F_RDLCK;
+  lock.l_whence = SEEK_SET;
+  ASSERT_EQ(0, fcntl(reader, F_SETLK, &lock));
+  e2efixtures::FinishedRun locked(sim, {"-L", "VOL1"}, options);
+  close(reader);
+  EXPECT_TRUE(locked.finalScreen) << locked.terminal.screenText();
+  EXPECT_EQ(0, locked.terminal.exitStatus());
+  EXPECT_EQ(0u, locked.terminal.runLog().find("<velkor>\n"));
 }
 
 // The log's file system fills up during a fix run: the run stops, says so on
@@ -326,49 +362,4 @@ TEST(HostileLogPlaces, SecondRunOnTheSameVolumeOrLogIsRefused) {
   EXPECT_EQ(1, velkorRun.exitStatus()) << velkorRun.screenText();
   batchRun.finish();
   EXPECT_EQ(0, batchRun.exitStatus()) << batchRun.screenText();
-}
-
-// /run/lock is open to all: a user who makes /run/lock/velkor first, or an
-// administrator who leaves it open to others, would let that user hold every
-// run's locks. Such a directory is refused before any request, saying whose
-// it is and what to do; each program ends as at its other refusals.
-TEST(HostileLogPlaces, LockDirectoryNotTheAdministratorsOwnIsRefused) {
-  Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(100, 2).dump());
-  TempDir dir, locks;
-  const std::string remedy =
-      ": another user could hold or replace the locks in it; remove it (rm -r /run/lock/velkor) and run again.\n";
-  ASSERT_EQ(0, chown(locks.path().c_str(), 4242, 4242));
-  const std::pair<std::string, int> programs[] = {{"velkor", 1}, {"velkor-batch", 8}};
-  for (const auto& [program, status] : programs) {
-    ProcessResult r = velkorPlain(sim, dir.path(), {"-L", "VOL1"}, {"--lock-dir", locks.path()},
-                                  testsupport::binaryPath("util/velkor/" + program));
-    EXPECT_EQ(status, r.exitStatus) << program;
-    EXPECT_EQ(program + ": /run/lock/velkor is owned by uid 4242, not by root (uid 0) who runs this" + remedy, r.err);
-  }
-  ASSERT_EQ(0, chown(locks.path().c_str(), 0, 0));
-  ASSERT_EQ(0, chmod(locks.path().c_str(), 0777));
-  ProcessResult open = velkorPlain(sim, dir.path(), {"-L", "VOL1"}, {"--lock-dir", locks.path()});
-  EXPECT_EQ(1, open.exitStatus);
-  EXPECT_EQ("velkor: /run/lock/velkor may be written by other users (mode 0777)" + remedy, open.err);
-  EXPECT_TRUE(sim.requestsOf("browseBeasts").empty());
-}
-
-// Any user who may read a 0644 log may lock it too: the run's own lock is
-// taken elsewhere, so a reader's lock keeps no run out.
-TEST(HostileLogPlaces, AReaderOfTheLogCannotLockTheRunOut) {
-  Simulator sim = Simulator::withFixture(e2efixtures::fixableVolume(100, 2).dump());
-  TempDir dir;
-  testsupport::writeFile(dir.file("velkor.log"), "");
-  const int reader = ::open(dir.file("velkor.log").c_str(), O_RDONLY | O_CLOEXEC);
-  struct flock lock = {};
-  lock.l_type = F_RDLCK;
-  lock.l_whence = SEEK_SET;
-  ASSERT_EQ(0, fcntl(reader, F_SETLK, &lock));
-  VelkorTerminal::Options options;
-  options.cwd = dir.path();
-  e2efixtures::FinishedRun run(sim, {"-L", "VOL1"}, options);
-  close(reader);
-  EXPECT_TRUE(run.finalScreen) << run.terminal.screenText();
-  EXPECT_EQ(0, run.terminal.exitStatus());
-  EXPECT_EQ(0u, run.terminal.runLog().find("<velkor>\n"));
 }

@@ -6,41 +6,31 @@
 
 using testsupport::ProcessResult;
 
-namespace {
-
-ProcessResult probe(const std::vector<std::string>& args) { return testsupport::runBuilt("tests/e2e/signal_probe", args); }
-
-}  // namespace
-
-// The layer exits with 404 and 408; a process status keeps the low eight bits.
-TEST(SignalLayer, RegistrationMistakesHaveTheirOwnExitStatus) {
-  EXPECT_EQ(404 & 0xff, probe({"null"}).exitStatus);
-  ProcessResult twice = probe({"twice"});
-  EXPECT_EQ(408 & 0xff, twice.exitStatus);
-  EXPECT_EQ("", twice.out);
-}
-
-TEST(SignalLayer, TerminationRunsCleanupThenDiesByTheSameSignal) {
-  for (auto [mode, number] : {std::pair<std::string, int>{"term", SIGTERM}, {"segv", SIGSEGV}}) {
-    ProcessResult r = probe({mode});
-    EXPECT_EQ(number, r.signal) << mode;
-    EXPECT_EQ("Handling signal " + std::to_string(number) + ".\ncleanup ran\n", r.out) << mode;
-    EXPECT_EQ("Resending signal to default handler.\n", r.err) << mode;
+// Each way the layer is driven and how the process ends: registration
+// mistakes exit with 404 and 408 (a process status keeps the low eight bits);
+// a termination signal runs the cleanup, then the process dies by the same
+// signal, the handler's messages going to the given descriptor; the file-size
+// signal and an ignored signal are survived.
+TEST(SignalLayer, EachModeEndsAsItShould) {
+  const struct {
+    std::vector<std::string> args;
+    int status, signal;
+    std::string out, err;
+  } cases[] = {
+      {{"null"}, 404 & 0xff, 0, "", ""},
+      {{"twice"}, 408 & 0xff, 0, "", ""},
+      {{"term"}, -1, SIGTERM, "Handling signal 15.\ncleanup ran\n", "Resending signal to default handler.\n"},
+      {{"segv"}, -1, SIGSEGV, "Handling signal 11.\ncleanup ran\n", "Resending signal to default handler.\n"},
+      {{"term", "to-stdout"}, -1, SIGTERM, "Handling signal 15.\ncleanup ran\nResending signal to default handler.\n",
+       ""},
+      {{"xfsz"}, 0, 0, "Handling signal 25.\nsurvived\n", ""},
+      {{"ignored-hup"}, 0, 0, "survived\n", ""},
+  };
+  for (const auto& c : cases) {
+    ProcessResult r = testsupport::runBuilt("tests/e2e/signal_probe", c.args);
+    EXPECT_EQ(c.status, r.exitStatus) << c.args.back();
+    EXPECT_EQ(c.signal, r.signal) << c.args.back();
+    EXPECT_EQ(c.out, r.out) << c.args.back();
+    EXPECT_EQ(c.err, r.err) << c.args.back();
   }
-}
-
-TEST(SignalLayer, HandlerMessagesGoToTheGivenDescriptor) {
-  ProcessResult r = probe({"term", "to-stdout"});
-  EXPECT_EQ(SIGTERM, r.signal);
-  EXPECT_EQ("Handling signal 15.\ncleanup ran\nResending signal to default handler.\n", r.out);
-  EXPECT_EQ("", r.err);
-}
-
-TEST(SignalLayer, FileSizeSignalAndIgnoredSignalsAreSurvived) {
-  ProcessResult xfsz = probe({"xfsz"});
-  EXPECT_EQ(0, xfsz.exitStatus);
-  EXPECT_EQ("Handling signal 25.\nsurvived\n", xfsz.out);
-  ProcessResult hup = probe({"ignored-hup"});
-  EXPECT_EQ(0, hup.exitStatus);
-  EXPECT_EQ("survived\n", hup.out);
 }

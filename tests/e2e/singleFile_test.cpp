@@ -10,41 +10,35 @@
 #include "e2e.h"
 #include "fixtures.h"
 
-using nlohmann::json;
+using namespace e2efixtures;
 using testsupport::Simulator;
 using testsupport::VelkorTerminal;
 
 namespace {
 
-json file(uint64_t zid, const std::string& name) { return e2efixtures::compressedFile(zid, name); }
-using e2efixtures::compData;
-
 const std::string kLongName = "/" + std::string(69, 'n');
 
 // One volume with a file of each kind the report draws differently.
 json fixture(bool compression = true) {
-  json good = file(100, "/good.dat");
-  json fixable = file(110, "/fixable.dat");
+  json good = compressedFile(100, "/good.dat");
+  json fixable = compressedFile(110, "/fixable.dat");
   fixable["attributes"] = {"archive"};
-  json corrupted = e2efixtures::corruptedFile(120, "/corrupted.dat");
-  json open = file(130, "/open.dat");
+  json corrupted = corruptedFile(120, "/corrupted.dat");
+  json open = compressedFile(130, "/open.dat");
   open["openCount"] = 1;
   json directory = {{"zid", 140}, {"name", "/dir"}, {"attributes", {"subdirectory"}}};
   json stream = {{"zid", 150}, {"name", "/stream"}, {"classId", 1}, {"parents", {"DeletedFile"}}, {"eof", 10},
                  {"physSize", 4096}};
-  json longName = file(160, kLongName);
-  return e2efixtures::volume({good, fixable, corrupted, open, directory, stream, longName},
-                             {compData(100), compData(110), compData(120), compData(130), compData(160)}, compression);
+  json longName = compressedFile(160, kLongName);
+  return volume({good, fixable, corrupted, open, directory, stream, longName},
+                {compData(100), compData(110), compData(120), compData(130), compData(160)}, compression);
 }
-
-using OpRun = e2efixtures::FinishedRun;
-using e2efixtures::kVol;
 
 }  // namespace
 
-TEST(SingleFile, GoodFileScreenAndLogEntry) {
+TEST(SingleFile, GoodFixedAndDeletedFilesScreensAndLogEntries) {
   Simulator sim = Simulator::withFixture(fixture().dump());
-  OpRun run(sim, {"-l", kVol + "/good.dat"});
+  FinishedRun run(sim, {"-l", kVol + "/good.dat"});
   ASSERT_TRUE(run.finalScreen) << run.terminal.screenText();
   EXPECT_EQ(0, run.terminal.exitStatus());
   EXPECT_EQ("                    KVF Compression Validate and Fix Screen", run.at(0));
@@ -81,13 +75,10 @@ TEST(SingleFile, GoodFileScreenAndLogEntry) {
       "<originalFileLength>8569</originalFileLength><compressedFileLength>4285</compressedFileLength></entry>",
       run.entries()[0]);
   EXPECT_NE(std::string::npos, run.terminal.runLog().find("<finishStatus>finished successfully</finishStatus>\n"));
-}
 
-// (That the fix took and that the file was unlinked by its name: FileCheck's
-// FixAndDeleteThenListAgain.)
-TEST(SingleFile, FixedAndDeletedFiles) {
-  Simulator sim = Simulator::withFixture(fixture().dump());
-  OpRun fix(sim, {"-f", kVol + "/fixable.dat"});
+  // A fixed and a deleted file. (That the fix took and that the file was
+  // unlinked by its name: FileCheck's FixAndDeleteThenListAgain.)
+  FinishedRun fix(sim, {"-f", kVol + "/fixable.dat"});
   ASSERT_TRUE(fix.finalScreen) << fix.terminal.screenText();
   EXPECT_EQ("    Fixable Files:                    1    Corrupted Files:                   0", fix.at(10));
   EXPECT_EQ("    Fixed Files:                      1    Deleted Files:                     0", fix.at(11));
@@ -98,7 +89,7 @@ TEST(SingleFile, FixedAndDeletedFiles) {
   EXPECT_NE(std::string::npos,
             fix.entries()[0].find("<fileStatus><invalidState/></fileStatus><action><fixed/></action><zid>110</zid>"));
 
-  OpRun del(sim, {"-H", "-d", kVol + "/corrupted.dat"});
+  FinishedRun del(sim, {"-H", "-d", kVol + "/corrupted.dat"});
   ASSERT_TRUE(del.finalScreen) << del.terminal.screenText();
   EXPECT_EQ("    Fixed Files:                      0    Deleted Files:                     1", del.at(11));
   EXPECT_EQ("    File Status:  1: Invalid zid                   Action Taken:  deleted", del.at(16));
@@ -109,18 +100,17 @@ TEST(SingleFile, FixedAndDeletedFiles) {
                                                      "</actionTaken><zid>120</zid>"));
 }
 
-TEST(SingleFile, SkippedDirectoryStreamAndLongName) {
+TEST(SingleFile, SkippedDirectoryStreamLongNameAndFailedLookup) {
   Simulator sim = Simulator::withFixture(fixture().dump());
-  OpRun open(sim, {"-l", kVol + "/open.dat"});
+  FinishedRun open(sim, {"-l", kVol + "/open.dat"});
   EXPECT_EQ("    File Status:  Skipped checking                 Action Taken:  checked", open.at(16));
   EXPECT_EQ("", open.at(17)) << "a skipped file shows rows 13 to 16 only";
   EXPECT_EQ("    Good Files:                       0    Open Files Skipped:                1", open.at(9));
-  ASSERT_EQ(1u, open.entries().size());
-  EXPECT_EQ("<entry><volume>VOL1</volume><name>/open.dat</name><type><file/></type><fileStatus><skippedChecking/>"
-            "</fileStatus></entry>",
-            open.entries()[0]);
+  EXPECT_EQ(std::vector<std::string>{"<entry><volume>VOL1</volume><name>/open.dat</name><type><file/></type>"
+                                     "<fileStatus><skippedChecking/></fileStatus></entry>"},
+            open.entries());
 
-  OpRun directory(sim, {"-l", kVol + "/dir"});
+  FinishedRun directory(sim, {"-l", kVol + "/dir"});
   EXPECT_EQ("  Last File Checked: (type: directory)", directory.at(13));
   EXPECT_EQ("    Zid:          0x8c                             Attributes:    0x10", directory.at(17));
   EXPECT_EQ("", directory.at(18));
@@ -128,22 +118,19 @@ TEST(SingleFile, SkippedDirectoryStreamAndLongName) {
   EXPECT_NE(std::string::npos, directory.entries()[0].find("<type><directory/></type>"));
   EXPECT_NE(std::string::npos, directory.entries()[0].find("<attributes>0x10</attributes></entry>"));
 
-  sim.setFaults(e2efixtures::fileInfoFault("150"));  // a deleted stream has no live name
-  OpRun stream(sim, {"-l", kVol + "/stream"});
+  sim.setFaults(fileInfoFault("150"));  // a deleted stream has no live name
+  FinishedRun stream(sim, {"-l", kVol + "/stream"});
   sim.setFaults("[]");
   EXPECT_EQ("  Last File Checked: (type: deleted data stream)", stream.at(13));
   ASSERT_EQ(1u, stream.entries().size());
   EXPECT_NE(std::string::npos, stream.entries()[0].find("<type><deleted/><dataStream/></type>"));
 
-  OpRun longName(sim, {"-l", kVol + kLongName});
+  FinishedRun longName(sim, {"-l", kVol + kLongName});
   EXPECT_EQ("    File Name:    " + kLongName.substr(0, 60) + "...", longName.at(15));
   EXPECT_EQ(0u, longName.at(2).find("  Command: "));
   EXPECT_EQ(std::string::npos, longName.at(2).find(kLongName)) << "a long command line is cut";
-}
 
-TEST(SingleFile, LookupFailureAndVolumeWithoutCompression) {
-  Simulator sim = Simulator::withFixture(fixture().dump());
-  OpRun missing(sim, {"-f", kVol + "/nothing-here"});
+  FinishedRun missing(sim, {"-f", kVol + "/nothing-here"});
   ASSERT_TRUE(missing.finalScreen);
   EXPECT_EQ("  STATUS: finished with error, check ./velkor.log for details", missing.at(23));
   EXPECT_FALSE(missing.statusBold);
@@ -153,9 +140,11 @@ TEST(SingleFile, LookupFailureAndVolumeWithoutCompression) {
                    "\\d+ \\S+ message: Reply results</error>\n");
   EXPECT_EQ(1, std::distance(std::sregex_iterator(log.begin(), log.end(), error), std::sregex_iterator())) << log;
   EXPECT_NE(std::string::npos, log.find("<finishStatus>finished with error</finishStatus>"));
+}
 
+TEST(SingleFile, VolumeWithoutCompression) {
   Simulator plain = Simulator::withFixture(fixture(false).dump());
-  OpRun off(plain, {"-l", kVol + "/good.dat"});
+  FinishedRun off(plain, {"-l", kVol + "/good.dat"});
   EXPECT_EQ("  Volume doesn't have compression feature enabled. Nothing to do.", off.at(18));
   EXPECT_EQ("", off.at(6));
   EXPECT_EQ("", off.at(13));
@@ -163,32 +152,25 @@ TEST(SingleFile, LookupFailureAndVolumeWithoutCompression) {
   EXPECT_TRUE(off.entries().empty());
 }
 
-// While a file operation runs the status has no Escape hint.
-TEST(SingleFile, RunningStatusOfAFileOperation) {
+// While a file operation runs the status has no Escape hint. Ctrl-C at the
+// final prompt: the handler leaves curses mode, the process dies by the
+// signal, and the log says so but is not finished.
+TEST(SingleFile, RunningStatusAndAnInterruptThatLeavesTheTerminalUsable) {
   Simulator sim = Simulator::withFixture(fixture().dump());
   sim.setFaults(R"({"request":"getBeastInfo","action":"delay","ms":1500})");
-  VelkorTerminal terminal(sim, {"-l", kVol + "/good.dat"});
-  // The status is first drawn before the operation is known, then again
-  // before its first request; the file's information is answered late.
-  ASSERT_TRUE(terminal.waitUntil([&] { return !sim.requests().empty(); }));
-  EXPECT_TRUE(terminal.waitUntil([&] { return terminal.row(23) == "  STATUS: running"; })) << terminal.row(23);
-  ASSERT_TRUE(terminal.runToEnd());
-  EXPECT_EQ(0, terminal.exitStatus());
-}
-
-// Ctrl-C at the final prompt: the handler leaves curses mode, the process
-// dies by the signal, and the log says so but is not finished.
-TEST(SingleFile, InterruptLeavesTheTerminalUsable) {
-  Simulator sim = Simulator::withFixture(fixture().dump());
   // As at a real terminal, a shell that survives Ctrl-C leads the session:
   // were the sandbox the leader, its death would also send SIGHUP. Ctrl-C
   // also ends the sandbox, so the shell stays until velkor itself has gone:
   // velkor inherits the write end of a pipe whose reader (immune to Ctrl-C)
   // ends when the last writer closes it.
-  testsupport::VelkorTerminal::Options options;
+  VelkorTerminal::Options options;
   options.wrapper = {"/bin/bash", "-c",
                      "trap : INT; exec 9> >(trap '' INT; cat); \"$@\"; s=$?; exec 9>&-; wait $!; exit $s", "bash"};
-  testsupport::VelkorTerminal run(sim, {"-l", kVol + "/good.dat"}, options);
+  VelkorTerminal run(sim, {"-l", kVol + "/good.dat"}, options);
+  // The status is first drawn before the operation is known, then again
+  // before its first request; the file's information is answered late.
+  ASSERT_TRUE(run.waitUntil([&] { return !sim.requests().empty(); }));
+  EXPECT_TRUE(run.waitUntil([&] { return run.row(23) == "  STATUS: running"; })) << run.row(23);
   ASSERT_TRUE(run.waitFor("Press any key to continue....")) << run.screenText();
   EXPECT_TRUE(run.alternateScreen() && !run.cursorVisible()) << "seen while curses shows its screen";
   run.send("\x03");

@@ -494,9 +494,7 @@ TEST(ReportEndToEnd, TheManualsUnattendedRecipe) {
   ASSERT_EQ(std::string::npos, recipe.find('\\')) << "only \\- is written as roff";
 
   std::string velkorDir = testsupport::binaryPath("util/velkor"), reportDir = testsupport::binaryPath("report");
-  Simulator::Options generated;
-  generated.generate = 500;
-  Simulator problems(generated);
+  Simulator problems = Simulator::generated(500);
   Simulator clean = Simulator::withFixture(e2efixtures::volume(e2efixtures::plainFiles(2), json::array()).dump());
   for (auto [sim, status] : {std::pair<const Simulator*, int>{&problems, 1}, {&clean, 0}}) {
     testsupport::TempDir dir;
@@ -520,9 +518,7 @@ TEST(ReportEndToEnd, TheManualsUnattendedRecipe) {
 // the day after the rotation the log itself holds no run (or does not
 // exist), and after the next rotation the run lies compressed in .2.gz.
 TEST(ReportEndToEnd, ARunThatSpansALogRotationIsFound) {
-  Simulator::Options generated;
-  generated.generate = 300;
-  Simulator sim(generated);
+  Simulator sim = Simulator::generated(300);
   OneLog log;
   const std::string path = log.log();
   testsupport::TempDir state;

@@ -21,10 +21,7 @@ TEST(Generator, WrittenFixtureLoadsBackToTheSameState) {
   auto written = testsupport::runBuilt(
       "sim/kvfsim", {"--generate", "500", "--seed", "4", "--write-fixture", dir.file("f.json"), "--expect", dir.file("e.json")});
   ASSERT_EQ(written.exitStatus, 0) << written.err;
-  Simulator::Options o;
-  o.generate = 500;
-  o.seed = 4;
-  Simulator generated(o);
+  Simulator generated = Simulator::generated(500, 4);
   Simulator loaded = Simulator::withFixture(testsupport::readFile(dir.file("f.json")));
   EXPECT_EQ(loaded.state(), generated.state());
   // The name tree too: a fixture lists its name index, a generated volume its directories' objects.

@@ -24,6 +24,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -46,7 +47,6 @@ using testsupport::VelkorTerminal;
 using Clock = std::chrono::steady_clock;
 
 constexpr auto kBound = std::chrono::seconds(60);  // a run that takes longer hangs
-const char kFinalPrompt[] = "Press any key to continue....";
 
 struct Options {
   int runs = 12;
@@ -65,16 +65,6 @@ struct Plan {
   int signal = 0;                       // 0: none
   std::chrono::milliseconds signalAt{0};
 };
-
-const char* signalName(int sig) {
-  switch (sig) {
-    case SIGTERM: return "SIGTERM";
-    case SIGHUP: return "SIGHUP";
-    case SIGINT: return "SIGINT";
-    case SIGQUIT: return "SIGQUIT";
-    default: return "signal";
-  }
-}
 
 class Draw {
  public:
@@ -155,10 +145,7 @@ Plan drawPlan(const Options& o, int run) {
 }
 
 // What a run broke, one line each.
-struct Findings {
-  std::vector<std::string> lines;
-  void add(const std::string& line) { lines.push_back(line); }
-};
+using Findings = std::vector<std::string>;
 
 // ---- The volume: every change explained by a request the operation calls for.
 
@@ -219,10 +206,10 @@ class Replay {
       std::string replayed = handler_.execute(*parsed);
       bool sameReply = fault == "cut" ? replayed.compare(0, reply.size(), reply) == 0
                                       : fault == "pad" || replayed == reply;
-      if (!sameReply) f.add(kind + " replays with another reply: " + replayed + " (logged: " + reply + ")");
+      if (!sameReply) f.push_back(kind + " replays with another reply: " + replayed + " (logged: " + reply + ")");
       if (resultOf(replayed) != 0) continue;
-      if (kind == "fixCompStats") f.add("fixCompStats sent by " + op_);
-      else if (!b) f.add(kind + " of " + handler_.key(*parsed).zid + " succeeded on no known object");
+      if (kind == "fixCompStats") f.push_back("fixCompStats sent by " + op_);
+      else if (!b) f.push_back(kind + " of " + handler_.key(*parsed).zid + " succeeded on no known object");
       else if (kind == "deleteBeast") removal(*b, "deleteBeast", f);
       else judgeSet(*v, *b, *was, f);
     }
@@ -232,21 +219,9 @@ class Replay {
   void compare(const json& after, Findings& f) {
     std::ostringstream out;
     kvfsim::writeState(copy_, out);
-    json replayed = json::parse(out.str());
-    if (replayed == after) return;
-    std::string differ;
-    int shown = 0;
-    for (const char* list : {"beasts", "compBeasts"}) {
-      std::map<uint64_t, json> mine, theirs;
-      for (const json& b : replayed["volumes"][0][list]) mine[b["zid"]] = b;
-      for (const json& b : after["volumes"][0][list]) theirs[b["zid"]] = b;
-      for (auto& [zid, b] : theirs)
-        if (mine[zid] != b && shown++ < 4) differ += " " + std::string(list) + " " + std::to_string(zid) + ": " +
-                                                   mine[zid].dump() + " became " + b.dump() + ";";
-      for (auto& [zid, b] : mine)
-        if (!b.is_null() && !theirs.count(zid) && shown++ < 4) differ += " " + std::to_string(zid) + " removed;";
-    }
-    f.add("the volume changed beyond its successful requests:" + (differ.empty() ? " its settings" : differ));
+    const json differ = json::diff(json::parse(out.str()), after);
+    if (!differ.empty())
+      f.push_back("the volume changed beyond its successful requests: " + differ.dump().substr(0, 1000));
   }
 
  private:
@@ -264,16 +239,16 @@ class Replay {
   void unlink(const std::string& volume, const std::string& name, Findings& f) {
     kvfsim::Volume* v = copy_.findVolume(volume);
     kvfsim::Beast* b = v ? v->findByName(name) : nullptr;
-    if (!b) return f.add("unlink of " + name + " succeeded on no known file");
+    if (!b) return f.push_back("unlink of " + name + " succeeded on no known file");
     removal(*b, "unlink " + name, f);
     v->removeBeast(*b);
   }
 
   void removal(const kvfsim::Beast& b, const std::string& what, Findings& f) {
     const kvfsim::KindRow& row = rowOf(b.zid);
-    if (op_ != "-D") f.add(what + " (" + std::to_string(b.zid) + ") sent by " + op_);
+    if (op_ != "-D") f.push_back(what + " (" + std::to_string(b.zid) + ") sent by " + op_);
     else if (row.afterDelete != kvfsim::kGone)
-      f.add(what + " removed " + std::to_string(b.zid) + ", a " + row.name + ", which a delete run keeps");
+      f.push_back(what + " removed " + std::to_string(b.zid) + ", a " + row.name + ", which a delete run keeps");
   }
 
   // A set request that succeeded: -C only drops the Cc mark; -F and -D only
@@ -284,8 +259,8 @@ class Replay {
     if (op_ == "-C") {
       Settable cleared = was;
       cleared.attributes &= ~uint32_t(kvfsim::kNoStreamCompress);
-      if (!(was.attributes & kvfsim::kNoStreamCompress)) f.add("-C set object " + zid + ", which had no Cc mark");
-      else if (!(now == cleared)) f.add("-C changed object " + zid + " beyond its Cc mark");
+      if (!(was.attributes & kvfsim::kNoStreamCompress)) f.push_back("-C set object " + zid + ", which had no Cc mark");
+      else if (!(now == cleared)) f.push_back("-C changed object " + zid + " beyond its Cc mark");
       return;
     }
     const kvfsim::KindRow& row = rowOf(b.zid);
@@ -294,7 +269,7 @@ class Replay {
     Settable target = repaired(settable(original, before), row.repair, before.allNamesDeleted());
     auto field = [&](const char* name, uint64_t w, uint64_t n, uint64_t t) {
       if (n != w && n != t)
-        f.add(op_ + " set " + name + " of " + zid + " (a " + row.name + ") to " + std::to_string(n) +
+        f.push_back(op_ + " set " + name + " of " + zid + " (a " + row.name + ") to " + std::to_string(n) +
               ", its repair sets " + std::to_string(t));
     };
     field("attributes", was.attributes, now.attributes, target.attributes);
@@ -314,15 +289,12 @@ class Replay {
 // ---- The terminal and the run log.
 
 void checkTerminal(const VelkorTerminal& t, Findings& f) {
-  if (t.alternateScreen()) f.add("the terminal was left in the alternate screen");
-  if (!t.cursorVisible()) f.add("the cursor was left hidden");
+  if (t.alternateScreen()) f.push_back("the terminal was left in the alternate screen");
+  if (!t.cursorVisible()) f.push_back("the cursor was left hidden");
   struct termios modes;
-  if (!t.modesAtEnd(&modes)) f.add("the terminal's modes could not be read at the end");
-  else if (!(modes.c_lflag & ECHO) || !(modes.c_lflag & ICANON))
-    f.add(std::string("the terminal was left without ") +
-          (!(modes.c_lflag & ECHO) && !(modes.c_lflag & ICANON) ? "echo and canonical input"
-           : modes.c_lflag & ECHO                               ? "canonical input"
-                                                                : "echo"));
+  if (!t.modesAtEnd(&modes)) return f.push_back("the terminal's modes could not be read at the end");
+  if (!(modes.c_lflag & ECHO)) f.push_back("the terminal was left without echo");
+  if (!(modes.c_lflag & ICANON)) f.push_back("the terminal was left without canonical input");
 }
 
 void checkRunLog(const std::string& log, Findings& f) {
@@ -334,7 +306,7 @@ void checkRunLog(const std::string& log, Findings& f) {
     const std::string end = "</entry>";
     if (line.rfind("<entry", 0) != 0 || line.size() < end.size() ||
         line.compare(line.size() - end.size(), end.size(), end) != 0)
-      f.add("torn entry on run log line " + std::to_string(number) + ": " + line.substr(0, 160));
+      f.push_back("torn entry on run log line " + std::to_string(number) + ": " + line.substr(0, 160));
   }
 }
 
@@ -349,10 +321,7 @@ struct Outcome {
 Outcome runOnce(const Plan& plan, const Options& o) {
   Outcome out;
   Findings& f = out.findings;
-  Simulator::Options so;
-  so.generate = plan.objects;
-  so.seed = plan.volumeSeed;
-  Simulator sim(so);
+  Simulator sim = Simulator::generated(plan.objects, plan.volumeSeed);
   json before = sim.state();
   if (!plan.faults.empty()) sim.setFaults(plan.faults.dump());
 
@@ -368,22 +337,22 @@ Outcome runOnce(const Plan& plan, const Options& o) {
       out.signalSent = t.signalProgram(plan.signal);
     // At the final prompt a planned signal is awaited a while, then the key is typed.
     bool waited = !plan.signal || out.signalSent || Clock::now() - start >= plan.signalAt + kBound / 6;
-    if (!answered && waited && t.screenText().find(kFinalPrompt) != std::string::npos) {
+    if (!answered && waited && t.screenText().find("Press any key to continue....") != std::string::npos) {
       t.send("x");
       answered = true;
     }
   }
   if (!ended) {
-    f.add("did not end within " + std::to_string(kBound.count()) + " s; last screen:\n" + t.screenText());
+    f.push_back("did not end within " + std::to_string(kBound.count()) + " s; last screen:\n" + t.screenText());
     t.finish(std::chrono::milliseconds(0));
   } else {
     int sig = t.signal() ? t.signal() : t.exitStatus() > 128 ? t.exitStatus() - 128 : 0;
     out.diedBySignal = sig && out.signalSent && sig == plan.signal;
     if (sig && !out.diedBySignal)
-      f.add("ended by signal " + std::to_string(sig) + " (status " + std::to_string(t.exitStatus()) + ")");
+      f.push_back("ended by signal " + std::to_string(sig) + " (status " + std::to_string(t.exitStatus()) + ")");
     // Errors end a run with an error element and status 0; anything else is
     // a start-up failure or a sanitizer's report.
-    else if (!sig && t.exitStatus() != 0) f.add("exited with status " + std::to_string(t.exitStatus()));
+    else if (!sig && t.exitStatus() != 0) f.push_back("exited with status " + std::to_string(t.exitStatus()));
     checkTerminal(t, f);
   }
   checkRunLog(t.runLog(), f);
@@ -391,7 +360,7 @@ Outcome runOnce(const Plan& plan, const Options& o) {
   Replay replay(plan.op, before, plan.volumeSeed);
   replay.run(sim.requests(), f);
   replay.compare(sim.state(), f);
-  if (o.verbose || !f.lines.empty())
+  if (o.verbose || !f.empty())
     std::printf("    status %d signal %d in %.1f s; %zu requests\n", t.exitStatus(), t.signal(),
                 std::chrono::duration<double>(t.elapsed()).count(), sim.requests().size());
   return out;
@@ -434,7 +403,7 @@ int main(int argc, char** argv) {
   int first = o.only >= 0 ? o.only : 0, last = o.only >= 0 ? o.only + 1 : o.runs;
   for (int run = first; run < last; ++run) {
     Plan plan = drawPlan(o, run);
-    std::string signal = plan.signal ? signalName(plan.signal) : "";
+    std::string signal = plan.signal ? std::string("SIG") + sigabbrev_np(plan.signal) : "";
     std::printf("run %d: velkor %s on %llu objects (volume seed %llu), faults %s%s\n", run, plan.op.c_str(),
                 static_cast<unsigned long long>(plan.objects), static_cast<unsigned long long>(plan.volumeSeed),
                 plan.faults.dump().c_str(),
@@ -444,7 +413,7 @@ int main(int argc, char** argv) {
     try {
       outcome = runOnce(plan, o);
     } catch (const std::exception& e) {
-      outcome.findings.add(std::string("the run could not be made: ") + e.what());
+      outcome.findings.push_back(std::string("the run could not be made: ") + e.what());
     }
     ++runs;
     ++ops[plan.op];
@@ -454,9 +423,9 @@ int main(int argc, char** argv) {
       if (outcome.signalSent) ++signalsSent[signal];
       if (outcome.diedBySignal) ++diedBySignal;
     }
-    for (const std::string& line : outcome.findings.lines) std::printf("  VIOLATION: %s\n", line.c_str());
-    violations += int(outcome.findings.lines.size());
-    failedRuns += !outcome.findings.lines.empty();
+    for (const std::string& line : outcome.findings) std::printf("  VIOLATION: %s\n", line.c_str());
+    violations += int(outcome.findings.size());
+    failedRuns += !outcome.findings.empty();
     std::fflush(stdout);
   }
 
