@@ -52,10 +52,4 @@ void CompStats::resetForNextObject() {
   changeSent = false;
 }
 
-uint64_t CompStats::counter(int index) const {
-  uint64_t values[8];
-  counters(values);
-  return index >= 0 && index < 8 ? values[index] : 0;
-}
-
 }  // namespace velkor

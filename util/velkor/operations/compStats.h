@@ -111,9 +111,7 @@ class CompStats {
   // The rule of which checked file gets an entry in the run log.
   bool logsEntry(unsigned long problems) const;
 
-  // The counter shown under statsMsgs[index].
-  uint64_t counter(int index) const;
-  // All eight, in statsMsgs order.
+  // The counters, in statsMsgs order.
   void counters(uint64_t (&out)[8]) const {
     out[0] = processed, out[1] = ccBitCleared, out[2] = good, out[3] = openSkipped;
     out[4] = fixable, out[5] = corrupted, out[6] = fixed, out[7] = deleted;

@@ -85,22 +85,21 @@ void scanVolume(char* volumeName, ObjectRoutine routine, OpArgs_s* args, CompSta
   int position = start.position;
   bool checkedAny = start.visitedAny;
   uint64_t highestChecked = start.highest;
+  // An abort asked for between objects ends the scan where it stands.
+  auto stoppedByOperator = [&] {
+    if (!view->abortRequested()) return false;
+    view->watchForAbort(false);
+    view->scanPosition(ScanPosition{position, checkedAny, highestChecked}, true);
+    return true;
+  };
   for (;;) {
-    if (view->abortRequested()) {
-      view->watchForAbort(false);
-      view->scanPosition(ScanPosition{position, checkedAny, highestChecked}, true);
-      return;
-    }
+    if (stoppedByOperator()) return;
     view->setTotal(getVolumeTotalObjects(volumeName));
     // Slots the reply leaves unwritten read as empty zids, never as old ones.
     memset(zids.get(), 0, kZidSlots * kZidSlotSize);
     int n = getSomeZids(volumeName, true, 0, kZidSlots, position, zids.get());
     if (n > 0) {
-      if (view->abortRequested()) {
-        view->watchForAbort(false);
-        view->scanPosition(ScanPosition{position, checkedAny, highestChecked}, true);
-        return;
-      }
+      if (stoppedByOperator()) return;
       int slots = n < kZidSlots ? n : kZidSlots;
       bool advanced = false;
       for (int i = 0; i < slots; ++i) {
@@ -113,11 +112,7 @@ void scanVolume(char* volumeName, ObjectRoutine routine, OpArgs_s* args, CompSta
         routine(volumeName, zid, args, stats);
         view->objectDone();
         LogRequireWritable();  // the object's entry, if it has one, was written
-        if (view->abortRequested()) {
-          view->watchForAbort(false);
-          view->scanPosition(ScanPosition{position, checkedAny, highestChecked}, true);
-          return;
-        }
+        if (stoppedByOperator()) return;
       }
       if (!advanced)
         throw KVFError("Volume scan did not advance: the batch after zid " + std::to_string(highestChecked) +
